@@ -1,0 +1,211 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "datamodel/fiber/CreativeArrayBase.hpp"
+
+#include <cmath>
+#include <limits>
+#include <new>
+#include <type_traits>
+
+namespace Fiber {
+
+using Eagle::BoundingBox;
+using Eagle::PhysicalSpace;
+using MemCore::handleCast;
+using MemCore::makeStrong;
+using MemCore::StrongPtr;
+
+StrongPtr<MemBase> CreativeArrayBase::data() {
+  if (auto present = dataIfPresent()) {
+    noteUse(*present);
+    return present;
+  }
+  // One creation at a time: whoever waited here finds the data that the first one made.
+  const std::lock_guard creation(creationMutex_);
+  if (auto present = dataIfPresent()) {
+    noteUse(*present);
+    return present;
+  }
+  return makeData();
+}
+
+StrongPtr<MemBase> CreativeArrayBase::makeData() {
+  MemCore::Outcome<StrongPtr<MemBase>> made = StrongPtr<MemBase>();
+  try {
+    made = create();
+  } catch (const std::bad_alloc&) {
+    made = MemCore::Failure{"point data: not enough memory to hold them"};
+  }
+  const StrongPtr<MemBase> data = made.ok() ? made.value() : nullptr;
+  if (data && cachingEnabled()) {
+    data->setCreator(StrongPtr<MemCore::Creature>(weak_from_this().lock()));
+    MemCore::Cache::MemCache()->insert(data);
+  }
+  const std::lock_guard lock(stateMutex_);
+  failure_ = made.ok() ? std::string() : made.error();
+  data_ = data;
+  if (!data) return nullptr;
+  facts_.size = data->size();
+  facts_.type = data->type();
+  return data;
+}
+
+StrongPtr<MemBase> CreativeArrayBase::dataIfPresent() const {
+  const std::lock_guard lock(stateMutex_);
+  return data_.lock();
+}
+
+std::string CreativeArrayBase::failure() const {
+  const std::lock_guard lock(stateMutex_);
+  return failure_;
+}
+
+ArrayFacts CreativeArrayBase::facts() const {
+  const std::lock_guard lock(stateMutex_);
+  return facts_;
+}
+
+void CreativeArrayBase::rememberBox(const StrongPtr<BoundingBox>& box) {
+  const std::lock_guard lock(stateMutex_);
+  facts_.box = box;
+}
+
+void CreativeArrayBase::rememberRange(const ValueRange& range) {
+  const std::lock_guard lock(stateMutex_);
+  facts_.range = range;
+}
+
+void CreativeArrayBase::touch() {
+  const std::lock_guard lock(stateMutex_);
+  const auto data = data_.lock();
+  if (!data) return;  // nothing was filled: what the source knows stays true
+  facts_.size = data->size();
+  facts_.box = nullptr;
+  facts_.range.reset();
+}
+
+MemoryCreator::MemoryCreator(StrongPtr<MemBase> data)
+    : CreativeArrayBase({data->type(), data->size(), nullptr, std::nullopt}),
+      data_(std::move(data)) {
+  enableCaching(false);
+}
+
+std::optional<DynamicSize> getSize(CreativeArrayBase& creator) {
+  if (auto size = creator.facts().size) return size;
+  const auto data = creator.data();
+  return data ? std::optional(data->size()) : std::nullopt;
+}
+
+std::uint64_t pointCountOf(CreativeArrayBase& creator) {
+  const auto size = getSize(creator);
+  return size ? size->elementCount() : 0;
+}
+
+namespace {
+
+using Points = MemArray<1, PhysicalSpace::point>;
+
+struct AxisRange {
+  double min = std::numeric_limits<double>::infinity();
+  double max = -std::numeric_limits<double>::infinity();
+  // Written so that NaN loses every comparison and drops out.
+  void add(double value) {
+    min = value < min ? value : min;
+    max = value > max ? value : max;
+  }
+  bool empty() const { return !(min <= max); }
+};
+
+/// Box of points; empty when no axis-complete box exists (no points, or an axis of NaN alone).
+StrongPtr<BoundingBox> boxOf(std::span<const PhysicalSpace::point> points) {
+  AxisRange x;
+  AxisRange y;
+  AxisRange z;
+  for (const PhysicalSpace::point& p : points) {
+    x.add(p.x);
+    y.add(p.y);
+    z.add(p.z);
+  }
+  if (x.empty() || y.empty() || z.empty()) return nullptr;
+  return makeStrong<BoundingBox>(PhysicalSpace::point{x.min, y.min, z.min},
+                                 PhysicalSpace::point{x.max, y.max, z.max});
+}
+
+StrongPtr<BoundingBox> computeBox(CreativeArrayBase& creator) {
+  const auto points = handleCast<Points>(creator.data());
+  if (!points) return nullptr;
+  auto box = boxOf(points->span());
+  if (box) creator.rememberBox(box);
+  return box;
+}
+
+template <class T>
+std::optional<ValueRange> rangeOfElements(std::span<const T> values) {
+  // Integer comparisons vectorise and stay exact; the conversion comes last.
+  std::optional<ValueRange> range;
+  std::size_t i = 0;
+  if constexpr (std::is_floating_point_v<T>) {
+    while (i < values.size() && std::isnan(values[i])) ++i;
+  }
+  if (i == values.size()) return range;
+  T low = values[i];
+  T high = values[i];
+  for (; i < values.size(); ++i) {
+    low = values[i] < low ? values[i] : low;
+    high = values[i] > high ? values[i] : high;
+  }
+  return ValueRange{static_cast<double>(low), static_cast<double>(high)};
+}
+
+template <class T>
+bool tryRange(const MemBase& data, std::optional<ValueRange>& range) {
+  const auto chunk = MemCore::chunkCast<T>(data.elements());
+  if (!chunk) return false;
+  range = rangeOfElements<T>(std::as_const(*chunk).span());
+  return true;
+}
+
+template <class... Types>
+std::optional<ValueRange> rangeOfFirstMatch(const MemBase& data) {
+  std::optional<ValueRange> range;
+  (tryRange<Types>(data, range) || ...);
+  return range;
+}
+
+}  // namespace
+
+bool ExpandBBox(StrongPtr<BoundingBox>& box, CreativeArrayBase& creator, DataCreationMode mode) {
+  StrongPtr<BoundingBox> own = creator.facts().box;
+  if (!own && mode == DataCreationMode::KnownOrCreate) own = computeBox(creator);
+  if (!own) return false;
+  if (box) {
+    box->expand(*own);
+  } else {
+    box = makeStrong<BoundingBox>(own->min(), own->max());
+  }
+  return true;
+}
+
+std::optional<ValueRange> rangeOf(CreativeArrayBase& creator) {
+  if (const auto known = creator.facts().range) return known;
+  const ArrayFacts facts = creator.facts();
+  if (facts.type && facts.type->componentCount() != 1) return std::nullopt;
+  const auto data = creator.data();
+  if (!data) return std::nullopt;
+  const auto range =
+      rangeOfFirstMatch<double, float, std::int8_t, std::uint8_t, std::int16_t, std::uint16_t,
+                        std::int32_t, std::uint32_t, std::int64_t, std::uint64_t>(*data);
+  if (range) creator.rememberRange(*range);
+  return range;
+}
+
+}  // namespace Fiber
+
+namespace LidarLib {
+
+void setCellSizeAttribute(Fiber::CreativeArrayBase& creator, double cellSize) {
+  creator.attributes().setAttribute("CellSize",
+                                    MemCore::makeStrong<MemCore::Chunk<double>>(1, cellSize));
+}
+
+}  // namespace LidarLib

@@ -1,0 +1,121 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// CreativeArrayBase: the creator of one fragment's array. It knows facts about the data (extents,
+// element type, box, value range) as far as its source knows them, without touching the data, and
+// makes the data themselves on demand: once, however many threads ask, and through the cache.
+//
+// A creator that cannot make its data (an unreadable file, say) yields an empty handle and keeps
+// the text of the failure.
+
+#pragma once
+
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "datamodel/eagle/BoundingBox.hpp"
+#include "datamodel/fiber/DataRange.hpp"
+#include "datamodel/fiber/MemBase.hpp"
+#include "datamodel/memcore/Attributes.hpp"
+#include "datamodel/memcore/Outcome.hpp"
+
+namespace Fiber {
+
+/// How far a question may go: 0 = answer from what is known, make the data only if nothing is
+/// known, and remember the answer; 1 = answer from what is known, never make data.
+enum class DataCreationMode { KnownOrCreate = 0, KnownOnly = 1 };
+
+/// What is known of an array without having it. An absent box or range is unknown, not empty.
+struct ArrayFacts {
+  MemCore::StrongPtr<FiberTypeBase> type;
+  std::optional<DynamicSize> size;
+  MemCore::StrongPtr<Eagle::BoundingBox> box;
+  std::optional<ValueRange> range;
+};
+
+/// Threads: every operation may be called at once from any thread.
+class FIBER_API CreativeArrayBase : public MemCore::Intercube,
+                                    public MemCore::Creature,
+                                    public std::enable_shared_from_this<CreativeArrayBase> {
+ public:
+  explicit CreativeArrayBase(ArrayFacts facts) : facts_(std::move(facts)) {}
+
+  /// The data: in memory already, from the cache, or made now; empty when they cannot be made
+  /// (failure() then tells why).
+  MemCore::StrongPtr<MemBase> data();
+  /// The data when they are in memory already; otherwise empty.
+  MemCore::StrongPtr<MemBase> dataIfPresent() const;
+  /// The text of the last failed attempt to make the data; empty when there was none.
+  std::string failure() const;
+
+  ArrayFacts facts() const;
+  /// Remembers a box or range that was computed from the data.
+  void rememberBox(const MemCore::StrongPtr<Eagle::BoundingBox>& box);
+  void rememberRange(const ValueRange& range);
+
+  /// Marks the data as changed after they were filled: facts computed from them are forgotten.
+  void touch();
+  /// Tells the creator that its data will not change any more. The base does nothing; creators
+  /// bound to a file write the data there.
+  virtual void finish() {}
+
+  MemCore::Attributes& attributes() { return attributes_; }
+  const MemCore::Attributes& attributes() const { return attributes_; }
+
+ protected:
+  /// Makes the data, or says why it cannot. Called by one thread at a time per creator; must not
+  /// throw but std::bad_alloc, which data() turns into a failure text.
+  virtual MemCore::Outcome<MemCore::StrongPtr<MemBase>> create() = 0;
+  /// Called whenever present data are handed out: tells the cache. Creators whose cached unit is
+  /// larger than this one array override it.
+  virtual void noteUse(const MemBase& data) { data.markAsUsed(); }
+
+ private:
+  MemCore::StrongPtr<MemBase> makeData();
+
+  std::mutex creationMutex_;       ///< held while data are made
+  mutable std::mutex stateMutex_;  ///< guards everything below
+  ArrayFacts facts_;
+  MemCore::WeakPtr<MemBase> data_;
+  std::string failure_;
+  MemCore::Attributes attributes_;
+};
+
+/// A creator whose data live in memory for as long as the creator does.
+class FIBER_API MemoryCreator final : public CreativeArrayBase {
+ public:
+  explicit MemoryCreator(MemCore::StrongPtr<MemBase> data);
+
+ protected:
+  MemCore::Outcome<MemCore::StrongPtr<MemBase>> create() override { return data_; }
+
+ private:
+  MemCore::StrongPtr<MemBase> data_;
+};
+
+/// Extents of a creator's data without making them where they are known; absent when the creator
+/// has no data.
+FIBER_API std::optional<DynamicSize> getSize(CreativeArrayBase& creator);
+
+/// Number of elements of a creator: the product of its extents, 0 without extents, 1 without
+/// dimensions.
+FIBER_API std::uint64_t pointCountOf(CreativeArrayBase& creator);
+
+/// Grows a box by one fragment's positions (an empty handle becomes a new box) and returns whether
+/// there was anything to grow by. NaN coordinates are left out.
+FIBER_API bool ExpandBBox(MemCore::StrongPtr<Eagle::BoundingBox>& box, CreativeArrayBase& creator,
+                          DataCreationMode mode);
+
+/// The value range of one creator's data: known, or computed and remembered; absent for data that
+/// are no single numbers, or hold none.
+FIBER_API std::optional<ValueRange> rangeOf(CreativeArrayBase& creator);
+
+}  // namespace Fiber
+
+namespace LidarLib {
+
+/// Records the cell size of positions on their creator, as the attribute "CellSize" (one double);
+/// a negative size means that the points have no regular spacing.
+FIBER_API void setCellSizeAttribute(Fiber::CreativeArrayBase& creator, double cellSize);
+
+}  // namespace LidarLib

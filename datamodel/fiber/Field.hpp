@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Field: one named quantity of a representation, stored in fragments. Per fragment it holds a
+// creator; the fragments themselves belong to the representation's shared collection.
+
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <shared_mutex>
+#include <string>
+#include <vector>
+
+#include "datamodel/fiber/CreativeArrayBase.hpp"
+#include "datamodel/fiber/FragmentID.hpp"
+#include "datamodel/memcore/Attributes.hpp"
+#include "datamodel/memcore/Cache.hpp"
+#include "datamodel/memcore/Intercube.hpp"
+
+namespace Fiber {
+
+using CreatorHandle = MemCore::StrongPtr<CreativeArrayBase>;
+
+/// Name of a field within its representation.
+struct FieldID {
+  std::string name;
+};
+
+/// Threads: lookups may run at once; storing creators takes the field's own lock.
+class FIBER_API Field : public MemCore::Intercube, public std::enable_shared_from_this<Field> {
+ public:
+  /// A field without creators over a fragment collection; an empty handle makes a new collection.
+  explicit Field(MemCore::StrongPtr<FragmentIDCollection> fragments);
+  ~Field() override = default;
+
+  /// The fragments of the field's collection, in ascending order of number. A fragment may lack a
+  /// creator in this field.
+  virtual std::vector<FragmentHandle> getFragmentIDs() const;
+  FragmentHandle getFragmentID(const std::string& name) const;
+  FragmentHandle makeFragmentID(const std::string& name);
+  const MemCore::StrongPtr<FragmentIDCollection>& getFragmentIDCollection() const {
+    return fragments_;
+  }
+
+  /// The creator of a fragment; empty when there is none.
+  CreatorHandle getCreator(const FragmentHandle& fragment) const;
+  /// The creator of the lowest-numbered fragment that has one.
+  CreatorHandle getFirstCreator() const;
+  /// Stores or replaces a fragment's creator; an empty handle removes it.
+  void setCreator(const FragmentHandle& fragment, const CreatorHandle& creator);
+  /// The data of a fragment, made on demand; empty when there is no creator or it fails.
+  MemCore::StrongPtr<MemBase> getData(const FragmentHandle& fragment) const;
+  /// Stores an array as a fragment's data and returns its creator. The cache is told of the array
+  /// only if a creator of another kind could make it again, which it cannot; the text names the
+  /// creator for diagnostics and may be empty.
+  virtual CreatorHandle setPersistentData(const MemCore::StrongPtr<MemBase>& data,
+                                          const FragmentHandle& fragment,
+                                          const MemCore::StrongPtr<MemCore::Cache>& cache,
+                                          const std::string& creatorName);
+
+  /// An empty array of fragment handles, one slot per fragment of the collection, for layouts that
+  /// arrange them.
+  MemCore::StrongPtr<MemArray<1, FragmentHandle>> newFragmentationArray() const;
+
+  /// The empty handle.
+  static MemCore::StrongPtr<Field> NullPtrField() { return nullptr; }
+
+  /// Values that describe the whole field (storage hints, units), and the number kept beside them.
+  MemCore::Attributes& properties() { return properties_; }
+  const MemCore::Attributes& properties() const { return properties_; }
+  std::uint64_t propertyBits = 0;
+
+ private:
+  MemCore::StrongPtr<FragmentIDCollection> fragments_;
+  mutable std::shared_mutex mutex_;
+  std::map<unsigned, CreatorHandle> creators_;  ///< by fragment number
+  MemCore::Attributes properties_;
+};
+
+/// A field whose fragments form a regular array of counts per axis, addressed by index.
+template <std::size_t N>
+class FIBER_API RegularlyFragmentedField final : public Field {
+ public:
+  /// `creatorName` names the fragmentation for diagnostics. The collection is shared with the
+  /// other fields of the representation; an empty handle makes a new one.
+  RegularlyFragmentedField(const MultiIndex<N>& counts, std::string creatorName,
+                           MemCore::StrongPtr<FragmentIDCollection> fragments)
+      : Field(std::move(fragments)), counts_(counts), creatorName_(std::move(creatorName)) {}
+
+  const MultiIndex<N>& counts() const { return counts_; }
+  const std::string& creatorName() const { return creatorName_; }
+
+  /// A field of the same fragmentation and collection without any creator.
+  MemCore::StrongPtr<RegularlyFragmentedField> emptyCopy() const {
+    return MemCore::makeStrong<RegularlyFragmentedField>(counts_, creatorName_,
+                                                         getFragmentIDCollection());
+  }
+
+  /// The fragment at an index, made on first use; its name is "[", i, "x", j, "x", k, "]" and its
+  /// number the linear position, x fastest (positions beyond 32 bits are not addressable: empty).
+  FragmentHandle fragmentAt(const MultiIndex<N>& index);
+  void setCreatorAt(const MultiIndex<N>& index, const CreatorHandle& creator) {
+    setCreator(fragmentAt(index), creator);
+  }
+
+ private:
+  MultiIndex<N> counts_;
+  std::string creatorName_;
+};
+
+extern template class RegularlyFragmentedField<3>;
+
+/// "[", i, "x", j, "x", k, "]": how a tile index is written in fragment names and messages.
+FIBER_API std::string tileIndexText(const MultiIndex<3>& index);
+/// The inverse; absent when the text has another form.
+FIBER_API std::optional<MultiIndex<3>> parseTileIndex(const std::string& text);
+
+/// Grows a box by all positions of a field; false when nothing was there to grow by. Boxes that
+/// are not known yet are computed by several threads at once.
+FIBER_API bool expandBoundingBox(const MemCore::StrongPtr<Field>& field,
+                                 MemCore::StrongPtr<Eagle::BoundingBox>& box);
+
+/// Value range of one fragment, or of the whole field; a range that results is attached to the
+/// field (whole) or remembered by the creator (fragment). Empty for data that are no single
+/// numbers. `name` receives the range's text. The two flags ask for recomputation and for exact
+/// bounds; false takes what is known.
+FIBER_API MemCore::StrongPtr<DataRangeBase> getRange(Field& field, const FragmentHandle& fragment,
+                                                     bool recompute, bool exact);
+FIBER_API MemCore::StrongPtr<DataRangeBase> getRange(Field& field, std::string& name,
+                                                     bool recompute, bool exact);
+
+}  // namespace Fiber

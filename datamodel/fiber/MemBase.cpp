@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "datamodel/fiber/MemBase.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <shared_mutex>
+#include <typeindex>
+
+namespace Fiber {
+
+using MemCore::ChunkBase;
+using MemCore::StrongPtr;
+
+namespace {
+
+class ArrayCreators {
+ public:
+  ArrayCreators() {
+    addRanks<Eagle::PhysicalSpace::point>();
+    addRanks<Eagle::FixedArray<double, 3>>();
+    addRanks<double>();
+    addRanks<float>();
+    addRanks<std::int8_t>();
+    addRanks<std::uint8_t>();
+    addRanks<std::int16_t>();
+    addRanks<std::uint16_t>();
+    addRanks<std::int32_t>();
+    addRanks<std::uint32_t>();
+    addRanks<std::int64_t>();
+    addRanks<std::uint64_t>();
+  }
+
+  void add(const std::type_info& type, std::size_t rank, MemBase::CreatorFunction creator) {
+    const std::unique_lock lock(mutex_);
+    creators_.try_emplace({std::type_index(type), rank}, std::move(creator));
+  }
+
+  MemBase::CreatorFunction find(const std::type_info& type, std::size_t rank) const {
+    const std::shared_lock lock(mutex_);
+    const auto found = creators_.find({std::type_index(type), rank});
+    return found == creators_.end() ? MemBase::CreatorFunction() : found->second;
+  }
+
+ private:
+  template <class T, std::size_t N>
+  void addRank() {
+    add(typeid(T), N, [](const DynamicSize& size) {
+      std::array<std::uint64_t, N> extents{};
+      for (std::size_t i = 0; i < N; ++i) extents[i] = size[i];
+      return StrongPtr<MemBase>(MemCore::makeStrong<MemArray<N, T>>(extents));
+    });
+  }
+  template <class T>
+  void addRanks() {
+    addRank<T, 1>();
+    addRank<T, 2>();
+    addRank<T, 3>();
+    addRank<T, 4>();
+  }
+
+  mutable std::shared_mutex mutex_;
+  std::map<std::pair<std::type_index, std::size_t>, MemBase::CreatorFunction> creators_;
+};
+
+ArrayCreators& arrayCreators() {
+  static ArrayCreators theCreators;
+  return theCreators;
+}
+
+/// Whether every element that one side of the copy uses lies below `limit`.
+bool staysInside(const IndexList* indices, const IndirectionRange& range, std::uint64_t offset,
+                 std::uint64_t stride, std::uint64_t limit) {
+  if (range.count == 0) return true;
+  const std::uint64_t end = range.first + range.count;
+  if (offset >= limit || (indices != nullptr && end > indices->size())) return false;
+  std::uint64_t highest = end - 1;
+  if (indices != nullptr) {
+    const auto used = indices->span().subspan(range.first, range.count);
+    highest = *std::max_element(used.begin(), used.end());
+  }
+  return stride == 0 || highest <= (limit - 1 - offset) / stride;
+}
+
+/// Gathers elements of a size known at compile time; runs of consecutive indices go as blocks.
+template <std::size_t kBytes>
+void gather(std::byte* output, const std::byte* input, std::span<const unsigned> indices) {
+  constexpr std::size_t kBlockFrom = 16;
+  std::size_t j = 0;
+  while (j < indices.size()) {
+    std::size_t run = 1;
+    while (j + run < indices.size() && indices[j + run] == indices[j] + run) ++run;
+    const std::byte* from = input + std::size_t{indices[j]} * kBytes;
+    if (run >= kBlockFrom) {
+      std::memcpy(output, from, run * kBytes);
+    } else {
+      for (std::size_t r = 0; r < run; ++r) {
+        std::memcpy(output + r * kBytes, from + r * kBytes, kBytes);
+      }
+    }
+    output += run * kBytes;
+    j += run;
+  }
+}
+
+using GatherFunction = void (*)(std::byte*, const std::byte*, std::span<const unsigned>);
+
+GatherFunction gatherFor(std::size_t elementBytes) {
+  switch (elementBytes) {
+    case 1:
+      return gather<1>;
+    case 2:
+      return gather<2>;
+    case 4:
+      return gather<4>;
+    case 8:
+      return gather<8>;
+    case 24:
+      return gather<24>;
+    default:
+      return nullptr;
+  }
+}
+
+}  // namespace
+
+StrongPtr<FiberTypeBase> MemBase::type() const {
+  return elements_ ? FiberTypeBase::find(elements_->elementType()) : nullptr;
+}
+
+StrongPtr<MemBase> MemBase::create(const StrongPtr<FiberTypeBase>& type, const DynamicSize& size,
+                                   const std::type_info& elementType) {
+  if (!type || type->type() != elementType) return nullptr;
+  const CreatorFunction creator = arrayCreators().find(elementType, size.rank());
+  return creator ? creator(size) : nullptr;
+}
+
+void MemBase::registerCreator(const std::type_info& elementType, std::size_t rank,
+                              CreatorFunction creator) {
+  arrayCreators().add(elementType, rank, std::move(creator));
+}
+
+bool CreateIndirection(const StrongPtr<ChunkBase>& output, const StrongPtr<ChunkBase>& input,
+                       const IndexList* outputIndices, const IndexList* inputIndices,
+                       const IndirectionRange& range) {
+  if (!output || !input || output->elementSize() != input->elementSize()) return false;
+  if (!staysInside(outputIndices, range, range.outputOffset, range.stride, output->size()) ||
+      !staysInside(inputIndices, range, range.inputOffset, 1, input->size())) {
+    return false;
+  }
+  const std::size_t bytes = input->elementSize();
+  const std::byte* from = input->bytes() + range.inputOffset * bytes;
+  std::byte* to = output->bytes() + range.outputOffset * bytes;
+  const GatherFunction gatherElements = gatherFor(bytes);
+  if (outputIndices == nullptr && inputIndices != nullptr && range.stride == 1 &&
+      range.first == 0 && gatherElements != nullptr) {
+    gatherElements(to, from, inputIndices->span().first(range.count));
+    return true;
+  }
+  for (std::uint64_t j = range.first; j < range.first + range.count; ++j) {
+    const std::uint64_t target = (outputIndices ? (*outputIndices)[j] : j) * range.stride;
+    const std::uint64_t source = inputIndices ? (*inputIndices)[j] : j;
+    std::memcpy(to + target * bytes, from + source * bytes, bytes);
+  }
+  return true;
+}
+
+}  // namespace Fiber
