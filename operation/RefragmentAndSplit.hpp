@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// RefragmentAndSplit: the operation. It re-cuts every selected grid of the input bundle into a
+// regular nx x ny x nz array of tiles. The host constructs the object, sets its parameters and the
+// members of the base class, and calls one entry point; failures are left in `messages`.
+//
+//   Run()            one bundle file per tile, restartable, linked into one output bundle
+//   GetSomeInfo()    what a split would produce; writes nothing
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "datamodel/convlib/BasicConverterDefs.hpp"
+#include "planning/InputSurvey.hpp"
+
+namespace LidarLib {
+
+class LIDARLIB_API RefragmentAndSplit : public ConvLib::BasicConverterDefs {
+ public:
+  RefragmentAndSplit() = default;
+  ~RefragmentAndSplit() override;
+
+  /// Report of the parameters below, one labelled line each.
+  std::string printSecondary() override;
+
+  /// Splits every selected grid into tile files under <output directory>/<stem of the output file
+  /// name>/ and saves the bundle that links them as the output file. Tiles whose file exists are
+  /// kept as they are. Returns false only without an input bundle; every other failure appends to
+  /// `messages` and skips the tile, the grid or the rest of the slice.
+  /// Threads: called by one thread; tiles are built by omp_get_max_threads() threads.
+  bool Run() override;
+
+  /// Reports per selected time and grid what a split would produce. Empty without an input bundle.
+  std::string GetSomeInfo();
+
+  /// Edge length of a tile along x, y and z, in the units of the positions. A length of x or y not
+  /// above 0 asks for an estimate from the point density; 0 along z lets a tile span the cloud.
+  Eagle::FixedArray<double, 3> FragmentLength;
+  /// Corners that replace those of the cloud's own box; each may be empty.
+  PointHandle StartPoint;
+  PointHandle EndPoint;
+  /// A tile is written only if it has more points than this.
+  std::uint32_t MinPointNumber = 0;
+  /// Margin on each side of a tile as a fraction of its length; 0 or less means none.
+  double NormalizedOverlap = 0.0;
+  /// Asks the host to link existing tile files instead of splitting. Only reported here.
+  bool UpdateLinkedFiles = false;
+};
+
+}  // namespace LidarLib
