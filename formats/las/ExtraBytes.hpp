@@ -38,6 +38,7 @@ std::size_t elementBytes(ElementType type);
 const char* elementTypeName(ElementType type);
 
 inline constexpr std::size_t kExtraBytesDescriptorBytes = 192;
+inline constexpr std::uint8_t kMaxExtraBytesType = 30;
 
 /// A value in the wide type that a descriptor stores it in: unsigned, signed or floating
 /// attributes.
@@ -64,7 +65,7 @@ struct ExtraBytesDescriptor {
 std::size_t extraBytesWidth(const ExtraBytesDescriptor& descriptor);
 
 /// Reads the descriptors of one record's payload; a cut-off last one is ignored. A data type above
-/// 30 is read as an undocumented one of 0 bytes.
+/// kMaxExtraBytesType, whose width nobody knows, gets componentCount 0.
 std::vector<ExtraBytesDescriptor> parseExtraBytes(std::span<const std::byte> payload);
 
 /// The payload that describes these attributes, for a record (LASF_Spec, 4).

@@ -38,7 +38,7 @@ struct LasWriterOptions {
   /// the point format. Counts, bounds, byte offsets and the waveform bits are the writer's
   /// business.
   LasHeader header;
-  std::vector<VariableRecord> vlrs;
+  std::vector<VariableRecord> vlrs;   ///< A LASzip record among them is left out.
   std::vector<VariableRecord> evlrs;  ///< 1.4 only. All loaded; no waveform packets.
   WaveformPlace waveforms = WaveformPlace::Nowhere;
   bool isDurable = false;  ///< Flush to the disk before the file gets its name.
@@ -76,8 +76,8 @@ class LasWriter {
   struct Totals {
     std::uint64_t pointCount = 0;
     std::array<std::uint64_t, 15> byReturn{};
-    std::array<std::int32_t, 3> minimum{};
-    std::array<std::int32_t, 3> maximum{};
+    std::array<std::int32_t, 3> minimum{INT32_MAX, INT32_MAX, INT32_MAX};
+    std::array<std::int32_t, 3> maximum{INT32_MIN, INT32_MIN, INT32_MIN};
   };
 
   LasWriter(PointLayout layout, LasWriterOptions options, OutputFile file)
@@ -94,7 +94,7 @@ class LasWriter {
   OutputFile file_;
   std::optional<OutputFile> packets_;  ///< The .wdp, or the store of the packets that go inside.
   Totals totals_;
-  bool isFinished_ = false;
+  bool canFinish_ = true;  ///< No write has failed, and finish() was not called.
 };
 
 }  // namespace Formats

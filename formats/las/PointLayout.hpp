@@ -9,7 +9,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <optional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,10 +32,9 @@ struct PointField {
   std::uint8_t bitCount = 0;  ///< 0 = the whole element.
   std::uint8_t componentCount = 1;
 
-  /// Set for extra bytes: the descriptor (shared by the components of an array), and which
-  /// component or, of an undocumented attribute, which byte this field is. Not set for bytes
-  /// without descriptor.
-  std::optional<ExtraBytesDescriptor> meaning;
+  /// Extra bytes: the descriptor (shared by the components of an array), and which component or, of
+  /// an undocumented attribute, which byte this field is. Null for bytes without a descriptor.
+  std::shared_ptr<const ExtraBytesDescriptor> meaning;
   std::uint16_t component = 0;
 };
 
@@ -48,9 +47,11 @@ bool formatHasWaveforms(std::uint8_t pointFormat);
 /// The fields of one file's point records.
 class PointLayout {
  public:
-  /// Errors: unknown point format, or records shorter than the format needs. Extra bytes
-  /// descriptors that do not fit the record are dropped (see notes()); bytes that no descriptor
-  /// covers become fields "ExtraBytes[0]", "ExtraBytes[1]", ...
+  /// `records` may hold Extra Bytes records among others. Errors: unknown point format, or records
+  /// shorter than the format needs. Descriptors that do not fit the record are dropped (see
+  /// notes()); bytes that no descriptor covers become fields "ExtraBytes[0]", "ExtraBytes[1]", ...
+  /// Names: one that is taken (by a field, or as Position, Positions, Waveforms, FWFLength) gets
+  /// "_2", "_3", ...; '/', '\\' and control characters become '_'; an empty one is "Unnamed".
   static MemCore::Outcome<PointLayout> make(std::uint8_t pointFormat, std::uint16_t recordBytes,
                                             const std::vector<VariableRecord>& records);
 
@@ -63,7 +64,7 @@ class PointLayout {
   /// All other fields in the order of their bytes and bits.
   const std::vector<PointField>& fields() const { return fields_; }
 
-  /// The field of this name, or null.
+  /// The field of this name, or null. Lives as long as the layout.
   const PointField* find(std::string_view name) const;
 
   /// One line for each thing in the descriptors that could not be taken as it stands.
@@ -71,9 +72,6 @@ class PointLayout {
 
  private:
   PointLayout() = default;
-  void addExtraBytes(const std::vector<VariableRecord>& records);
-  void addDescribed(const ExtraBytesDescriptor& descriptor, std::uint16_t byteOffset);
-  void makeNamesUnique();
 
   std::uint8_t pointFormat_ = 0;
   std::uint16_t recordBytes_ = 0;
