@@ -42,7 +42,7 @@ StrongPtr<MemBase> CreativeArrayBase::makeData() {
     MemCore::Cache::MemCache()->insert(data);
   }
   const std::lock_guard lock(stateMutex_);
-  failure_ = made.ok() ? std::string() : made.error();
+  if (!made.ok() && failure_.empty()) failure_ = made.error();
   data_ = data;
   if (!data) return nullptr;
   facts_.size = data->size();

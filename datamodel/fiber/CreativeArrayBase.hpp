@@ -45,7 +45,8 @@ class FIBER_API CreativeArrayBase : public MemCore::Intercube,
   MemCore::StrongPtr<MemBase> data();
   /// The data when they are in memory already; otherwise empty.
   MemCore::StrongPtr<MemBase> dataIfPresent() const;
-  /// The text of the last failed attempt to make the data; empty when there was none.
+  /// The text of the first failed attempt to make the data; empty when none failed. It stays even
+  /// when a later attempt succeeds: whoever got the empty handle must be able to tell.
   std::string failure() const;
 
   ArrayFacts facts() const;

@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Linking: registers the fragments of tile files in an output grid, and completes an output grid
+// with the value range or box of each of its fields.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "assembly/OutputGrid.hpp"
+
+namespace LidarLib {
+
+/// Loads a tile file and links every field's fragment into the output grid at `tileIndex`; adds the
+/// points of its positions to `outputPoints`. A file that cannot be loaded contributes nothing.
+void copyCreators(const std::string& fileName, Fiber::Grid& outputGrid,
+                  RegularPositions& outputPositions, const Fiber::MultiIndex<3>& tileIndex,
+                  std::uint64_t& outputPoints);
+
+/// Attaches to each vertex field of the grid its value range, or its box when it has no range.
+void addFieldAttributes(Fiber::Grid& grid);
+
+}  // namespace LidarLib
