@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "datamodel/container/ZlibStream.hpp"
+
+#include <fmt/format.h>
+#include <libdeflate.h>
+
+#include <cstdint>
+#include <limits>
+
+#ifdef LIDARLIB_HAVE_ISAL
+#include <isa-l/igzip_lib.h>
+#endif
+
+namespace Fiber::Container {
+
+using MemCore::Failure;
+using MemCore::Outcome;
+
+namespace {
+
+/// An upper bound for a deflate stream of any kind: the input in stored blocks of the smallest
+/// size that either library uses, their headers, the zlib frame, and some slack.
+std::size_t streamBound(std::size_t plainBytes) { return plainBytes + plainBytes / 1000 + 1024; }
+
+}  // namespace
+
+#ifdef LIDARLIB_HAVE_ISAL
+
+struct ZlibCompressor::Backend {
+  std::vector<std::uint8_t> levelBuffer = std::vector<std::uint8_t>(ISAL_DEF_LVL1_DEFAULT);
+
+  /// The number of bytes written to `out`, 0 on failure.
+  std::size_t run(std::span<const std::byte> plain, std::span<std::byte> out) {
+    constexpr std::size_t kMaxBytes = std::numeric_limits<std::uint32_t>::max();
+    if (plain.size() > kMaxBytes || out.size() > kMaxBytes) return 0;
+    isal_zstream stream;
+    isal_deflate_stateless_init(&stream);
+    stream.level = 1;
+    stream.level_buf = levelBuffer.data();
+    stream.level_buf_size = static_cast<std::uint32_t>(levelBuffer.size());
+    stream.gzip_flag = IGZIP_ZLIB;
+    stream.end_of_stream = 1;
+    stream.flush = NO_FLUSH;
+    // The library only reads from next_in; its interface merely lacks the const.
+    stream.next_in = const_cast<std::uint8_t*>(reinterpret_cast<const std::uint8_t*>(plain.data()));
+    stream.avail_in = static_cast<std::uint32_t>(plain.size());
+    stream.next_out = reinterpret_cast<std::uint8_t*>(out.data());
+    stream.avail_out = static_cast<std::uint32_t>(out.size());
+    if (isal_deflate_stateless(&stream) != COMP_OK || stream.avail_in != 0) return 0;
+    return stream.total_out;
+  }
+};
+
+#else
+
+struct ZlibCompressor::Backend {
+  struct Free {
+    void operator()(libdeflate_compressor* c) const { libdeflate_free_compressor(c); }
+  };
+  std::unique_ptr<libdeflate_compressor, Free> compressor{libdeflate_alloc_compressor(1)};
+
+  /// The number of bytes written to `out`, 0 on failure.
+  std::size_t run(std::span<const std::byte> plain, std::span<std::byte> out) {
+    if (!compressor) return 0;
+    return libdeflate_zlib_compress(compressor.get(), plain.data(), plain.size(), out.data(),
+                                    out.size());
+  }
+};
+
+#endif
+
+ZlibCompressor::ZlibCompressor() : backend_(std::make_unique<Backend>()) {}
+ZlibCompressor::~ZlibCompressor() = default;
+ZlibCompressor::ZlibCompressor(ZlibCompressor&&) noexcept = default;
+ZlibCompressor& ZlibCompressor::operator=(ZlibCompressor&&) noexcept = default;
+
+Outcome<std::span<const std::byte>> ZlibCompressor::compress(std::span<const std::byte> plain) {
+  const std::size_t bound = streamBound(plain.size());
+  if (stream_.size() < bound) stream_.resize(bound);
+  const std::size_t written = backend_->run(plain, stream_);
+  if (written == 0) {
+    return Failure{fmt::format("deflate: no stream came out of {} bytes", plain.size())};
+  }
+  return std::span<const std::byte>(stream_).first(written);
+}
+
+struct ZlibExpander::Backend {
+  struct Free {
+    void operator()(libdeflate_decompressor* d) const { libdeflate_free_decompressor(d); }
+  };
+  std::unique_ptr<libdeflate_decompressor, Free> decompressor{libdeflate_alloc_decompressor()};
+};
+
+ZlibExpander::ZlibExpander() : backend_(std::make_unique<Backend>()) {}
+ZlibExpander::~ZlibExpander() = default;
+ZlibExpander::ZlibExpander(ZlibExpander&&) noexcept = default;
+ZlibExpander& ZlibExpander::operator=(ZlibExpander&&) noexcept = default;
+
+Outcome<void> ZlibExpander::expand(std::span<const std::byte> stream, std::span<std::byte> plain) {
+  if (!backend_->decompressor) return Failure{"inflate: no memory for the decompressor"};
+  std::size_t expanded = 0;
+  switch (libdeflate_zlib_decompress(backend_->decompressor.get(), stream.data(), stream.size(),
+                                     plain.data(), plain.size(), &expanded)) {
+    case LIBDEFLATE_SUCCESS:
+      break;
+    case LIBDEFLATE_INSUFFICIENT_SPACE:
+      return Failure{
+          fmt::format("inflate: the stream holds too many bytes, expected {}", plain.size())};
+    default:
+      return Failure{fmt::format("inflate: the stream of {} bytes is damaged", stream.size())};
+  }
+  if (expanded != plain.size()) {
+    return Failure{fmt::format("inflate: the stream holds too few bytes, found {}, expected {}",
+                               expanded, plain.size())};
+  }
+  return {};
+}
+
+}  // namespace Fiber::Container
