@@ -1,0 +1,144 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include <unistd.h>
+
+#include <fstream>
+
+#include "tests/operation/SplitFixture.hpp"
+
+namespace LidarLib::TestSupport {
+
+namespace {
+
+class RunFailureTest : public SplitFixture {};
+
+const std::vector<Point> kCorners = {{0, 0, 0}, {5, 5, 1}};
+
+/// Positions that are known to exist but cannot be read.
+class UnreadablePositions final : public Fiber::CreativeArrayBase {
+ public:
+  UnreadablePositions()
+      : CreativeArrayBase({Fiber::FiberTypeBase::find(typeid(Point)), Fiber::DynamicSize{2},
+                           MemCore::makeStrong<Eagle::BoundingBox>(Point{0, 0, 0}, Point{5, 5, 1}),
+                           std::nullopt}) {}
+
+ protected:
+  MemCore::Outcome<MemCore::StrongPtr<Fiber::MemBase>> create() override {
+    return MemCore::Failure{"survey.laz: chunk 3 is damaged"};
+  }
+};
+
+/// Asks for more memory than there is.
+class HugePositions final : public Fiber::CreativeArrayBase {
+ public:
+  HugePositions() : CreativeArrayBase(UnreadablePositions().facts()) {}
+
+ protected:
+  MemCore::Outcome<MemCore::StrongPtr<Fiber::MemBase>> create() override { throw std::bad_alloc(); }
+};
+
+}  // namespace
+
+TEST_F(RunFailureTest, WithoutInputBundleNothingIsDone) {
+  RefragmentAndSplit operation;
+  prepare(operation, Fiber::BundlePtr());
+  EXPECT_FALSE(operation.Run());
+  EXPECT_EQ(operation.messages, std::list<std::string>{"bundleptr is null"});
+  EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+}
+
+TEST_F(RunFailureTest, GridWithoutPositionsIsSkippedAndTheNextProcessed) {
+  CloudBuilder cloud;
+  cloud.grid("a").grid("b").fragment(kCorners);
+  RefragmentAndSplit operation;
+  prepare(operation, cloud.bundle());
+  operation.outputGridName = "out";
+  EXPECT_TRUE(operation.Run());
+  EXPECT_EQ(operation.messages,
+            std::list<std::string>{"Warning: Some grid(s) have no input positions"});
+  EXPECT_EQ(tileFiles(), (std::set<std::string>{"F0x0x0T0.000000Gout.f5"}));
+}
+
+TEST_F(RunFailureTest, FailedTilingSkipsTheRestOfTheSliceButNotLaterOnes) {
+  CloudBuilder cloud;
+  cloud.time(0).grid("a").fragment({{0, 0, 0}, {1e9, 1e9, 0}}).grid("b").fragment(kCorners);
+  cloud.time(1).grid("c").fragment(kCorners);
+  RefragmentAndSplit operation;
+  prepare(operation, cloud.bundle());
+  operation.outputGridName = "out";
+  EXPECT_TRUE(operation.Run());
+  EXPECT_EQ(operation.messages, std::list<std::string>{"Number of fragments is over 50 Million!"});
+  EXPECT_EQ(tileFiles(), (std::set<std::string>{"F0x0x0T1.000000Gout.f5"}));
+}
+
+TEST_F(RunFailureTest, FailedOutputGridSkipsTheRestOfTheSlice) {
+  // The second grid needs other tile counts than the output grid already has.
+  CloudBuilder cloud;
+  cloud.grid("a").fragment(kCorners).grid("b").fragment({{0, 0, 0}, {25, 5, 0}});
+  cloud.grid("c").fragment(kCorners);
+  RefragmentAndSplit operation;
+  prepare(operation, cloud.bundle());
+  EXPECT_TRUE(operation.Run());
+  EXPECT_EQ(operation.messages, std::list<std::string>{"no output positions"});
+}
+
+TEST_F(RunFailureTest, UnreadableFragmentFailsItsTileInsteadOfLosingPoints) {
+  CloudBuilder cloud;
+  cloud.grid("g").fragmentOf(MemCore::makeStrong<UnreadablePositions>());
+  cloud.fragment({{15, 1, 0}, {16, 1, 0}});
+  RefragmentAndSplit operation;
+  prepare(operation, cloud.bundle());
+  EXPECT_TRUE(operation.Run());
+  ASSERT_EQ(operation.messages.size(), 1U);
+  EXPECT_NE(operation.messages.front().find("not written: survey.laz: chunk 3 is damaged"),
+            std::string::npos);
+  EXPECT_EQ(tileFiles(), (std::set<std::string>{"F1x0x0T0.000000Gg.f5"}));
+}
+
+TEST_F(RunFailureTest, ExhaustedMemoryEndsTheTileWithAText) {
+  CloudBuilder cloud;
+  cloud.grid("g").fragmentOf(MemCore::makeStrong<HugePositions>());
+  RefragmentAndSplit operation;
+  prepare(operation, cloud.bundle());
+  EXPECT_TRUE(operation.Run());
+  ASSERT_EQ(operation.messages.size(), 1U);
+  EXPECT_NE(operation.messages.front().find("memory"), std::string::npos);
+  EXPECT_TRUE(tileFiles().empty());
+}
+
+TEST_F(RunFailureTest, ExistingFileIsKeptWhateverItHolds) {
+  std::filesystem::create_directory(folder / "out");
+  std::ofstream(folder / "out/F0x0x0T0.000000Gg.f5") << "not a bundle";
+  CloudBuilder cloud;
+  cloud.grid("g").fragment(kCorners);
+  RefragmentAndSplit operation;
+  prepare(operation, cloud.bundle());
+  EXPECT_TRUE(operation.Run());
+  EXPECT_EQ(readFile("out/F0x0x0T0.000000Gg.f5"), "not a bundle");
+  EXPECT_EQ(console.messages().back(),
+            "\t!!!!! Warning, Out file (0) has viewer points than in file (2) !!!!! ");
+}
+
+TEST_F(RunFailureTest, OutputThatCannotBeSavedIsReportedAndTheRunStillReturnsTrue) {
+  CloudBuilder cloud;
+  cloud.grid("g").fragment(kCorners);
+  RefragmentAndSplit operation;
+  prepare(operation, cloud.bundle());
+  std::filesystem::create_directory(folder / "tiles");
+  std::filesystem::create_directory(folder / "tiles/out");
+  operation.outputDirectory = folder / "tiles";
+  operation.outputFileName = folder / "absent/out.f5";
+  EXPECT_TRUE(operation.Run());
+  ASSERT_EQ(operation.messages.size(), 1U);
+  EXPECT_NE(operation.messages.front().find("absent/out.f5"), std::string::npos);
+}
+
+TEST_F(RunFailureTest, MessagesOfEarlierRunsStay) {
+  RefragmentAndSplit operation;
+  prepare(operation, Fiber::BundlePtr());
+  EXPECT_FALSE(operation.Run());
+  EXPECT_FALSE(operation.Run());
+  EXPECT_EQ(operation.messages.size(), 2U);
+}
+
+}  // namespace LidarLib::TestSupport
