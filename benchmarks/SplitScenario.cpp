@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "benchmarks/SplitScenario.hpp"
+
+#include <omp.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "datamodel/memcore/Console.hpp"
+#include "formats/cloud/PointCloudReader.hpp"
+#include "operation/RefragmentAndSplit.hpp"
+
+namespace Benchmarks {
+
+namespace {
+
+std::uint64_t pointsOf(const std::string& bundleFile) {
+  bool ok = false;
+  const auto parameters = MemCore::makeStrong<MemCore::LoaderParameters>(
+      MemCore::LoaderParameters{{bundleFile}, false});
+  const auto bundle = Fiber::Bundle::load(ok, parameters, nullptr);
+  if (!ok) return 0;
+  std::uint64_t points = 0;
+  for (const auto& [time, slice] : bundle->slices()) {
+    for (const auto& [name, grid] : slice->grids()) {
+      const auto positions = grid->CartesianPositions();
+      for (const auto& id : positions->getFragmentIDs()) {
+        if (const auto creator = positions->getCreator(id)) points += Fiber::pointCountOf(*creator);
+      }
+    }
+  }
+  return points;
+}
+
+}  // namespace
+
+MemCore::Outcome<std::uint64_t> splitFile(const SplitJob& job) {
+  omp_set_num_threads(job.threads);
+  const MemCore::ConsoleRedirection quiet([](const std::string&) {});
+  Fiber::StorageTransformations storage;
+  storage.kind = job.storage;
+  storage.durable = false;
+  Fiber::StorageTransformations::setDefaults(storage);
+  if (job.memoryBytes != 0) MemCore::Cache::MemCache()->setBudget(job.memoryBytes);
+
+  LidarLib::RefragmentAndSplit operation;
+  operation.inputBundle = Fiber::BundlePtr(new Fiber::Bundle);
+  const auto cloud = Formats::addPointCloud(*operation.inputBundle, {job.input}, {});
+  if (!cloud.ok()) return cloud.failure();
+  if (::chdir(job.folder.c_str()) != 0) return MemCore::Failure{job.folder + ": no such folder"};
+  operation.outputDirectory = job.folder;
+  operation.outputFileName = job.folder + "/out.f5";
+  operation.FragmentLength = {{job.edgeLength, job.edgeLength, 0.0}};
+  operation.NormalizedOverlap = job.overlap;
+  if (!operation.Run() || !operation.messages.empty()) {
+    return MemCore::Failure{operation.messages.empty() ? "split failed"
+                                                       : operation.messages.front()};
+  }
+  return pointsOf(operation.outputFileName);
+}
+
+}  // namespace Benchmarks

@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Any bytes as a LAS or LAZ file: opened as a cloud, and every array of it made. Nothing may crash,
+// hang or take absurd memory; failures are texts.
+
+#include "datamodel/fiber/Bundle.hpp"
+#include "formats/cloud/PointCloudReader.hpp"
+#include "fuzz/FuzzedFile.hpp"
+#include "fuzz/ReadEverything.hpp"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t bytes) {
+  const Fuzz::FuzzedFile file(data, bytes);
+  if (file.path().empty()) return 0;
+  Fiber::Bundle bundle;
+  const auto cloud = Formats::addPointCloud(bundle, {file.path()}, {});
+  if (cloud.ok()) Fuzz::readEverything(bundle);
+  return 0;
+}
