@@ -5,6 +5,7 @@
 
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -32,10 +33,21 @@ struct TilingLayout {
 };
 
 /// Settles the layout for one surveyed grid. `fragmentLength` is updated in place: the estimate
-/// (when x or y is not above 0), then the defaults. Errors: the layout's `message`.
+/// (when x or y is not above 0), then the defaults. Requires: a global box. Errors: the layout's
+/// `message`.
 TilingLayout estimateTiling(const MemCore::StrongPtr<Eagle::BoundingBox>& globalBox,
                             Eagle::FixedArray<double, 3>& fragmentLength, double normalizedOverlap,
                             const MemCore::StrongPtr<Fiber::Field>& positions, bool hasWaveforms);
+
+/// Closed interval along one axis.
+struct AxisInterval {
+  double min = 0.0;
+  double max = 0.0;
+};
+
+/// What the tiles of index `q` along an axis span there, the overlap included.
+AxisInterval tileInterval(const TilingLayout& layout, std::size_t axis, std::uint64_t q,
+                          double normalizedOverlap);
 
 /// The box of tile (i, j, k), widened by the overlap on every side.
 MemCore::StrongPtr<Eagle::BoundingBox> tileBox(const Fiber::MultiIndex<3>& index,
