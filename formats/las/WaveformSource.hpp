@@ -91,9 +91,11 @@ class WaveformSource {
   MemCore::Outcome<WaveformBatch> readPackets(std::span<const WaveformPacketRef> packets) const;
 
  private:
+  class BatchReader;
+
   WaveformSource() = default;
   MemCore::Outcome<void> readDescriptors(const LasFile& file);
-  MemCore::Outcome<void> findPackets(const std::shared_ptr<const LasFile>& file);
+  MemCore::Outcome<void> findPackets(const LasFile& file);
   bool isAbsent(const WaveformPacketRef& packet) const;
   MemCore::Outcome<std::uint32_t> samplesIn(const WaveformPacketRef& packet) const;
 
