@@ -163,8 +163,8 @@ class ExtraBytesPlacer {
       return false;
     }
     const bool isBytes = descriptor.dataType == 0;
-    append(safeName(descriptor.name),
-           std::make_shared<const ExtraBytesDescriptor>(std::move(descriptor)), isBytes);
+    const std::string name = safeName(descriptor.name);
+    append(name, std::make_shared<const ExtraBytesDescriptor>(std::move(descriptor)), isBytes);
     return true;
   }
 
