@@ -50,9 +50,9 @@ Outcome<FlightPlan> planForCount(const SurveyOptions& options, const Terrain& te
   for (int round = 0; round < kPlanningRounds && plan; ++round) {
     const auto maker = std::make_unique<BlockMaker>(options, *plan, terrain);
     const std::uint64_t stride = std::max<std::uint64_t>(1, plan->pulseCount() / kSampledPulses);
-    const auto pulses = static_cast<double>((plan->pulseCount() + stride - 1) / stride);
+    const std::uint64_t pulses = (plan->pulseCount() + stride - 1) / stride;
     const auto returns = static_cast<double>(maker->countReturns(stride));
-    plan = planFlight(options, std::max(returns, 0.5) / pulses);
+    plan = planFlight(options, std::max(returns, 0.5) / static_cast<double>(pulses));
   }
   return plan;
 }

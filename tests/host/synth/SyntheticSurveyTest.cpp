@@ -4,9 +4,11 @@
 
 #include <gtest/gtest.h>
 #include <omp.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <cmath>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -348,6 +350,36 @@ TEST(SyntheticSurvey, FolderInTheWayStaysAndNothingElseIsLeft) {
   ASSERT_FALSE(written.ok());
   EXPECT_TRUE(std::filesystem::is_directory(path));
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 1);
+}
+
+/// Lets files of this process grow to so many bytes only, as a full disk would.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+    EXPECT_EQ(::getrlimit(RLIMIT_FSIZE, &former_), 0);
+    const rlimit limited{bytes, former_.rlim_max};
+    EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &limited), 0);
+  }
+  ~FileSizeLimit() {
+    ::setrlimit(RLIMIT_FSIZE, &former_);
+    std::signal(SIGXFSZ, handler_);
+  }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+ private:
+  rlimit former_{};
+  void (*handler_)(int);
+};
+
+TEST(SyntheticSurvey, FailedWriteGivesATextAndLeavesNothing) {
+  const TempDir folder;
+  const std::string path = folder / "survey.las";
+  const FileSizeLimit limit(2'000'000);
+  const auto written = writeSyntheticSurvey(testSurvey(), path, {});
+  ASSERT_FALSE(written.ok());
+  EXPECT_NE(written.error().find("cannot be written"), std::string::npos) << written.error();
+  EXPECT_TRUE(isEmptyFolder(folder));
 }
 
 TEST(SyntheticSurvey, ThrowingProgressBecomesAText) {
