@@ -13,12 +13,17 @@ namespace {
 constexpr std::uint64_t kFragmentRecordBytes = std::uint64_t{1} << 28;
 constexpr std::uint64_t kFragmentSamples = std::uint64_t{1} << 26;
 constexpr std::uint64_t kSmallFragment = 1024;
-/// Records of a run that is decoded as one piece at most.
-constexpr std::uint64_t kMaxRunBytes = std::uint64_t{1} << 29;
+/// The same for a run that is decoded as one piece: above this it is cut, at the price of being
+/// decoded for each part.
+constexpr std::uint64_t kRunRecordBytes = std::uint64_t{1} << 29;
+constexpr std::uint64_t kRunSamples = std::uint64_t{1} << 28;
 
-std::uint64_t atMost(std::uint64_t points, std::uint64_t budget, std::uint64_t perPoint) {
-  const std::uint64_t affordable = std::max(kSmallFragment, budget / perPoint);
-  return std::min(points, affordable);
+/// Points that fit into both budgets.
+std::uint64_t affordablePoints(std::uint64_t recordBudget, std::uint64_t recordBytes,
+                               std::uint64_t sampleBudget, std::uint64_t samplesPerPoint) {
+  const std::uint64_t byRecords = recordBudget / std::max<std::uint64_t>(recordBytes, 1);
+  const std::uint64_t bySamples = sampleBudget / std::max<std::uint64_t>(samplesPerPoint, 1);
+  return std::max(kSmallFragment, std::min(byRecords, bySamples));
 }
 
 void cutEvenly(const PointRange& range, std::uint64_t limit, std::vector<PointRange>& fragments) {
@@ -46,14 +51,16 @@ void joinRuns(std::span<const PointRun> runs, std::uint64_t limit, std::uint64_t
 
 std::vector<PointRange> cutIntoFragments(std::span<const PointRun> runs, std::uint64_t pointCount,
                                          std::size_t recordBytes, const FragmentLimits& limits) {
-  const std::uint64_t bytesPerPoint = std::max<std::size_t>(recordBytes, 1);
-  std::uint64_t limit = atMost(limits.fragmentPoints, kFragmentRecordBytes, bytesPerPoint);
-  if (limits.samplesPerPoint != 0) limit = atMost(limit, kFragmentSamples, limits.samplesPerPoint);
+  const std::uint64_t samples = limits.samplesPerPoint;
+  const std::uint64_t limit =
+      std::min(limits.fragmentPoints,
+               affordablePoints(kFragmentRecordBytes, recordBytes, kFragmentSamples, samples));
   std::vector<PointRange> fragments;
   if (runs.empty()) {
     cutEvenly({0, pointCount}, limit, fragments);
   } else {
-    joinRuns(runs, limit, kMaxRunBytes / bytesPerPoint, fragments);
+    joinRuns(runs, limit, affordablePoints(kRunRecordBytes, recordBytes, kRunSamples, samples),
+             fragments);
   }
   return fragments;
 }

@@ -59,7 +59,8 @@ class ColumnFiller {
         positions_(Fiber::makeArray(MemCore::Chunk<PhysicalSpace::point>::uninitialised(
             static_cast<std::size_t>(pointCount)))) {
     for (const PointColumns::Field& field : columns.fields) {
-      fieldColumns_.push_back(makeColumn(field.conversion.to, static_cast<std::size_t>(pointCount)));
+      fieldColumns_.push_back(
+          makeColumn(field.conversion.to, static_cast<std::size_t>(pointCount)));
     }
     outputs_.resize(columns.fields.size());
     converted_.resize(columns.fields.size());
@@ -148,6 +149,8 @@ std::vector<PointRange> piecesOf(const LasFile& file, const PointRange& range) {
 Failure unreadable(const LasFile& file, const PointRange& piece, std::string_view cause) {
   const std::string prefix = file.path() + ": ";
   if (cause.starts_with(prefix)) cause.remove_prefix(prefix.size());
+  // Readers of chunks say themselves which points their chunk has.
+  if (cause.starts_with("points ")) return Failure{fmt::format("{}: {}", file.path(), cause)};
   return Failure{fmt::format("{}: points {} to {}: {}", file.path(), piece.firstPoint,
                              piece.firstPoint + piece.pointCount - 1, cause)};
 }

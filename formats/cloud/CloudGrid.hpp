@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// CloudGrid: builds the grid of a cloud from opened files: fields, fragments and their creators.
+
+#pragma once
+
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "datamodel/fiber/Grid.hpp"
+#include "formats/cloud/CloudFields.hpp"
+#include "formats/cloud/FragmentRanges.hpp"
+#include "formats/cloud/PointCloudReader.hpp"
+#include "formats/cloud/WaveformFragmentSource.hpp"
+#include "formats/las/LasFile.hpp"
+
+namespace Formats {
+
+/// One file of a cloud. Invariant: `fragments` is empty exactly when the file has no points.
+struct CloudFile {
+  std::shared_ptr<LasFile> file;
+  std::shared_ptr<FileWaveforms> waveforms;  ///< Null: no packets to be had.
+  std::vector<PointRange> fragments;
+};
+
+/// Fills a new grid with the points of files. Requires: `fields` was joined from the same files.
+/// Returns the number of fragments and points by way of `summary`.
+void fillGrid(Fiber::Grid& grid, std::span<const CloudFile> files, const CloudFields& fields,
+              CloudSummary& summary);
+
+}  // namespace Formats
