@@ -33,6 +33,7 @@ StrongPtr<MemBase> CreativeArrayBase::makeData() {
   MemCore::Outcome<StrongPtr<MemBase>> made = StrongPtr<MemBase>();
   try {
     made = create();
+    if (made.ok() && !made.value()) made = MemCore::Failure{"point data: the source has none"};
   } catch (const std::bad_alloc&) {
     made = MemCore::Failure{"point data: not enough memory to hold them"};
   }
@@ -187,7 +188,11 @@ bool ExpandBBox(StrongPtr<BoundingBox>& box, CreativeArrayBase& creator, DataCre
 }
 
 std::optional<ValueRange> rangeOf(CreativeArrayBase& creator) {
-  if (const auto known = creator.facts().range) return known;
+  const auto known = creator.facts().range;
+  return known ? known : computeRange(creator);
+}
+
+std::optional<ValueRange> computeRange(CreativeArrayBase& creator) {
   const ArrayFacts facts = creator.facts();
   if (facts.type && facts.type->componentCount() != 1) return std::nullopt;
   const auto data = creator.data();

@@ -55,6 +55,7 @@ class FIBER_API CreativeArrayBase : public MemCore::Intercube,
   void rememberRange(const ValueRange& range);
 
   /// Marks the data as changed after they were filled: facts computed from them are forgotten.
+  /// Without data in memory nothing was filled, and what the source knows stays.
   void touch();
   /// Tells the creator that its data will not change any more. The base does nothing; creators
   /// bound to a file write the data there.
@@ -85,10 +86,13 @@ class FIBER_API CreativeArrayBase : public MemCore::Intercube,
 /// A creator whose data live in memory for as long as the creator does.
 class FIBER_API MemoryCreator final : public CreativeArrayBase {
  public:
+  /// Requires: data.
   explicit MemoryCreator(MemCore::StrongPtr<MemBase> data);
 
  protected:
   MemCore::Outcome<MemCore::StrongPtr<MemBase>> create() override { return data_; }
+  /// The cache does not hold the data and need not hear of their use.
+  void noteUse(const MemBase& /*data*/) override {}
 
  private:
   MemCore::StrongPtr<MemBase> data_;
@@ -110,6 +114,8 @@ FIBER_API bool ExpandBBox(MemCore::StrongPtr<Eagle::BoundingBox>& box, CreativeA
 /// The value range of one creator's data: known, or computed and remembered; absent for data that
 /// are no single numbers, or hold none.
 FIBER_API std::optional<ValueRange> rangeOf(CreativeArrayBase& creator);
+/// The same from the data themselves, whatever is known; replaces what the creator remembers.
+FIBER_API std::optional<ValueRange> computeRange(CreativeArrayBase& creator);
 
 }  // namespace Fiber
 

@@ -40,9 +40,14 @@ class TypeRegistry {
     return nullptr;
   }
 
-  void add(const StrongPtr<FiberTypeBase>& type) {
+  /// The registered type of the same C++ type; `type` itself when there was none.
+  StrongPtr<FiberTypeBase> findOrAdd(const StrongPtr<FiberTypeBase>& type) {
     const std::unique_lock lock(mutex_);
+    for (const auto& known : types_) {
+      if (known->type() == type->type()) return known;
+    }
     types_.push_back(type);
+    return type;
   }
 
  private:
@@ -91,10 +96,7 @@ StrongPtr<FiberTypeBase> FiberTypeBase::find(const std::string& name) {
 }
 
 StrongPtr<FiberTypeBase> FiberTypeBase::remember(const StrongPtr<FiberTypeBase>& type) {
-  if (!type) return nullptr;
-  if (auto known = find(type->type())) return known;
-  registry().add(type);
-  return type;
+  return type ? registry().findOrAdd(type) : nullptr;
 }
 
 }  // namespace Fiber

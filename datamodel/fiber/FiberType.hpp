@@ -50,7 +50,8 @@ class FIBER_API FiberTypeBase {
   /// "float", "int8" ... "uint64".
   static MemCore::StrongPtr<FiberTypeBase> find(const std::type_info& type);
   static MemCore::StrongPtr<FiberTypeBase> find(const std::string& name);
-  /// Registers a type; the first registration of a C++ type wins. Threads: any.
+  /// Registers a type and returns the registered one: the first of a C++ type wins. An empty
+  /// handle registers nothing. Threads: any.
   static MemCore::StrongPtr<FiberTypeBase> remember(const MemCore::StrongPtr<FiberTypeBase>& type);
 
  private:

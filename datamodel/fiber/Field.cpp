@@ -30,23 +30,23 @@ FragmentHandle Field::makeFragmentID(const std::string& name) {
 CreatorHandle Field::getCreator(const FragmentHandle& fragment) const {
   if (!fragment) return nullptr;
   const std::shared_lock lock(mutex_);
-  const auto found = creators_.find(fragment->number());
-  return found == creators_.end() ? nullptr : found->second;
+  return creators_.find(fragment->number());
 }
 
 CreatorHandle Field::getFirstCreator() const {
+  CreatorHandle first;
   const std::shared_lock lock(mutex_);
-  return creators_.empty() ? nullptr : creators_.begin()->second;
+  creators_.walk([&](const CreatorHandle& creator) {
+    first = creator;
+    return false;
+  });
+  return first;
 }
 
 void Field::setCreator(const FragmentHandle& fragment, const CreatorHandle& creator) {
   if (!fragment) return;
   const std::unique_lock lock(mutex_);
-  if (creator) {
-    creators_[fragment->number()] = creator;
-  } else {
-    creators_.erase(fragment->number());
-  }
+  creators_.set(fragment->number(), creator);
 }
 
 StrongPtr<MemBase> Field::getData(const FragmentHandle& fragment) const {
@@ -71,11 +71,18 @@ StrongPtr<MemArray<1, FragmentHandle>> Field::newFragmentationArray() const {
 
 template <std::size_t N>
 FragmentHandle RegularlyFragmentedField<N>::fragmentAt(const MultiIndex<N>& index) {
+  // Below 2^32 after every axis: the next step then stays within 64 bits.
+  constexpr std::uint64_t kMost = std::numeric_limits<unsigned>::max();
   std::uint64_t number = 0;
-  for (std::size_t axis = N; axis-- > 0;) number = number * counts_[axis] + index[axis];
-  if (number > std::numeric_limits<unsigned>::max()) return nullptr;
-  return getFragmentIDCollection()->makeFragmentID(tileIndexText(index),
-                                                   static_cast<unsigned>(number));
+  for (std::size_t axis = N; axis-- > 0;) {
+    if (index[axis] >= counts_[axis]) return nullptr;
+    if (number != 0 && counts_[axis] > kMost) return nullptr;
+    number = number * counts_[axis] + index[axis];
+    if (number > kMost) return nullptr;
+  }
+  const auto position = static_cast<unsigned>(number);
+  if (auto known = getFragmentIDCollection()->findFragmentID(position)) return known;
+  return getFragmentIDCollection()->makeFragmentID(tileIndexText(index), position);
 }
 
 template class RegularlyFragmentedField<3>;
@@ -95,46 +102,67 @@ std::optional<MultiIndex<3>> parseTileIndex(const std::string& text) {
     if (error != std::errc()) return std::nullopt;
     next = stop;
   }
-  if (next + 1 != end || *next != ']') return std::nullopt;
+  // Leading zeros and whatever follows make it another text.
+  if (text != tileIndexText(index)) return std::nullopt;
   return index;
 }
 
-bool expandBoundingBox(const StrongPtr<Field>& field, StrongPtr<BoundingBox>& box) {
-  if (!field) return false;
-  const auto fragments = field->getFragmentIDs();
-  // Each fragment's box is made (and remembered by its creator) independently of the others; the
-  // boxes are then joined in order.
-#pragma omp parallel for schedule(dynamic, 1)
+namespace {
+
+/// The answers of a field's creators to one question, in order of fragment, asked by several
+/// threads at once; a fragment without a creator answers with a default value.
+template <class Answer, class Question>
+std::vector<Answer> askCreators(const Field& field, const Question& ask) {
+  const auto fragments = field.getFragmentIDs();
+  std::vector<Answer> answers(fragments.size());
+#pragma omp parallel for schedule(dynamic, 1) if (fragments.size() > 1)
   for (std::size_t i = 0; i < fragments.size(); ++i) {
-    if (const CreatorHandle creator = field->getCreator(fragments[i])) {
-      StrongPtr<BoundingBox> own;
-      ExpandBBox(own, *creator, DataCreationMode::KnownOrCreate);
-    }
+    if (const CreatorHandle creator = field.getCreator(fragments[i])) answers[i] = ask(*creator);
   }
-  bool grown = false;
-  for (const FragmentHandle& fragment : fragments) {
-    const CreatorHandle creator = field->getCreator(fragment);
-    if (creator && ExpandBBox(box, *creator, DataCreationMode::KnownOnly)) grown = true;
-  }
-  if (grown) field->addInterface(makeStrong<BoundingBox>(box->min(), box->max()));
-  return grown;
+  return answers;
 }
 
-StrongPtr<DataRangeBase> getRange(Field& field, const FragmentHandle& fragment, bool /*recompute*/,
+std::optional<ValueRange> knownOrNew(CreativeArrayBase& creator, bool recompute) {
+  return recompute ? computeRange(creator) : rangeOf(creator);
+}
+
+}  // namespace
+
+bool expandBoundingBox(const StrongPtr<Field>& field, StrongPtr<BoundingBox>& box) {
+  if (!field) return false;
+  const auto boxes = askCreators<StrongPtr<BoundingBox>>(*field, [](CreativeArrayBase& creator) {
+    StrongPtr<BoundingBox> own;
+    ExpandBBox(own, creator, DataCreationMode::KnownOrCreate);
+    return own;
+  });
+  StrongPtr<BoundingBox> whole;
+  for (const auto& own : boxes) {
+    if (whole && own) whole->expand(*own);
+    if (!whole) whole = own;
+  }
+  if (!whole) return false;
+  field->addInterface(whole);
+  if (box) {
+    box->expand(*whole);
+  } else {
+    box = makeStrong<BoundingBox>(whole->min(), whole->max());
+  }
+  return true;
+}
+
+StrongPtr<DataRangeBase> getRange(Field& field, const FragmentHandle& fragment, bool recompute,
                                   bool /*exact*/) {
   const CreatorHandle creator = field.getCreator(fragment);
   if (!creator) return nullptr;
-  const auto range = rangeOf(*creator);
+  const auto range = knownOrNew(*creator, recompute);
   return range ? makeStrong<DataRangeBase>(*range) : nullptr;
 }
 
-StrongPtr<DataRangeBase> getRange(Field& field, std::string& name, bool /*recompute*/,
-                                  bool /*exact*/) {
+StrongPtr<DataRangeBase> getRange(Field& field, std::string& name, bool recompute, bool /*exact*/) {
+  const auto ranges = askCreators<std::optional<ValueRange>>(
+      field, [&](CreativeArrayBase& creator) { return knownOrNew(creator, recompute); });
   std::optional<ValueRange> whole;
-  for (const FragmentHandle& fragment : field.getFragmentIDs()) {
-    const CreatorHandle creator = field.getCreator(fragment);
-    if (!creator) continue;
-    const auto range = rangeOf(*creator);
+  for (const auto& range : ranges) {
     if (!range) continue;
     whole = whole ? ValueRange{std::min(whole->min, range->min), std::max(whole->max, range->max)}
                   : *range;

@@ -6,7 +6,6 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <mutex>
 #include <shared_mutex>
 #include <string>
@@ -14,6 +13,7 @@
 
 #include "datamodel/fiber/CreativeArrayBase.hpp"
 #include "datamodel/fiber/FragmentID.hpp"
+#include "datamodel/fiber/NumberTable.hpp"
 #include "datamodel/memcore/Attributes.hpp"
 #include "datamodel/memcore/Cache.hpp"
 #include "datamodel/memcore/Intercube.hpp"
@@ -51,9 +51,9 @@ class FIBER_API Field : public MemCore::Intercube, public std::enable_shared_fro
   void setCreator(const FragmentHandle& fragment, const CreatorHandle& creator);
   /// The data of a fragment, made on demand; empty when there is no creator or it fails.
   MemCore::StrongPtr<MemBase> getData(const FragmentHandle& fragment) const;
-  /// Stores an array as a fragment's data and returns its creator. The cache is told of the array
-  /// only if a creator of another kind could make it again, which it cannot; the text names the
-  /// creator for diagnostics and may be empty.
+  /// Stores an array as a fragment's data and returns its creator, which keeps the array alive;
+  /// empty when either handle is. The base leaves the cache alone, because nothing could make the
+  /// array again, and needs no name for the creator; fields bound to files use both.
   virtual CreatorHandle setPersistentData(const MemCore::StrongPtr<MemBase>& data,
                                           const FragmentHandle& fragment,
                                           const MemCore::StrongPtr<MemCore::Cache>& cache,
@@ -74,7 +74,7 @@ class FIBER_API Field : public MemCore::Intercube, public std::enable_shared_fro
  private:
   MemCore::StrongPtr<FragmentIDCollection> fragments_;
   mutable std::shared_mutex mutex_;
-  std::map<unsigned, CreatorHandle> creators_;  ///< by fragment number
+  NumberTable<CreatorHandle> creators_;  ///< by fragment number
   MemCore::Attributes properties_;
 };
 
@@ -98,8 +98,10 @@ class FIBER_API RegularlyFragmentedField final : public Field {
   }
 
   /// The fragment at an index, made on first use; its name is "[", i, "x", j, "x", k, "]" and its
-  /// number the linear position, x fastest (positions beyond 32 bits are not addressable: empty).
+  /// number the linear position, x fastest. Empty for an index outside the counts and for a
+  /// position beyond 32 bits.
   FragmentHandle fragmentAt(const MultiIndex<N>& index);
+  /// Does nothing where fragmentAt is empty.
   void setCreatorAt(const MultiIndex<N>& index, const CreatorHandle& creator) {
     setCreator(fragmentAt(index), creator);
   }
@@ -113,18 +115,20 @@ extern template class RegularlyFragmentedField<3>;
 
 /// "[", i, "x", j, "x", k, "]": how a tile index is written in fragment names and messages.
 FIBER_API std::string tileIndexText(const MultiIndex<3>& index);
-/// The inverse; absent when the text has another form.
+/// The inverse; absent for every other text.
 FIBER_API std::optional<MultiIndex<3>> parseTileIndex(const std::string& text);
 
 /// Grows a box by all positions of a field; false when nothing was there to grow by. Boxes that
-/// are not known yet are computed by several threads at once.
+/// are not known yet are computed by several threads at once. The field's own box is attached to
+/// it.
 FIBER_API bool expandBoundingBox(const MemCore::StrongPtr<Field>& field,
                                  MemCore::StrongPtr<Eagle::BoundingBox>& box);
 
 /// Value range of one fragment, or of the whole field; a range that results is attached to the
 /// field (whole) or remembered by the creator (fragment). Empty for data that are no single
-/// numbers. `name` receives the range's text. The two flags ask for recomputation and for exact
-/// bounds; false takes what is known.
+/// numbers. `name` receives the range's text. What is known is taken unless `recompute` is true.
+/// Ranges are always exact, so that the last flag changes nothing. Ranges of a whole field that
+/// are not known yet are computed by several threads at once.
 FIBER_API MemCore::StrongPtr<DataRangeBase> getRange(Field& field, const FragmentHandle& fragment,
                                                      bool recompute, bool exact);
 FIBER_API MemCore::StrongPtr<DataRangeBase> getRange(Field& field, std::string& name,

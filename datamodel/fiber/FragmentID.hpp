@@ -5,12 +5,16 @@
 
 #pragma once
 
-#include <map>
+#include <cstdint>
 #include <mutex>
+#include <optional>
 #include <shared_mutex>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
+#include "datamodel/fiber/NumberTable.hpp"
 #include "datamodel/memcore/StrongPtr.hpp"
 
 namespace Fiber {
@@ -36,15 +40,18 @@ class FIBER_API FragmentID {
 using FragmentHandle = MemCore::StrongPtr<FragmentID>;
 
 /// Threads: every operation may be called at once from any thread.
+/// Looking up by number is the cheap way. The index of names is made when a name is first asked
+/// for: the many fragments of a tiling are addressed by number alone.
 class FIBER_API FragmentIDCollection : public std::enable_shared_from_this<FragmentIDCollection> {
  public:
   /// The fragment of that name or number; empty when there is none.
   FragmentHandle findFragmentID(const std::string& name) const;
   FragmentHandle findFragmentID(unsigned number) const;
-  /// Finds the fragment of that name or makes it with the lowest number above all others.
+  /// Finds the fragment of that name or makes it with the lowest number above all others. Empty
+  /// when 32 bits hold no such number.
   FragmentHandle makeFragmentID(const std::string& name);
-  /// Finds or makes a fragment with a number of the caller's choice. Requires: no other fragment
-  /// has the name or the number.
+  /// Finds the fragment of that number or makes it under the name. Requires: no fragment of another
+  /// number has the name.
   FragmentHandle makeFragmentID(const std::string& name, unsigned number);
   /// All fragments in ascending order of number.
   std::vector<FragmentHandle> all() const;
@@ -53,9 +60,14 @@ class FIBER_API FragmentIDCollection : public std::enable_shared_from_this<Fragm
  private:
   FragmentHandle insertLocked(const std::string& name, unsigned number);
 
+  void indexNamesLocked() const;
+  FragmentHandle findNameLocked(const std::string& name) const;
+
   mutable std::shared_mutex mutex_;
-  std::map<unsigned, FragmentHandle> byNumber_;
-  std::map<std::string, FragmentHandle> byName_;
+  NumberTable<FragmentHandle> fragments_;
+  std::uint64_t nextNumber_ = 0;  ///< above every number in use
+  /// The names as the fragments hold them; absent until a name is asked for.
+  mutable std::optional<std::unordered_map<std::string_view, FragmentHandle>> names_;
 };
 
 }  // namespace Fiber

@@ -71,6 +71,7 @@ StrongPtr<Field> Grid::getField(const StrongPtr<ChartID>& chart, const std::stri
 GridWithCartesianVertices::GridWithCartesianVertices(const StrongPtr<Grid>& grid,
                                                      const StrongPtr<Field>& positions)
     : TypedGrid(grid) {
+  if (!grid) return;
   grid->makeCartesianRepresentation(kSpaceDimension, "", 0)->setPositions(positions);
 }
 

@@ -74,6 +74,7 @@ class FIBER_API TypedGrid {
 };
 
 /// Makes sure that the grid has a vertex skeleton with `positions` installed in the standard chart.
+/// Without a grid it does nothing; without positions the skeleton is made alone.
 class FIBER_API GridWithCartesianVertices : public TypedGrid {
  public:
   GridWithCartesianVertices(const MemCore::StrongPtr<Grid>& grid,

@@ -75,7 +75,8 @@ bool staysInside(const IndexList* indices, const IndirectionRange& range, std::u
                  std::uint64_t stride, std::uint64_t limit) {
   if (range.count == 0) return true;
   const std::uint64_t end = range.first + range.count;
-  if (offset >= limit || (indices != nullptr && end > indices->size())) return false;
+  if (end < range.first || offset >= limit) return false;
+  if (indices != nullptr && end > indices->size()) return false;
   std::uint64_t highest = end - 1;
   if (indices != nullptr) {
     const auto used = indices->span().subspan(range.first, range.count);
@@ -145,18 +146,22 @@ void MemBase::registerCreator(const std::type_info& elementType, std::size_t ran
 bool CreateIndirection(const StrongPtr<ChunkBase>& output, const StrongPtr<ChunkBase>& input,
                        const IndexList* outputIndices, const IndexList* inputIndices,
                        const IndirectionRange& range) {
-  if (!output || !input || output->elementSize() != input->elementSize()) return false;
+  if (!output || !input || output == input) return false;
+  if (output->elementSize() != input->elementSize()) return false;
+  if (!output->isPlain() || !input->isPlain()) return false;
   if (!staysInside(outputIndices, range, range.outputOffset, range.stride, output->size()) ||
       !staysInside(inputIndices, range, range.inputOffset, 1, input->size())) {
     return false;
   }
+  if (range.count == 0) return true;
   const std::size_t bytes = input->elementSize();
   const std::byte* from = input->bytes() + range.inputOffset * bytes;
   std::byte* to = output->bytes() + range.outputOffset * bytes;
   const GatherFunction gatherElements = gatherFor(bytes);
   if (outputIndices == nullptr && inputIndices != nullptr && range.stride == 1 &&
-      range.first == 0 && gatherElements != nullptr) {
-    gatherElements(to, from, inputIndices->span().first(range.count));
+      gatherElements != nullptr) {
+    gatherElements(to + range.first * bytes, from,
+                   inputIndices->span().subspan(range.first, range.count));
     return true;
   }
   for (std::uint64_t j = range.first; j < range.first + range.count; ++j) {

@@ -6,7 +6,9 @@
 #pragma once
 
 #include <array>
+#include <cassert>
 #include <functional>
+#include <new>
 #include <span>
 #include <typeinfo>
 #include <utility>
@@ -53,14 +55,16 @@ class FIBER_API MemBase : public MemCore::Cacheable, public MemCore::Intercube {
 template <std::size_t N, class T>
 class MemArray final : public MemBase {
  public:
-  /// All elements T{} (zero for numbers).
+  /// All elements T{} (zero for numbers). May throw std::bad_alloc, as for absurd extents.
   explicit MemArray(const std::array<std::uint64_t, N>& extents)
       : MemArray(extents, makeZeroed(extents)) {}
   /// Over elements that exist. Requires: the chunk has as many elements as the extents say.
   MemArray(const std::array<std::uint64_t, N>& extents,
            MemCore::StrongPtr<MemCore::Chunk<T>> elements)
       : MemBase(DynamicSize(std::span<const std::uint64_t>(extents)), elements),
-        chunk_(std::move(elements)) {}
+        chunk_(std::move(elements)) {
+    assert(size().elementCount() == chunk_->size());
+  }
 
   std::uint64_t count() const { return chunk_->size(); }
   T& operator[](std::uint64_t i) { return (*chunk_)[i]; }
@@ -73,7 +77,9 @@ class MemArray final : public MemBase {
   static MemCore::StrongPtr<MemCore::Chunk<T>> makeZeroed(
       const std::array<std::uint64_t, N>& extents) {
     std::uint64_t count = 1;
-    for (const std::uint64_t extent : extents) count *= extent;
+    for (const std::uint64_t extent : extents) {
+      if (__builtin_mul_overflow(count, extent, &count)) throw std::bad_array_new_length();
+    }
     return MemCore::makeStrong<MemCore::Chunk<T>>(static_cast<std::size_t>(count));
   }
 
@@ -118,8 +124,8 @@ struct IndirectionRange {
 };
 
 /// Copies the elements named by index lists from one chunk into another, whatever their type.
-/// Returns false, and copies nothing, when the element sizes differ or an index lies outside
-/// either chunk.
+/// Returns false, and copies nothing, when a chunk is absent, both are the same one, the element
+/// sizes differ, elements are no plain bytes, or an index lies outside either chunk.
 FIBER_API bool CreateIndirection(const MemCore::StrongPtr<MemCore::ChunkBase>& output,
                                  const MemCore::StrongPtr<MemCore::ChunkBase>& input,
                                  const IndexList* outputIndices, const IndexList* inputIndices,

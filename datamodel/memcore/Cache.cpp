@@ -39,6 +39,7 @@ std::uint64_t Cache::budget() const {
 }
 
 void Cache::insert(const StrongPtr<Cacheable>& item) {
+  if (!item) return;
   EntryList dropped;
   const std::uint64_t bytes = item->byteCount();
   const std::lock_guard lock(mutex_);

@@ -5,6 +5,7 @@
 
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <list>
 #include <mutex>
@@ -21,17 +22,17 @@ class FIBER_API Creature {
  public:
   virtual ~Creature() = default;
   /// Off: data made later are not handed to the cache and live only as long as they are held.
-  void enableCaching(bool on) { cachingEnabled_ = on; }
+  void enableCaching(bool on) { cachingEnabled_ = on; }  ///< Threads: any
   bool cachingEnabled() const { return cachingEnabled_; }
 
  private:
-  bool cachingEnabled_ = true;
+  std::atomic<bool> cachingEnabled_ = true;
 };
 
 /// What the cache has seen since it was made.
 struct CacheStatistics {
-  std::uint64_t hits = 0;
-  std::uint64_t misses = 0;  ///< insertions
+  std::uint64_t hits = 0;    ///< uses of data that were there
+  std::uint64_t misses = 0;  ///< data that had to be made, kept or not
   std::uint64_t bytes = 0;   ///< held now
   std::uint64_t peakBytes = 0;
   std::uint64_t evictions = 0;
@@ -50,7 +51,7 @@ class FIBER_API Cache {
   void setBudget(std::uint64_t bytes);
   std::uint64_t budget() const;
   /// Takes a handle on freshly made data and drops the least recently used beyond the budget. Data
-  /// larger than the whole budget are not kept.
+  /// larger than the whole budget are not kept. An empty handle does nothing.
   void insert(const StrongPtr<Cacheable>& item);
   /// Notes a use: the item becomes the most recent one, if the cache holds it.
   void markAsUsed(const Cacheable& item);

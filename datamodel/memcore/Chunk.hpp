@@ -8,9 +8,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <limits>
 #include <memory>
 #include <new>
 #include <span>
+#include <type_traits>
 #include <typeinfo>
 #include <utility>
 #include <vector>
@@ -29,6 +31,8 @@ class FIBER_API ChunkBase {
   virtual std::byte* bytes() = 0;               ///< first byte of element 0; null when empty
   virtual const std::byte* bytes() const = 0;
   std::size_t byteCount() const { return size() * elementSize(); }
+  /// Whether elements may be copied as bytes. Chunks of texts or handles may not.
+  virtual bool isPlain() const = 0;
 
  protected:
   ChunkBase() = default;
@@ -44,8 +48,8 @@ class UninitialisedAllocator {
   using value_type = T;
   UninitialisedAllocator() = default;
   template <class U>
-  UninitialisedAllocator(const UninitialisedAllocator<U>&) {
-  }  // NOLINT(google-explicit-constructor)
+  // NOLINTNEXTLINE(google-explicit-constructor): allocators rebind by conversion
+  UninitialisedAllocator(const UninitialisedAllocator<U>&) {}
 
   T* allocate(std::size_t n) {
     return static_cast<T*>(::operator new(n * sizeof(T), std::align_val_t(64)));
@@ -64,21 +68,21 @@ class UninitialisedAllocator {
   }
 };
 
-/// A typed run of elements.
+/// A typed run of elements. Whatever allocates throws std::bad_alloc, for absurd counts too.
 template <class T>
 class Chunk final : public ChunkBase {
  public:
   Chunk() = default;
   /// n elements, all T{} (zero for numbers).
-  explicit Chunk(std::size_t n) : elements_(n, T{}) {}
-  Chunk(std::size_t n, const T& value) : elements_(n, value) {}
+  explicit Chunk(std::size_t n) : elements_(possible(n), T{}) {}
+  Chunk(std::size_t n, const T& value) : elements_(possible(n), value) {}
   Chunk(std::initializer_list<T> values) : elements_(values) {}
   explicit Chunk(std::span<const T> values) : elements_(values.begin(), values.end()) {}
 
   /// n elements of unspecified value, for callers that write every one of them.
   static StrongPtr<Chunk> uninitialised(std::size_t n) {
     auto chunk = makeStrong<Chunk>();
-    chunk->elements_.resize(n);
+    chunk->elements_.resize(possible(n));
     return chunk;
   }
 
@@ -89,6 +93,7 @@ class Chunk final : public ChunkBase {
   const std::byte* bytes() const override {
     return reinterpret_cast<const std::byte*>(elements_.data());
   }
+  bool isPlain() const override { return std::is_trivially_copyable_v<T>; }
 
   bool empty() const { return elements_.empty(); }
   T& operator[](std::size_t i) { return elements_[i]; }
@@ -102,21 +107,31 @@ class Chunk final : public ChunkBase {
   std::span<T> span() { return elements_; }
   std::span<const T> span() const { return elements_; }
 
-  void reserve(std::size_t n) { elements_.reserve(n); }
+  void reserve(std::size_t n) { elements_.reserve(possible(n)); }
   void push_back(T value) { elements_.push_back(std::move(value)); }
   void append(std::span<const T> values) {
     elements_.insert(elements_.end(), values.begin(), values.end());
   }
   /// Grows by n elements of unspecified value and returns the first new one.
   T* grow(std::size_t n) {
-    elements_.resize(elements_.size() + n);
+    elements_.resize(possible(elements_.size() + possible(n)));
     return elements_.data() + (elements_.size() - n);
   }
+  /// Keeps the first n elements; does nothing when there are no more than that.
   void truncate(std::size_t n) {
+    if (n >= elements_.size()) return;
     elements_.erase(elements_.begin() + static_cast<std::ptrdiff_t>(n), elements_.end());
   }
 
  private:
+  // The vector would answer a count beyond its limit with another exception than memory failures.
+  static std::size_t possible(std::size_t n) {
+    constexpr std::size_t kMost =
+        static_cast<std::size_t>(std::numeric_limits<std::ptrdiff_t>::max()) / sizeof(T);
+    if (n > kMost) throw std::bad_array_new_length();
+    return n;
+  }
+
   std::vector<T, UninitialisedAllocator<T>> elements_;
 };
 

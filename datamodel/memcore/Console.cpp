@@ -6,6 +6,7 @@
 #include <mutex>
 #include <utility>
 
+#include "datamodel/memcore/HandleDiagnostics.hpp"
 #include "datamodel/memcore/Text.hpp"
 
 namespace MemCore {
@@ -28,15 +29,19 @@ Destination& destination() {
 Console::~Console() {
   Destination& target = destination();
   const std::lock_guard lock(target.mutex);
-  if (target.sink) {
-    target.sink(message_);
-  } else {
-    std::fputs((message_ + "\n").c_str(), stderr);
+  try {
+    if (target.sink) {
+      target.sink(message_);
+    } else {
+      std::fputs((message_ + '\n').c_str(), stderr);
+    }
+  } catch (...) {
+    breakpoint();  // a message that cannot be shown must not end the process
   }
 }
 
 Console& Console::operator<<(const char* text) {
-  message_ += text;
+  if (text != nullptr) message_ += text;
   return *this;
 }
 

@@ -22,11 +22,10 @@ struct Failure {
 template <class T>
 class [[nodiscard]] Outcome {
  public:
-  Outcome(T value)
-      : state_(std::in_place_index<0>, std::move(value)) {}  // NOLINT(google-explicit-constructor)
-  Outcome(Failure failure)
-      : state_(std::in_place_index<1>, std::move(failure)) {
-  }  // NOLINT(google-explicit-constructor)
+  // NOLINTNEXTLINE(google-explicit-constructor): a step returns its value or a Failure as they are
+  Outcome(T value) : state_(std::in_place_index<0>, std::move(value)) {}
+  // NOLINTNEXTLINE(google-explicit-constructor)
+  Outcome(Failure failure) : state_(std::in_place_index<1>, std::move(failure)) {}
 
   bool ok() const { return state_.index() == 0; }
   explicit operator bool() const { return ok(); }
@@ -51,8 +50,8 @@ template <>
 class [[nodiscard]] Outcome<void> {
  public:
   Outcome() = default;
-  Outcome(Failure failure)
-      : failed_(true), failure_(std::move(failure)) {}  // NOLINT(google-explicit-constructor)
+  // NOLINTNEXTLINE(google-explicit-constructor)
+  Outcome(Failure failure) : failed_(true), failure_(std::move(failure)) {}
 
   bool ok() const { return !failed_; }
   explicit operator bool() const { return ok(); }

@@ -28,8 +28,8 @@ class StrongPtr {
   explicit StrongPtr(T* fresh) : object_(fresh) {}
   explicit StrongPtr(std::shared_ptr<T> object) : object_(std::move(object)) {}
   template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
-  StrongPtr(const StrongPtr<U>& other)
-      : object_(other.shared()) {}  // NOLINT(google-explicit-constructor)
+  // NOLINTNEXTLINE(google-explicit-constructor): a handle converts as a pointer does
+  StrongPtr(const StrongPtr<U>& other) : object_(other.shared()) {}
 
   T* get() const { return object_.get(); }
   T* operator->() const { return checked(); }
@@ -56,8 +56,8 @@ class WeakPtr {
  public:
   WeakPtr() = default;
   template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
-  WeakPtr(const StrongPtr<U>& strong)
-      : object_(strong.shared()) {}  // NOLINT(google-explicit-constructor)
+  // NOLINTNEXTLINE(google-explicit-constructor): a weak handle is made from any strong one
+  WeakPtr(const StrongPtr<U>& strong) : object_(strong.shared()) {}
   explicit WeakPtr(std::weak_ptr<T> object) : object_(std::move(object)) {}
 
   StrongPtr<T> lock() const { return StrongPtr<T>(object_.lock()); }

@@ -1,0 +1,134 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "datamodel/fiber/FragmentID.hpp"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <thread>
+#include <unordered_set>
+#include <vector>
+
+namespace Fiber {
+namespace {
+
+using MemCore::makeStrong;
+
+TEST(FragmentID, KnowsNameNumberAndCollection) {
+  const auto collection = makeStrong<FragmentIDCollection>();
+  const FragmentID fragment("tile", 7, collection);
+  EXPECT_EQ(fragment.name(), "tile");
+  EXPECT_EQ(fragment.number(), 7U);
+  EXPECT_EQ(fragment.collection(), collection);
+}
+
+TEST(FragmentID, OutlivesItsCollection) {
+  auto collection = makeStrong<FragmentIDCollection>();
+  const auto fragment = collection->makeFragmentID("a");
+  EXPECT_EQ(fragment->collection(), collection);
+  collection.reset();
+  EXPECT_FALSE(fragment->collection());
+  EXPECT_EQ(fragment->name(), "a");
+}
+
+TEST(FragmentIDCollection, UnknownNameOrNumberIsAnEmptyHandle) {
+  const auto collection = makeStrong<FragmentIDCollection>();
+  EXPECT_FALSE(collection->findFragmentID("a"));
+  EXPECT_FALSE(collection->findFragmentID(0U));
+  EXPECT_EQ(collection->size(), 0U);
+  EXPECT_TRUE(collection->all().empty());
+}
+
+TEST(FragmentIDCollection, NamesGetAscendingNumbers) {
+  const auto collection = makeStrong<FragmentIDCollection>();
+  const auto b = collection->makeFragmentID("b");
+  const auto a = collection->makeFragmentID("a");
+  EXPECT_EQ(b->number(), 0U);
+  EXPECT_EQ(a->number(), 1U);
+  EXPECT_EQ(collection->makeFragmentID("b"), b);
+  EXPECT_EQ(collection->findFragmentID("a"), a);
+  EXPECT_EQ(collection->findFragmentID(0U), b);
+}
+
+TEST(FragmentIDCollection, NumberOfChoiceIsKeptAndTheNextNameGoesAboveIt) {
+  const auto collection = makeStrong<FragmentIDCollection>();
+  const auto far = collection->makeFragmentID("far", 1000);
+  EXPECT_EQ(collection->makeFragmentID("far", 1000), far);
+  EXPECT_EQ(collection->makeFragmentID("next")->number(), 1001U);
+  EXPECT_EQ(collection->findFragmentID("far"), far);
+}
+
+TEST(FragmentIDCollection, NamesAreFoundWhetherMadeBeforeOrAfterTheFirstLookup) {
+  const auto collection = makeStrong<FragmentIDCollection>();
+  const auto before = collection->makeFragmentID("before", 5);
+  EXPECT_FALSE(collection->findFragmentID("after"));
+  const auto after = collection->makeFragmentID("after", 3);
+  EXPECT_EQ(collection->findFragmentID("before"), before);
+  EXPECT_EQ(collection->findFragmentID("after"), after);
+}
+
+TEST(FragmentIDCollection, ListsInOrderOfNumber) {
+  const auto collection = makeStrong<FragmentIDCollection>();
+  for (const unsigned number : {70U, 3U, 64U, 0U}) {
+    collection->makeFragmentID(std::to_string(number), number);
+  }
+  std::vector<unsigned> numbers;
+  for (const auto& fragment : collection->all()) numbers.push_back(fragment->number());
+  EXPECT_EQ(numbers, (std::vector<unsigned>{0, 3, 64, 70}));
+  EXPECT_EQ(collection->size(), 4U);
+}
+
+TEST(FragmentIDCollection, NoNumberLeftIsAnEmptyHandle) {
+  const auto collection = makeStrong<FragmentIDCollection>();
+  const auto last = collection->makeFragmentID("last", std::numeric_limits<unsigned>::max());
+  EXPECT_FALSE(collection->makeFragmentID("one more"));
+  EXPECT_EQ(collection->size(), 1U);
+  EXPECT_EQ(collection->makeFragmentID("last"), last);
+}
+
+TEST(FragmentIDCollection, ThreadsThatMakeTheSameFragmentsAgree) {
+  const auto collection = makeStrong<FragmentIDCollection>();
+  constexpr unsigned kCount = 500;
+  std::vector<std::vector<FragmentHandle>> made(4, std::vector<FragmentHandle>(kCount));
+  std::vector<std::thread> threads;
+  for (auto& mine : made) {
+    threads.emplace_back([&] {
+      for (unsigned n = 0; n < kCount; ++n) {
+        mine[n] = n % 2 == 0 ? collection->makeFragmentID(std::to_string(n), n)
+                             : collection->makeFragmentID("odd " + std::to_string(n), n);
+        ASSERT_TRUE(collection->findFragmentID(std::to_string(n - n % 2)));
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(collection->size(), kCount);
+  for (const auto& mine : made) EXPECT_EQ(mine, made.front());
+}
+
+TEST(FragmentSet, HashIsTheNumberAndEqualityIsIdentity) {
+  const auto one = makeStrong<FragmentIDCollection>();
+  const auto other = makeStrong<FragmentIDCollection>();
+  const auto a = one->makeFragmentID("a", 4);
+  const auto b = other->makeFragmentID("b", 4);
+  const std::hash<FragmentHandle> hash;
+  EXPECT_EQ(hash(a), hash(b));
+  const std::unordered_set<FragmentHandle> set{a, b, a};
+  EXPECT_EQ(set.size(), 2U);
+}
+
+TEST(FragmentSet, IsWalkedInTheSameOrderEveryTime) {
+  const auto walk = [] {
+    const auto collection = makeStrong<FragmentIDCollection>();
+    std::unordered_set<FragmentHandle> set;
+    for (unsigned n = 0; n < 100; ++n) {
+      set.insert(collection->makeFragmentID(std::to_string(n), n * 7 % 100));
+    }
+    std::vector<unsigned> order;
+    for (const auto& fragment : set) order.push_back(fragment->number());
+    return order;
+  };
+  EXPECT_EQ(walk(), walk());
+}
+
+}  // namespace
+}  // namespace Fiber
