@@ -6,19 +6,11 @@
 
 #pragma once
 
-#include <cstdint>
-#include <string>
-
 #include "assembly/PointSelection.hpp"
+#include "assembly/Waveforms.hpp"
 #include "datamodel/convlib/BasicConverterDefs.hpp"
 
 namespace LidarLib {
-
-/// Longest waveforms, in samples, among a tile's selected points.
-struct WaveformLengths {
-  std::uint32_t maxWaveformLength = 0;
-  std::uint32_t maxWaveformLengthHp = 0;
-};
 
 /// Everything that the copy of any field of one tile needs.
 struct FieldCopy {
@@ -36,23 +28,10 @@ struct FieldCopy {
 };
 
 /// Copies one input field into the tile; the visitor of Skeleton::iterate_fields. Always true.
+/// The output field is made when its first values arrive: one without values is not made at all.
+/// Deliberate: a fragment that is skipped leaves no gap. The values after it move up, and the last
+/// elements of the output keep their zeros. Threads: one per tile; the input may be shared.
 bool copyFieldIntoTile(const FieldCopy& copy, const MemCore::WeakPtr<Fiber::BaseSpace>& space,
                        const Fiber::FieldID& id, const MemCore::StrongPtr<Fiber::Field>& field);
-
-/// Scans "FWFLength" and "FWFLength_hp" of the selected points; 0 for a field that is absent.
-WaveformLengths scanWaveformLengths(
-    Fiber::Grid& inputGrid, const FragmentSet& fragments,
-    const MemCore::Chunk<MemCore::StrongPtr<Fiber::IndexList>>& indexLists);
-
-/// Sample indices of one fragment's selected points, and the positions within its block of output
-/// samples that are padding. Either may be empty.
-struct WaveformIndices {
-  MemCore::StrongPtr<Fiber::IndexList> samples;
-  MemCore::StrongPtr<Fiber::IndexList> padding;
-};
-
-WaveformIndices expandWaveformIndices(const MemCore::StrongPtr<Fiber::IndexList>& points,
-                                      std::uint64_t inputSamplesPerPoint,
-                                      const std::string& fieldName, const WaveformLengths& lengths);
 
 }  // namespace LidarLib

@@ -1,0 +1,247 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "assembly/FieldCopy.hpp"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <cstring>
+#include <optional>
+
+#include "datamodel/memcore/Console.hpp"
+
+namespace LidarLib {
+
+using Fiber::CreatorHandle;
+using Fiber::DynamicSize;
+using Fiber::FragmentHandle;
+using Fiber::IndexList;
+using Fiber::MemBase;
+using MemCore::Console;
+using MemCore::StrongPtr;
+
+namespace {
+
+constexpr int kSpaceDimension = 3;
+
+std::uint64_t lengthOf(const DynamicSize& size) { return size.rank() == 1 ? size[0] : 0; }
+
+/// Length of the positions of an input fragment; 0 when they are absent or no list of points.
+std::uint64_t positionsLength(const FieldCopy& copy, const FragmentHandle& fragment) {
+  const CreatorHandle creator =
+      copy.inputPositions ? copy.inputPositions->getCreator(fragment) : nullptr;
+  const auto size = creator ? Fiber::getSize(*creator) : std::nullopt;
+  return size ? lengthOf(*size) : 0;
+}
+
+/// Element type and extents of an array, for messages: "uint16[100x5]".
+std::string describe(const MemBase& array) {
+  const auto type = array.type();
+  return fmt::format("{}[{}]", type ? type->name() : "unknown type",
+                     fmt::join(array.size().extents(), "x"));
+}
+
+/// The elements of one input fragment on their way into the tile.
+struct FragmentElements {
+  FragmentHandle fragment;
+  StrongPtr<IndexList> points;
+  DynamicSize size;
+  StrongPtr<MemBase> data;
+};
+
+/// One field of the tile while it is being filled.
+class TileField {
+ public:
+  TileField(const FieldCopy& copy, StrongPtr<Fiber::Representation> representation,
+            const std::string& name, const Fiber::Field& source);
+
+  /// Adds the selected points of one input fragment, or skips the fragment.
+  void append(const FragmentHandle& fragment, const StrongPtr<IndexList>& points);
+  /// Refreshes the value range of what was written.
+  void finish();
+
+ private:
+  void adopt(const StrongPtr<Fiber::Field>& output);
+  StrongPtr<Fiber::Field> makeOutput() const;
+  bool hasPositionsLength(const FragmentHandle& fragment, const DynamicSize& size) const;
+  StrongPtr<MemBase> newArray(const FragmentElements& input) const;
+  std::optional<std::uint32_t> copyInto(MemBase& output, const FragmentElements& input) const;
+  std::optional<std::uint32_t> copyPoints(MemBase& output, const FragmentElements& input) const;
+  std::optional<std::uint32_t> copySamples(MemBase& output, const FragmentElements& input) const;
+  std::optional<std::uint32_t> gatherSamples(MemBase& output, const FragmentElements& input) const;
+  void store(const StrongPtr<MemBase>& made);
+  void warnSkipped(const FragmentElements& input, const std::string& found) const;
+
+  const FieldCopy& copy_;
+  const StrongPtr<Fiber::Representation> representation_;
+  const std::string& name_;
+  const Fiber::Field& source_;
+  const std::uint32_t waveformLength_;
+  StrongPtr<Fiber::Field> output_;  ///< empty until the field exists
+  FragmentHandle fragment_;         ///< the tile's fragment in it
+  CreatorHandle creator_;
+  StrongPtr<MemBase> data_;   ///< the tile's array; empty until the first values arrive
+  std::uint32_t offset_ = 0;  ///< next output element; wraps
+};
+
+TileField::TileField(const FieldCopy& copy, StrongPtr<Fiber::Representation> representation,
+                     const std::string& name, const Fiber::Field& source)
+    : copy_(copy),
+      representation_(std::move(representation)),
+      name_(name),
+      source_(source),
+      waveformLength_(waveformLengthOf(name, copy.waveformLengths)) {
+  if (const auto present = representation_->findField(name)) adopt(present);
+}
+
+/// Takes a field as the output, with what an earlier copy has stored for the tile.
+void TileField::adopt(const StrongPtr<Fiber::Field>& output) {
+  output_ = output;
+  output_->properties() = source_.properties();
+  output_->propertyBits = source_.propertyBits;
+  fragment_ = copy_.templateField ? copy_.outputFragment
+                                  : output_->makeFragmentID(Fiber::tileIndexText(copy_.tileIndex));
+  creator_ = output_->getCreator(fragment_);
+  data_ = creator_ ? creator_->data() : nullptr;
+}
+
+StrongPtr<Fiber::Field> TileField::makeOutput() const {
+  if (!copy_.templateField) return Fiber::FieldProxy(representation_, name_);
+  StrongPtr<Fiber::Field> made = copy_.templateField->emptyCopy();
+  representation_->setField(name_, made);
+  return made;
+}
+
+void TileField::append(const FragmentHandle& fragment, const StrongPtr<IndexList>& points) {
+  const CreatorHandle creator = source_.getCreator(source_.getFragmentID(fragment->name()));
+  const auto size = creator ? Fiber::getSize(*creator) : std::nullopt;
+  if (!size) return;
+  if (size->rank() == 2 ? waveformLength_ == 0 : !hasPositionsLength(fragment, *size)) return;
+  const FragmentElements input{fragment, points, *size, creator->data()};
+  if (!input.data || !input.data->elements()) return;
+
+  const StrongPtr<MemBase> output = data_ ? data_ : newArray(input);
+  if (!output) return;
+  const auto added = copyInto(*output, input);
+  if (!added) return;
+  if (!data_) store(output);
+  if (creator_) creator_->touch();
+  offset_ += *added;
+}
+
+bool TileField::hasPositionsLength(const FragmentHandle& fragment, const DynamicSize& size) const {
+  const std::uint64_t own = lengthOf(size);
+  const std::uint64_t expected = positionsLength(copy_, fragment);
+  if (own == expected) return true;
+  Console() << " Warning! Different Data Size: Field: " << name_ << " Size: " << own
+            << " BUT Positions have:" << expected << " -> SKIP THIS FIELD";
+  return false;
+}
+
+/// The tile's array at its final size, all zeros; empty, after a message, when it cannot be made.
+StrongPtr<MemBase> TileField::newArray(const FragmentElements& input) const {
+  const std::uint64_t pointCount = copy_.selection.pointCount;
+  DynamicSize size;
+  if (input.size.rank() == 1) {
+    size = {pointCount};
+  } else if (input.size.rank() == 2) {
+    size = {waveformLength_, pointCount};
+  } else {
+    Console() << "Warning! Dim is not 1D or 2D!";
+    return nullptr;
+  }
+  auto made = MemBase::create(input.data->type(), size, input.data->elements()->elementType());
+  if (!made) warnSkipped(input, "no array can be made, expected a registered element type");
+  return made;
+}
+
+/// Returns how many output elements were written; nothing, after a message, when none was.
+std::optional<std::uint32_t> TileField::copyInto(MemBase& output,
+                                                 const FragmentElements& input) const {
+  std::optional<std::uint32_t> written;
+  if (input.data->size() == input.size) {
+    written = input.size.rank() == 2 ? copySamples(output, input) : copyPoints(output, input);
+  }
+  if (!written) {
+    warnSkipped(input, fmt::format("does not fit the tile, expected {} from element {}",
+                                   describe(output), offset_));
+  }
+  return written;
+}
+
+std::optional<std::uint32_t> TileField::copyPoints(MemBase& output,
+                                                   const FragmentElements& input) const {
+  const std::uint64_t count = input.points->size();
+  if (!Fiber::CreateIndirection(output.elements(), input.data->elements(), nullptr,
+                                input.points.get(), {0, count, offset_, 0, 1})) {
+    return std::nullopt;
+  }
+  return static_cast<std::uint32_t>(count);
+}
+
+std::optional<std::uint32_t> TileField::copySamples(MemBase& output,
+                                                    const FragmentElements& input) const {
+  const WaveformBlock block{input.points, input.size[0], waveformLength_, offset_};
+  if (!fitsIndices(block, input.data->elements()->size())) return gatherSamples(output, input);
+  if (!copyWaveforms(*output.elements(), *input.data->elements(), block)) return std::nullopt;
+  return static_cast<std::uint32_t>(input.points->size() * waveformLength_);
+}
+
+/// The way for fragments whose sample indices wrap.
+std::optional<std::uint32_t> TileField::gatherSamples(MemBase& output,
+                                                      const FragmentElements& input) const {
+  const WaveformIndices indices =
+      expandWaveformIndices(input.points, input.size[0], name_, copy_.waveformLengths);
+  const std::uint64_t count = indices.samples->size();
+  if (!Fiber::CreateIndirection(output.elements(), input.data->elements(), nullptr,
+                                indices.samples.get(), {0, count, offset_, 0, 1})) {
+    return std::nullopt;
+  }
+  if (indices.padding) {
+    const std::size_t bytes = output.elements()->elementSize();
+    std::byte* block = output.elements()->bytes() + offset_ * bytes;
+    for (const unsigned int p : *indices.padding) std::memset(block + p * bytes, 0, bytes);
+  }
+  return static_cast<std::uint32_t>(count);
+}
+
+/// Registers the array, filled for the first time, as the tile's data.
+void TileField::store(const StrongPtr<MemBase>& made) {
+  if (!output_) adopt(makeOutput());
+  creator_ = output_->setPersistentData(made, fragment_, MemCore::Cache::MemCache(), "");
+  data_ = made;
+}
+
+void TileField::warnSkipped(const FragmentElements& input, const std::string& found) const {
+  Console() << " Warning! Field: " << name_ << " Fragment: " << input.fragment->name() << ": "
+            << describe(*input.data) << " " << found << " -> SKIP THIS FRAGMENT";
+}
+
+void TileField::finish() {
+  if (output_) Fiber::getRange(*output_, fragment_, false, false);
+}
+
+}  // namespace
+
+bool copyFieldIntoTile(const FieldCopy& copy, const MemCore::WeakPtr<Fiber::BaseSpace>& space,
+                       const Fiber::FieldID& id, const StrongPtr<Fiber::Field>& field) {
+  if (copy.operation != nullptr && !copy.operation->UseThisField(id.name)) return true;
+  const auto chart = space.lock();
+  if (!chart || !field || !copy.outputGrid || !copy.selection.indexLists) return true;
+  const auto representation =
+      copy.outputGrid->makeCartesianRepresentation(kSpaceDimension, chart->name(), 0);
+  if (!representation) return true;
+
+  TileField output(copy, representation, id.name, *field);
+  const auto& lists = *copy.selection.indexLists;
+  std::size_t k = 0;
+  for (const FragmentHandle& fragment : copy.fragments) {
+    if (k == lists.size()) break;
+    const StrongPtr<IndexList>& points = lists[k++];
+    if (fragment && points && !points->empty()) output.append(fragment, points);
+  }
+  output.finish();
+  return true;
+}
+
+}  // namespace LidarLib

@@ -1,0 +1,141 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "assembly/PointSelection.hpp"
+
+#include <omp.h>
+
+#include <algorithm>
+#include <exception>
+#include <mutex>
+#include <numeric>
+#include <vector>
+
+#include "assembly/PointBlockBoxes.hpp"
+
+namespace LidarLib {
+
+using Eagle::BoundingBox;
+using Eagle::PhysicalSpace;
+using Fiber::IndexList;
+using MemCore::makeStrong;
+using MemCore::StrongPtr;
+
+namespace {
+
+using PointSpan = std::span<const PhysicalSpace::point>;
+
+/// One block of a fragment's points that is not wholly outside the tile.
+struct CandidateBlock {
+  std::size_t first = 0;  ///< index of its first point
+  std::size_t count = 0;
+  bool isInside = false;
+};
+
+/// The candidate blocks in ascending order. Without a table every block is one.
+std::vector<CandidateBlock> candidateBlocks(PointSpan points, std::span<const PointBox> boxes,
+                                            const TileBounds& bounds) {
+  constexpr std::size_t kBlock = PointBlockBoxes::kBlockPoints;
+  const std::size_t blocks = PointBlockBoxes::blockCount(points.size());
+  std::vector<CandidateBlock> candidates;
+  for (std::size_t b = 0; b < blocks; ++b) {
+    const auto relation = b < boxes.size() ? relationOf(boxes[b], bounds) : BlockRelation::Mixed;
+    if (relation == BlockRelation::Outside) continue;
+    const std::size_t first = b * kBlock;
+    candidates.push_back(
+        {first, std::min(kBlock, points.size() - first), relation == BlockRelation::Inside});
+  }
+  return candidates;
+}
+
+void appendBlock(IndexList& list, PointSpan points, const CandidateBlock& block,
+                 const TileBounds& bounds) {
+  const std::size_t before = list.size();
+  const auto firstIndex = static_cast<std::uint32_t>(block.first);
+  if (block.isInside) {
+    std::uint32_t* added = list.grow(block.count);
+    std::iota(added, added + block.count, firstIndex);
+    return;
+  }
+  std::uint32_t* added = list.grow(block.count + kCollectSlack);
+  const std::size_t selected =
+      collectInside(points.subspan(block.first, block.count), bounds, firstIndex, added);
+  list.truncate(before + selected);
+}
+
+/// What the selection of every fragment of one tile shares.
+struct TileQuery {
+  const Fiber::Field& positions;
+  const BoundingBox& box;
+  const Fiber::MultiIndex<3>& index;
+};
+
+/// The index list of one fragment; empty when it has no usable positions.
+StrongPtr<IndexList> selectFromFragment(const TileQuery& query,
+                                        const Fiber::FragmentHandle& fragment) {
+  const auto points = MemCore::handleCast<PositionArray>(query.positions.getData(fragment));
+  if (!points) return nullptr;
+  PointBlockBoxes::attachTo(*points);
+  return selectPointsInBox(*points, query.box, query.index);
+}
+
+/// Several threads share the fragments; each list has one writer. An exception (out of memory)
+/// leaves on the calling thread.
+void selectInParallel(const TileQuery& query, const std::vector<Fiber::FragmentHandle>& fragments,
+                      std::span<StrongPtr<IndexList>> lists) {
+  std::exception_ptr failure;
+  std::mutex failureMutex;
+#pragma omp parallel for schedule(dynamic, 1)
+  for (std::size_t k = 0; k < fragments.size(); ++k) {
+    try {
+      lists[k] = selectFromFragment(query, fragments[k]);
+    } catch (...) {
+      const std::lock_guard lock(failureMutex);
+      failure = std::current_exception();
+    }
+  }
+  if (failure) std::rethrow_exception(failure);
+}
+
+}  // namespace
+
+StrongPtr<IndexList> selectPointsInBox(const PositionArray& points, const BoundingBox& box,
+                                       const Fiber::MultiIndex<3>& index) {
+  const TileBounds bounds(box, index);
+  // Indices have 32 bits; what lies beyond them cannot be named.
+  const PointSpan reachable = points.span().first(static_cast<std::uint32_t>(points.count()));
+  const auto table = points.findInterface<PointBlockBoxes>();
+  const auto boxes = table ? table->boxes(points.span()) : std::span<const PointBox>();
+  const auto candidates = candidateBlocks(reachable, boxes, bounds);
+
+  auto list = makeStrong<IndexList>();
+  if (candidates.empty()) return list;
+  list->reserve(candidates.size() * PointBlockBoxes::kBlockPoints + kCollectSlack);
+  for (const CandidateBlock& block : candidates) appendBlock(*list, reachable, block, bounds);
+  return list;
+}
+
+TileSelection selectPointsInTile(const FragmentSet& fragments,
+                                 const StrongPtr<Fiber::Field>& positions,
+                                 const StrongPtr<BoundingBox>& box,
+                                 const Fiber::MultiIndex<3>& index) {
+  TileSelection selection;
+  selection.indexLists = makeStrong<MemCore::Chunk<StrongPtr<IndexList>>>(fragments.size());
+  if (!positions || !box) return selection;
+
+  const std::span<StrongPtr<IndexList>> lists = selection.indexLists->span();
+  const TileQuery query{*positions, *box, index};
+  if (fragments.size() < 2 || omp_in_parallel() != 0) {
+    std::size_t k = 0;
+    for (const Fiber::FragmentHandle& fragment : fragments) {
+      lists[k++] = selectFromFragment(query, fragment);
+    }
+  } else {
+    selectInParallel(query, {fragments.begin(), fragments.end()}, lists);
+  }
+  for (const auto& list : lists) {
+    if (list) selection.pointCount += static_cast<std::uint32_t>(list->size());
+  }
+  return selection;
+}
+
+}  // namespace LidarLib
