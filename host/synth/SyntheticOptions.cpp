@@ -29,7 +29,7 @@ Outcome<void> checkOptions(const SurveyOptions& options) {
       checkRange("number of flight lines", options.flightLines, 1U, 1000U),
       checkRange("number of pulses per square metre", options.pulsesPerSquareMetre, 0.01, 100.0),
       checkRange("range noise in metres", options.rangeNoiseMetres, 0.0, 0.1),
-      checkRange("number of samples per packet", options.samplesPerPacket, 8U, 4096U),
+      checkRange("number of samples per packet", options.samplesPerPacket, 8U, 512U),
       checkRange("waveform noise", options.waveformNoise, 0U, 100U),
       checkRange("number of threads", options.threadCount, 0, 4096)};
   for (const Outcome<void>& check : checks) {

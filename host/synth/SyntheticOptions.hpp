@@ -22,7 +22,7 @@ struct SurveyOptions {
   double pulsesPerSquareMetre = 8.0;    ///< Of one flight line. Range: 0.01 to 100.
   double rangeNoiseMetres = 0.015;      ///< Deviation of the measured distance. Range: 0 to 0.1.
   bool hasWaveforms = true;             ///< Point format 9 with packets, otherwise 6 without.
-  std::uint32_t samplesPerPacket = 64;  ///< Of 1 ns, in the shortest packet. Range: 8 to 4096.
+  std::uint32_t samplesPerPacket = 64;  ///< Of 1 ns, in the shortest packet. Range: 8 to 512.
   std::uint32_t waveformNoise = 3;  ///< Largest deviation from the floor. Range: 0 to 100 counts.
   int threadCount = 0;              ///< 0 = as OpenMP is set up.
 };

@@ -6,11 +6,12 @@
 // returns per pulse and their waveforms. Coordinates are UTM zone 32 north (EPSG:25832) in metres.
 //
 // Threads: blocks of scan lines are made by as many threads as allowed and written one after the
-// other, by whichever thread has made the next one. Each thread holds one block of some megabytes,
-// which bounds memory whatever the size of the survey. Points and packets are made in one pass; the
-// writer keeps the packets in a temporary file beside the output until the points are complete.
-// Making every pulse twice instead was weighed: following the beams again takes about as long as
-// that copy, and needs no room on the disk, but each pulse would have to be made in two ways.
+// other, by whichever thread has made the next one. Each thread holds one block of 5 to 20
+// megabytes, which bounds memory whatever the size of the survey. Points and packets are made in
+// one pass; the writer keeps the packets in a temporary file beside the output until the points are
+// complete. Making every pulse twice instead was weighed: following the beams again takes about as
+// long as that copy, and needs no room on the disk, but each pulse would have to be made in two
+// ways.
 
 #pragma once
 

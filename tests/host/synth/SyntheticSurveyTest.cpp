@@ -110,6 +110,34 @@ TEST(SyntheticSurvey, PointCountIsNearTheRequest) {
   }
 }
 
+TEST(SyntheticSurvey, OptionsAtTheirLimitsGiveReadableSurveys) {
+  const SurveyOptions limits[] = {{.pointCount = 20'000,
+                                   .flightLines = 1,
+                                   .pulsesPerSquareMetre = 0.01,
+                                   .rangeNoiseMetres = 0.1,
+                                   .samplesPerPacket = 8,
+                                   .waveformNoise = 100},
+                                  {.pointCount = 20'000,
+                                   .seed = ~std::uint64_t{0},
+                                   .flightLines = 1000,
+                                   .pulsesPerSquareMetre = 100.0,
+                                   .rangeNoiseMetres = 0.0,
+                                   .samplesPerPacket = 512,
+                                   .waveformNoise = 0}};
+  for (const SurveyOptions& options : limits) {
+    const SurveyFile survey(options);
+    ASSERT_TRUE(survey.file);
+    EXPECT_NEAR(static_cast<double>(survey.file->pointCount()), 20'000.0, 1000.0);
+    const auto lines = survey.column<std::uint16_t>("PointSourceId");
+    EXPECT_EQ(std::set<int>(lines.begin(), lines.end()).size(), options.flightLines);
+    const auto source = Formats::WaveformSource::open(survey.file);
+    ASSERT_TRUE(source.ok()) << source.error();
+    for (const std::uint8_t index : survey.column<std::uint8_t>("WaveDescriptor")) {
+      ASSERT_NE((*source)->descriptor(index), nullptr);
+    }
+  }
+}
+
 TEST(SyntheticSurvey, HeaderTellsFormatBoundsAndCoordinateSystem) {
   const SurveyFile survey(testSurvey());
   ASSERT_TRUE(survey.file);

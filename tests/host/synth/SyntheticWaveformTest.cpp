@@ -81,7 +81,7 @@ TEST(Waveform, BrightReturnsSaturateTheDigitiser) {
 }
 
 TEST(Waveform, LongestPacketHoldsTheDeepestPulse) {
-  for (const std::uint32_t samplesPerPacket : {8U, 64U, 4096U}) {
+  for (const std::uint32_t samplesPerPacket : {8U, 64U, 512U}) {
     const SurveyOptions options = optionsOf(samplesPerPacket, 3);
     const std::uint32_t deepest = samplesForSpread(kSearchHeight / std::cos(0.4));
     const std::uint32_t longest = packetLengthCount(options) * samplesPerPacket;
