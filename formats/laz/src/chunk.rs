@@ -13,6 +13,7 @@ use laz::record::{
 use crate::gps_time::GpsTimeField;
 use crate::items::{Items, Scheme};
 use crate::point14::Point14Field;
+use crate::rgb1::Rgb1Field;
 use crate::Failure;
 
 pub fn damaged(error: std::io::Error) -> Failure {
@@ -116,9 +117,7 @@ pub fn point_wise_decoder<'a, R: Read + Send + Sync + 'a>(
                 decoder.add_field_decompressor(v1::LasGpsTimeDecompressor::default())
             }
             (LazItemType::GpsTime, 2) => decoder.add_field_decompressor(GpsTimeField::default()),
-            (LazItemType::RGB12, 1) => {
-                decoder.add_field_decompressor(v1::LasRGBDecompressor::default())
-            }
+            (LazItemType::RGB12, 1) => decoder.add_field_decompressor(Rgb1Field::default()),
             (LazItemType::RGB12, 2) => {
                 decoder.add_field_decompressor(v2::LasRGBDecompressor::default())
             }

@@ -7,7 +7,10 @@ mod chunk_table;
 mod gps_time;
 mod items;
 mod point14;
+mod point14_record;
+mod rgb1;
 mod stream;
+mod streaming_median;
 
 use std::panic::{catch_unwind, set_hook, AssertUnwindSafe};
 use std::slice::{from_raw_parts, from_raw_parts_mut};

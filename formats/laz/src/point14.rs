@@ -14,8 +14,9 @@ use laz::record::LayeredFieldDecompressor;
 use laz::DecompressionSelection;
 
 use crate::gps_time::GpsTimeSequences;
+use crate::point14_record::{Point, RECORD_BYTES};
+use crate::streaming_median::StreamingMedian;
 
-const RECORD_BYTES: usize = 30;
 const CHANNELS: usize = 4;
 
 /// Return number (column) in number of returns (row) -> which of 6 predictors of x and y.
@@ -50,134 +51,6 @@ const TIME_CHANGED: u32 = 1 << 4;
 const ANGLE_CHANGED: u32 = 1 << 3;
 const RETURNS_CHANGED: u32 = 1 << 2;
 const RETURN_NUMBER_BITS: u32 = 3;
-
-#[derive(Clone, Copy, Default)]
-struct Point {
-    x: i32,
-    y: i32,
-    z: i32,
-    intensity: u16,
-    return_number: u8,
-    number_of_returns: u8,
-    flags: u8,
-    classification: u8,
-    user_data: u8,
-    scan_angle: i16,
-    source_id: u16,
-    gps_time: i64,
-}
-
-impl Point {
-    fn load(mut record: &[u8]) -> Result<Point> {
-        let x = record.read_i32::<LittleEndian>()?;
-        let y = record.read_i32::<LittleEndian>()?;
-        let z = record.read_i32::<LittleEndian>()?;
-        let intensity = record.read_u16::<LittleEndian>()?;
-        let returns = record.read_u8()?;
-        Ok(Point {
-            x,
-            y,
-            z,
-            intensity,
-            return_number: returns & 0x0F,
-            number_of_returns: returns >> 4,
-            flags: record.read_u8()?,
-            classification: record.read_u8()?,
-            user_data: record.read_u8()?,
-            scan_angle: record.read_i16::<LittleEndian>()?,
-            source_id: record.read_u16::<LittleEndian>()?,
-            gps_time: record.read_i64::<LittleEndian>()?,
-        })
-    }
-
-    fn store(&self, record: &mut [u8]) {
-        record[0..4].copy_from_slice(&self.x.to_le_bytes());
-        record[4..8].copy_from_slice(&self.y.to_le_bytes());
-        record[8..12].copy_from_slice(&self.z.to_le_bytes());
-        record[12..14].copy_from_slice(&self.intensity.to_le_bytes());
-        record[14] = self.return_number | (self.number_of_returns << 4);
-        record[15] = self.flags;
-        record[16] = self.classification;
-        record[17] = self.user_data;
-        record[18..20].copy_from_slice(&self.scan_angle.to_le_bytes());
-        record[20..22].copy_from_slice(&self.source_id.to_le_bytes());
-        record[22..30].copy_from_slice(&self.gps_time.to_le_bytes());
-    }
-
-    fn channel(&self) -> usize {
-        usize::from((self.flags >> 4) & 3)
-    }
-
-    fn set_channel(&mut self, channel: usize) {
-        self.flags = (self.flags & !0x30) | ((channel as u8) << 4);
-    }
-}
-
-/// The median of the last five differences, kept up by turns from above and below.
-#[derive(Clone, Copy)]
-struct StreamingMedian {
-    values: [i32; 5],
-    is_high: bool,
-}
-
-impl StreamingMedian {
-    fn new() -> Self {
-        Self { values: [0; 5], is_high: true }
-    }
-
-    fn get(&self) -> i32 {
-        self.values[2]
-    }
-
-    fn add(&mut self, value: i32) {
-        let v = &mut self.values;
-        if self.is_high {
-            if value < v[2] {
-                v[4] = v[3];
-                v[3] = v[2];
-                if value < v[0] {
-                    v[2] = v[1];
-                    v[1] = v[0];
-                    v[0] = value;
-                } else if value < v[1] {
-                    v[2] = v[1];
-                    v[1] = value;
-                } else {
-                    v[2] = value;
-                }
-            } else {
-                if value < v[3] {
-                    v[4] = v[3];
-                    v[3] = value;
-                } else {
-                    v[4] = value;
-                }
-                self.is_high = false;
-            }
-        } else if v[2] < value {
-            v[0] = v[1];
-            v[1] = v[2];
-            if v[4] < value {
-                v[2] = v[3];
-                v[3] = v[4];
-                v[4] = value;
-            } else if v[3] < value {
-                v[2] = v[3];
-                v[3] = value;
-            } else {
-                v[2] = value;
-            }
-        } else {
-            if v[1] < value {
-                v[0] = v[1];
-                v[1] = value;
-            } else {
-                v[0] = value;
-            }
-            self.is_high = true;
-        }
-    }
-}
 
 /// A model that is made when it is first used.
 type LazyModel = Option<ArithmeticModel>;
