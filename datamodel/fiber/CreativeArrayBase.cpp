@@ -37,7 +37,7 @@ StrongPtr<MemBase> CreativeArrayBase::makeData() {
   } catch (const std::bad_alloc&) {
     made = MemCore::Failure{"point data: not enough memory to hold them"};
   }
-  const StrongPtr<MemBase> data = made.ok() ? made.value() : nullptr;
+  StrongPtr<MemBase> data = made.ok() ? made.value() : nullptr;
   if (data && cachingEnabled()) {
     data->setCreator(StrongPtr<MemCore::Creature>(weak_from_this().lock()));
     MemCore::Cache::MemCache()->insert(data);

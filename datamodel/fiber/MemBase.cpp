@@ -33,9 +33,9 @@ class ArrayCreators {
     addRanks<std::uint64_t>();
   }
 
-  void add(const std::type_info& type, std::size_t rank, MemBase::CreatorFunction creator) {
+  void add(const std::type_info& type, std::size_t rank, const MemBase::CreatorFunction& creator) {
     const std::unique_lock lock(mutex_);
-    creators_.try_emplace({std::type_index(type), rank}, std::move(creator));
+    creators_.try_emplace({std::type_index(type), rank}, creator);
   }
 
   MemBase::CreatorFunction find(const std::type_info& type, std::size_t rank) const {
@@ -139,8 +139,8 @@ StrongPtr<MemBase> MemBase::create(const StrongPtr<FiberTypeBase>& type, const D
 }
 
 void MemBase::registerCreator(const std::type_info& elementType, std::size_t rank,
-                              CreatorFunction creator) {
-  arrayCreators().add(elementType, rank, std::move(creator));
+                              const CreatorFunction& creator) {
+  arrayCreators().add(elementType, rank, creator);
 }
 
 bool CreateIndirection(const StrongPtr<ChunkBase>& output, const StrongPtr<ChunkBase>& input,

@@ -26,8 +26,8 @@ class FIBER_API MemBase : public MemCore::Cacheable, public MemCore::Intercube {
  public:
   using CreatorFunction = std::function<MemCore::StrongPtr<MemBase>(const DynamicSize&)>;
 
-  MemBase(DynamicSize size, MemCore::StrongPtr<MemCore::ChunkBase> elements)
-      : size_(std::move(size)), elements_(std::move(elements)) {}
+  MemBase(const DynamicSize& size, MemCore::StrongPtr<MemCore::ChunkBase> elements)
+      : size_(size), elements_(std::move(elements)) {}
 
   const DynamicSize& size() const { return size_; }
   /// The elements, fastest dimension first; empty for arrays that are computed, not stored.
@@ -44,7 +44,7 @@ class FIBER_API MemBase : public MemCore::Cacheable, public MemCore::Intercube {
                                             const std::type_info& elementType);
   /// Registers how arrays of one element type and rank are made; the first one wins. Threads: any.
   static void registerCreator(const std::type_info& elementType, std::size_t rank,
-                              CreatorFunction creator);
+                              const CreatorFunction& creator);
 
  private:
   DynamicSize size_;

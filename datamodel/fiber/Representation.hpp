@@ -103,6 +103,7 @@ class FIBER_API RepresentationMap {
 struct SkeletonID {
   int dimension = 3;
   int refinement = 0;
+  // NOLINTNEXTLINE(modernize-use-nullptr): the check mistakes the generated comparison
   friend auto operator<=>(const SkeletonID&, const SkeletonID&) = default;
 };
 
