@@ -23,6 +23,9 @@ constexpr std::uint64_t kMaxHeaderBytes = 65535;
 /// Variable records beyond this total are refused (VLRs) or stay on the disk (EVLRs).
 constexpr std::uint64_t kMaxRecordBytes = std::uint64_t{256} << 20;
 
+/// More records than this are damage.
+constexpr std::uint32_t kMaxRecordCount = 1U << 20;
+
 constexpr std::size_t kUserIdBytes = 16;
 constexpr std::size_t kDescriptionBytes = 32;
 
@@ -38,7 +41,14 @@ VariableRecord takeRecordHeader(ByteReader& reader) {
   return record;
 }
 
+Failure tooMany(const InputFile& file, std::uint32_t count) {
+  return Failure{fmt::format("{}: too many variable length records, found {}, expected at most {}",
+                             file.path(), count, kMaxRecordCount)};
+}
+
 Outcome<std::vector<VariableRecord>> readVlrs(const InputFile& file, const LasHeader& header) {
+  if (header.variableRecordCount > kMaxRecordCount)
+    return tooMany(file, header.variableRecordCount);
   const std::uint64_t regionBytes = header.pointDataOffset - header.headerBytes;
   if (regionBytes > kMaxRecordBytes) {
     return Failure{
@@ -84,45 +94,57 @@ bool isWaveformData(const VariableRecord& record) {
 /// Collects the extended records one after the other.
 class EvlrCollector {
  public:
-  EvlrCollector(const InputFile& file, std::vector<std::string>& notes)
-      : file_(file), notes_(notes) {}
+  EvlrCollector(const InputFile& file, const LasHeader& header, std::vector<std::string>& notes)
+      : file_(file), packetsOffset_(header.waveformDataOffset), notes_(notes) {}
 
   /// Adds the record at `offset` and returns where the next one begins.
   Outcome<std::uint64_t> add(std::uint64_t offset) {
     Outcome<VariableRecord> record = readEvlrHeader(file_, offset);
     if (!record) return record.failure();
-    const std::uint64_t left = file_.sizeBytes() - record->payloadOffset;
-    if (record->payloadBytes > left) {
-      // Waveforms cut off are absent packets for their readers; anything else is damage.
-      const std::string text = fmt::format(
-          "{}: extended record {} {} cut off, found {} bytes, "
-          "expected {}",
-          file_.path(), textBeforeNul(record->userId), record->recordId, left,
-          record->payloadBytes);
-      if (!isWaveformData(*record)) return Failure{text};
-      notes_.push_back(text);
-      record->payloadBytes = left;
-    }
-    if (const Outcome<void> loaded = load(*record); !loaded) return loaded.failure();
-    const std::uint64_t next = record->payloadOffset + record->payloadBytes;
-    records_.push_back(std::move(*record));
-    return next;
+    // Some writers give the packets other ids; their place in the header counts.
+    if (offset == packetsOffset_ || isWaveformData(*record)) return addPackets(std::move(*record));
+    return addLoaded(std::move(*record));
   }
 
   std::vector<VariableRecord> take() { return std::move(records_); }
 
  private:
-  Outcome<void> load(VariableRecord& record) {
-    if (isWaveformData(record) || record.payloadBytes > kMaxRecordBytes - loadedBytes_) return {};
-    Outcome<std::vector<std::byte>> payload = file_.read(record.payloadOffset, record.payloadBytes);
-    if (!payload) return payload.failure();
-    loadedBytes_ += record.payloadBytes;
-    record.payload = std::move(*payload);
-    record.isLoaded = true;
-    return {};
+  std::uint64_t bytesBehind(const VariableRecord& record) const {
+    return file_.sizeBytes() - record.payloadOffset;
+  }
+
+  std::string cutOff(const VariableRecord& record) const {
+    return fmt::format("{}: extended record {} {} cut off, found {} bytes, expected {}",
+                       file_.path(), textBeforeNul(record.userId), record.recordId,
+                       bytesBehind(record), record.payloadBytes);
+  }
+
+  /// Packets stay on the disk. Where they are cut off, they are absent for their readers.
+  std::uint64_t addPackets(VariableRecord record) {
+    if (record.payloadBytes > bytesBehind(record)) {
+      notes_.push_back(cutOff(record));
+      record.payloadBytes = bytesBehind(record);
+    }
+    records_.push_back(std::move(record));
+    return records_.back().payloadOffset + records_.back().payloadBytes;
+  }
+
+  Outcome<std::uint64_t> addLoaded(VariableRecord record) {
+    if (record.payloadBytes > bytesBehind(record)) return Failure{cutOff(record)};
+    if (record.payloadBytes <= kMaxRecordBytes - loadedBytes_) {
+      Outcome<std::vector<std::byte>> payload =
+          file_.read(record.payloadOffset, record.payloadBytes);
+      if (!payload) return payload.failure();
+      loadedBytes_ += record.payloadBytes;
+      record.payload = std::move(*payload);
+      record.isLoaded = true;
+    }
+    records_.push_back(std::move(record));
+    return records_.back().payloadOffset + records_.back().payloadBytes;
   }
 
   const InputFile& file_;
+  std::uint64_t packetsOffset_;
   std::vector<std::string>& notes_;
   std::vector<VariableRecord> records_;
   std::uint64_t loadedBytes_ = 0;
@@ -130,19 +152,21 @@ class EvlrCollector {
 
 Outcome<std::vector<VariableRecord>> readEvlrs(const InputFile& file, const LasHeader& header,
                                                std::vector<std::string>& notes) {
-  EvlrCollector collector(file, notes);
+  if (header.evlrCount > kMaxRecordCount) return tooMany(file, header.evlrCount);
+  EvlrCollector collector(file, header, notes);
   std::uint64_t next = header.firstEvlrOffset;
   for (std::uint32_t index = 0; index < header.evlrCount; ++index) {
     const Outcome<std::uint64_t> end = collector.add(next);
     if (!end) return end.failure();
     next = *end;
   }
-  // Version 1.3 has one extended record, which the header names by its place alone.
+  // Version 1.3 has one extended record, which the header names by its place alone. Without it the
+  // points are still good.
   const bool hasPacketRecord = header.versionMinor == 3 && header.waveformDataOffset > 0 &&
                                (header.globalEncoding & kWaveformsInside) != 0;
   if (hasPacketRecord) {
     const Outcome<std::uint64_t> end = collector.add(header.waveformDataOffset);
-    if (!end) return end.failure();
+    if (!end) notes.push_back(end.error());
   }
   return collector.take();
 }

@@ -53,11 +53,11 @@ struct AllColumns {
   std::vector<std::vector<std::byte>> columns;
 };
 
-class EveryFormat : public testing::TestWithParam<int> {};
+class RecordColumnsOfFormat : public testing::TestWithParam<int> {};
 
-INSTANTIATE_TEST_SUITE_P(RecordColumns, EveryFormat, testing::Range(0, 11));
+INSTANTIATE_TEST_SUITE_P(All, RecordColumnsOfFormat, testing::Range(0, 11));
 
-TEST_P(EveryFormat, ExtractsWhatOneRecordAtATimeGives) {
+TEST_P(RecordColumnsOfFormat, ExtractsWhatOneRecordAtATimeGives) {
   constexpr std::size_t kCount = 2500;
   AllColumns all(static_cast<std::uint8_t>(GetParam()), kCount);
   const std::size_t recordBytes = all.layout.recordBytes();
@@ -78,7 +78,7 @@ TEST_P(EveryFormat, ExtractsWhatOneRecordAtATimeGives) {
   }
 }
 
-TEST_P(EveryFormat, InsertUndoesExtract) {
+TEST_P(RecordColumnsOfFormat, InsertUndoesExtract) {
   constexpr std::size_t kCount = 1500;
   AllColumns all(static_cast<std::uint8_t>(GetParam()), kCount);
   const std::size_t recordBytes = all.layout.recordBytes();

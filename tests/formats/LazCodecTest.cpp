@@ -61,14 +61,14 @@ void expectRoundTrip(const LazCodec& codec, const std::vector<std::byte>& record
   EXPECT_TRUE(decoded == records);
 }
 
-class EveryPointFormat : public testing::TestWithParam<int> {
+class LazCodecOfFormat : public testing::TestWithParam<int> {
  protected:
   std::uint8_t format() const { return static_cast<std::uint8_t>(GetParam()); }
 };
 
-INSTANTIATE_TEST_SUITE_P(LazCodec, EveryPointFormat, testing::Range(0, 11));
+INSTANTIATE_TEST_SUITE_P(All, LazCodecOfFormat, testing::Range(0, 11));
 
-TEST_P(EveryPointFormat, DecodesWhatWasEncoded) {
+TEST_P(LazCodecOfFormat, DecodesWhatWasEncoded) {
   const std::uint64_t seed = testSeed();
   for (const std::uint16_t extraBytes : std::initializer_list<std::uint16_t>{0, 1, 7}) {
     const LazCodec codec = codecFor(format(), extraBytes);
@@ -79,7 +79,7 @@ TEST_P(EveryPointFormat, DecodesWhatWasEncoded) {
   }
 }
 
-TEST_P(EveryPointFormat, DecodesTheOtherItemVersion) {
+TEST_P(LazCodecOfFormat, DecodesTheOtherItemVersion) {
   const std::uint16_t other = format() >= 6 ? 4 : 1;
   const LazCodec codec = withItemVersion(codecFor(format(), 3), other);
   std::vector<std::byte> records = surveyRecords(format(), 3, 5000, testSeed());
@@ -87,7 +87,7 @@ TEST_P(EveryPointFormat, DecodesTheOtherItemVersion) {
   expectRoundTrip(codec, records);
 }
 
-TEST_P(EveryPointFormat, LeavesOutTheFirstRecords) {
+TEST_P(LazCodecOfFormat, LeavesOutTheFirstRecords) {
   const LazCodec codec = codecFor(format());
   const std::vector<std::byte> records = surveyRecords(format(), 0, 300, testSeed());
   const auto chunk = codec.compress(records);
@@ -99,7 +99,7 @@ TEST_P(EveryPointFormat, LeavesOutTheFirstRecords) {
 }
 
 // Cutting a chunk anywhere gives a text; the last bytes of the coder may not matter.
-TEST_P(EveryPointFormat, RefusesChunkCutOff) {
+TEST_P(LazCodecOfFormat, RefusesChunkCutOff) {
   const LazCodec codec = codecFor(format(), 2);
   const std::vector<std::byte> records = surveyRecords(format(), 2, 40, testSeed());
   const auto chunk = codec.compress(records);
@@ -113,7 +113,7 @@ TEST_P(EveryPointFormat, RefusesChunkCutOff) {
 
 // All bits set makes the coder choose its last symbol for ever: among others, a time stamp that
 // switches its sequence without end.
-TEST_P(EveryPointFormat, EndsOnBytesThatNeverEndASymbol) {
+TEST_P(LazCodecOfFormat, EndsOnBytesThatNeverEndASymbol) {
   const LazCodec codec = codecFor(format());
   const bool isLayered = format() >= 6;
   constexpr std::uint32_t kLayerBytes = 100000;
@@ -130,7 +130,7 @@ TEST_P(EveryPointFormat, EndsOnBytesThatNeverEndASymbol) {
   EXPECT_TRUE(!done.ok() || !isLayered || !hasTimes);
 }
 
-TEST_P(EveryPointFormat, SurvivesAnyBytes) {
+TEST_P(LazCodecOfFormat, SurvivesAnyBytes) {
   std::mt19937_64 random(testSeed());
   const LazCodec codec = codecFor(format(), 2);
   const std::vector<std::byte> records = surveyRecords(format(), 2, 200, random());
