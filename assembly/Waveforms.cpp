@@ -32,6 +32,11 @@ std::uint32_t longestOf(const StrongPtr<Fiber::Field>& field, const Fiber::Fragm
   return atLeast;
 }
 
+/// Points below this one lie inside the input; points without samples take no room there.
+std::uint64_t pointLimit(const WaveformBlock& block, const MemCore::ChunkBase& input) {
+  return block.inputSamples == 0 ? kIndexLimit : input.size() / block.inputSamples;
+}
+
 }  // namespace
 
 WaveformLengths scanWaveformLengths(Fiber::Grid& inputGrid, const FragmentSet& fragments,
@@ -93,22 +98,20 @@ bool copyWaveforms(MemCore::ChunkBase& output, const MemCore::ChunkBase& input,
                    const WaveformBlock& block) {
   const std::span<const unsigned int> points = std::as_const(*block.points).span();
   const std::size_t bytes = input.elementSize();
-  const std::uint64_t outputEnd =
-      block.outputOffset + points.size() * std::uint64_t{block.outputSamples};
-  if (points.empty() || output.elementSize() != bytes || outputEnd > output.size()) return false;
-  const std::uint64_t inputPoints =
-      block.inputSamples == 0 ? kIndexLimit : input.size() / block.inputSamples;
-  if (*std::max_element(points.begin(), points.end()) >= inputPoints) return false;
+  if (points.empty() || &output == &input || output.elementSize() != bytes) return false;
+  if (!output.isPlain() || !input.isPlain()) return false;
+  const std::uint64_t samples = points.size() * std::uint64_t{block.outputSamples};
+  if (block.outputOffset + samples > output.size()) return false;
+  if (*std::max_element(points.begin(), points.end()) >= pointLimit(block, input)) return false;
 
   const std::size_t copied = std::min<std::uint64_t>(block.outputSamples, block.inputSamples);
   const std::size_t padded = block.outputSamples - copied;
   std::byte* to = output.bytes() + block.outputOffset * bytes;
   for (const unsigned int point : points) {
-    if (copied != 0)
-      std::memcpy(to, input.bytes() + point * block.inputSamples * bytes, copied * bytes);
-    to += copied * bytes;
-    std::memset(to, 0, padded * bytes);
-    to += padded * bytes;
+    const std::byte* from = input.bytes() + point * block.inputSamples * bytes;
+    if (copied != 0) std::memcpy(to, from, copied * bytes);
+    std::memset(to + copied * bytes, 0, padded * bytes);
+    to += block.outputSamples * bytes;
   }
   return true;
 }

@@ -52,8 +52,8 @@ struct WaveformBlock {
 
 /// Copies the selected points' waveforms, whole runs of samples at a time: the same elements as
 /// gathering by expandWaveformIndices and zeroing the padding, for blocks that need no wrapping
-/// (fitsIndices). Returns false, and copies nothing, when the element sizes differ or a point or
-/// the block lies outside its array.
+/// (fitsIndices). Returns false, and copies nothing, when there are no points, the element sizes
+/// differ, elements are no plain bytes, both arrays are one, or a point or the block lies outside.
 bool copyWaveforms(MemCore::ChunkBase& output, const MemCore::ChunkBase& input,
                    const WaveformBlock& block);
 

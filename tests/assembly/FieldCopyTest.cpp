@@ -1,0 +1,465 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "assembly/FieldCopy.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+
+#include <complex>
+#include <memory>
+#include <optional>
+
+#include "assembly/OutputGrid.hpp"
+#include "tests/assembly/TileRig.hpp"
+#include "tests/support/CloudBuilder.hpp"
+#include "tests/support/ConsoleCapture.hpp"
+
+namespace LidarLib {
+namespace {
+
+using namespace TestSupport;
+using MemCore::Chunk;
+using MemCore::makeStrong;
+using MemCore::StrongPtr;
+using testing::ElementsAre;
+using Doubles = std::vector<double>;
+using Extents = std::vector<std::uint64_t>;
+using Lengths = std::vector<unsigned short>;
+using Samples = std::vector<unsigned short>;
+using Vector3 = Eagle::FixedArray<double, 3>;
+
+/// Two fragments of four points each, numbered 10 to 13 and 20 to 23 in the field "Id".
+CloudBuilder twoFragments() {
+  CloudBuilder cloud;
+  cloud.fragment(std::vector<Point>(4)).field<double>("Id", {10, 11, 12, 13});
+  cloud.fragment(std::vector<Point>(4)).field<double>("Id", {20, 21, 22, 23});
+  return cloud;
+}
+
+/// Three points of the first fragment and two of the second.
+const TileRig::Selected kThreeAndTwo = {{"0", {0, 1, 3}}, {"1", {1, 2}}};
+
+Extents extentsOf(const StrongPtr<Fiber::MemBase>& data) {
+  if (!data) return {};
+  const auto extents = data->size().extents();
+  return {extents.begin(), extents.end()};
+}
+
+/// Samples 100 p + s of so many points.
+Samples ramp(unsigned points, unsigned samples) {
+  Samples values;
+  for (unsigned p = 0; p < points; ++p) {
+    for (unsigned s = 0; s < samples; ++s)
+      values.push_back(static_cast<unsigned short>(1000 * (p + 1) + s));
+  }
+  return values;
+}
+
+TEST(FieldCopy, FragmentsFollowEachOtherInOrderOfTheSet) {
+  TileRig rig(twoFragments().currentGrid(), kThreeAndTwo);
+  rig.copyAll();
+  EXPECT_EQ(extentsOf(rig.data("Id")), Extents{5});
+  EXPECT_EQ(rig.values<double>("Id"), (Doubles{10, 11, 13, 21, 22}));
+}
+
+TEST(FieldCopy, PositionsAreCopiedLikeAnyField) {
+  CloudBuilder cloud;
+  cloud.fragment({{1, 2, 3}, {4, 5, 6}}).fragment({{7, 8, 9}});
+  TileRig rig(cloud.currentGrid(), {{"0", {1}}, {"1", {0}}});
+  rig.copyAll();
+  EXPECT_EQ(rig.values<Point>("Positions"), (std::vector<Point>{{4, 5, 6}, {7, 8, 9}}));
+}
+
+TEST(FieldCopy, EveryElementTypeIsCopied) {
+  CloudBuilder cloud;
+  cloud.fragment(std::vector<Point>(2));
+  cloud.field<unsigned char>("uint8", {1, 2}).field<unsigned short>("uint16", {3, 4});
+  cloud.field<unsigned int>("uint32", {5, 6}).field<float>("float", {7, 8});
+  cloud.field<Vector3>("vector3", {Vector3{{1, 2, 3}}, Vector3{{4, 5, 6}}});
+  cloud.field<std::int64_t>("int64", {-9, -10});
+  TileRig rig(cloud.currentGrid(), {{"0", {1}}});
+  rig.copyAll();
+  EXPECT_THAT(rig.values<unsigned char>("uint8"), ElementsAre(2));
+  EXPECT_THAT(rig.values<unsigned short>("uint16"), ElementsAre(4));
+  EXPECT_THAT(rig.values<unsigned int>("uint32"), ElementsAre(6));
+  EXPECT_THAT(rig.values<float>("float"), ElementsAre(8.0F));
+  EXPECT_THAT(rig.values<Vector3>("vector3"), ElementsAre(Vector3{{4, 5, 6}}));
+  EXPECT_THAT(rig.values<std::int64_t>("int64"), ElementsAre(-10));
+}
+
+TEST(FieldCopy, TheFragmentIsNamedAfterTheTile) {
+  TileRig rig(twoFragments().currentGrid(), kThreeAndTwo);
+  rig.copyAll();
+  const auto ids = rig.field("Id")->getFragmentIDs();
+  ASSERT_EQ(ids.size(), 1U);
+  EXPECT_EQ(ids.front()->name(), "[3x0x12]");
+  EXPECT_EQ(rig.field("Positions")->getFragmentIDs(), ids);
+}
+
+TEST(FieldCopy, AFieldThatIsNotWantedIsNotMade) {
+  TileRig rig(twoFragments().currentGrid(), kThreeAndTwo);
+  rig.operation.fieldFilter = {"Positions"};
+  rig.copyAll();
+  EXPECT_TRUE(rig.field("Positions"));
+  EXPECT_FALSE(rig.field("Id"));
+}
+
+TEST(FieldCopy, PropertiesReplaceThoseOfTheOutput) {
+  CloudBuilder cloud = twoFragments();
+  const auto input = cloud.currentGrid()->getCartesianRepresentation("")->findField("Id");
+  MemCore::setTextAttribute(input->properties(), "Unit", "seconds");
+  input->propertyBits = 0xFEDCBA9876543210ULL;
+  TileRig rig(cloud.currentGrid(), kThreeAndTwo);
+  const StrongPtr<Fiber::Field> output =
+      Fiber::FieldProxy(rig.copy.outputGrid->makeCartesianRepresentation(3, "", 0), "Id");
+  MemCore::setTextAttribute(output->properties(), "Old", "gone");
+  rig.copyAll();
+  EXPECT_EQ(rig.field("Id"), output);
+  EXPECT_EQ(MemCore::textAttribute(output->properties(), "Unit"), "seconds");
+  EXPECT_FALSE(output->properties().getAttribute("Old"));
+  EXPECT_EQ(output->propertyBits, 0xFEDCBA9876543210ULL);
+}
+
+TEST(FieldCopy, TheValueRangeIsKnownAfterwards) {
+  TileRig rig(twoFragments().currentGrid(), kThreeAndTwo);
+  rig.copyAll();
+  const auto range = rig.field("Id")->getFirstCreator()->facts().range;
+  EXPECT_EQ(range, (Fiber::ValueRange{10, 22}));
+}
+
+TEST(FieldCopy, FieldsOfAnotherChartGoToTheSameChart) {
+  CloudBuilder cloud = twoFragments();
+  const auto input = cloud.currentGrid();
+  const auto other = input->makeCartesianRepresentation(3, "OtherChart", 0);
+  other->setField("Id2", input->getCartesianRepresentation("")->findField("Id"));
+  const auto moved =
+      makeStrong<Fiber::Field>(input->CartesianPositions()->getFragmentIDCollection());
+  moved->setPersistentData(Fiber::makeArray(makeStrong<Chunk<double>>(4, 5.0)),
+                           moved->getFragmentID("0"), nullptr, "");
+  other->setField("Moved", moved);
+  TileRig rig(input, {{"0", {2}}});
+  rig.copyAll();
+  EXPECT_FALSE(rig.field("Moved"));
+  const auto output = rig.copy.outputGrid->getCartesianRepresentation("OtherChart");
+  ASSERT_TRUE(output);
+  EXPECT_TRUE(output->findField("Moved"));
+}
+
+TEST(FieldCopy, OtherLengthThanPositionsSkipsTheFragmentAndMovesTheRestUp) {
+  CloudBuilder cloud;
+  cloud.fragment(std::vector<Point>(4)).field<double>("Id", {10, 11, 12});
+  cloud.fragment(std::vector<Point>(4)).field<double>("Id", {20, 21, 22, 23});
+  TileRig rig(cloud.currentGrid(), kThreeAndTwo);
+  const ConsoleCapture console;
+  rig.copyAll();
+  EXPECT_EQ(console.only(),
+            " Warning! Different Data Size: Field: Id Size: 3 BUT Positions have:4"
+            " -> SKIP THIS FIELD");
+  EXPECT_EQ(extentsOf(rig.data("Id")), Extents{5});
+  EXPECT_EQ(rig.values<double>("Id"), (Doubles{21, 22, 0, 0, 0}));
+}
+
+TEST(FieldCopy, OtherRanksHaveLengthZero) {
+  CloudBuilder cloud;
+  cloud.fragment(std::vector<Point>(4));
+  cloud.array("Cube",
+              makeStrong<Fiber::MemArray<3, double>>(std::array<std::uint64_t, 3>{4, 1, 1}));
+  TileRig rig(cloud.currentGrid(), {{"0", {0}}});
+  const ConsoleCapture console;
+  rig.copyAll();
+  EXPECT_EQ(console.only(),
+            " Warning! Different Data Size: Field: Cube Size: 0 BUT Positions have:4"
+            " -> SKIP THIS FIELD");
+  EXPECT_FALSE(rig.field("Cube"));
+}
+
+TEST(FieldCopy, OtherRanksAreRefusedWhenPositionsHaveNoLengthEither) {
+  CloudBuilder cloud;
+  cloud.fragment(std::vector<Point>(4));
+  cloud.array("Cube",
+              makeStrong<Fiber::MemArray<3, double>>(std::array<std::uint64_t, 3>{4, 1, 1}));
+  TileRig rig(cloud.currentGrid(), {{"0", {0}}});
+  rig.operation.fieldFilter = {"Cube"};
+  rig.copy.inputPositions = nullptr;
+  const ConsoleCapture console;
+  rig.copyAll();
+  EXPECT_EQ(console.only(), "Warning! Dim is not 1D or 2D!");
+  EXPECT_FALSE(rig.field("Cube"));
+}
+
+/// Knows its extents and cannot make its data.
+class FailingCreator final : public Fiber::CreativeArrayBase {
+ public:
+  FailingCreator() : CreativeArrayBase({nullptr, Fiber::DynamicSize{4}, nullptr, std::nullopt}) {}
+
+ protected:
+  MemCore::Outcome<StrongPtr<Fiber::MemBase>> create() override {
+    return MemCore::Failure{"points.las: cannot be read"};
+  }
+};
+
+TEST(FieldCopy, MissingCreatorsAndDataAreSkippedSilently) {
+  CloudBuilder cloud;
+  cloud.fragment(std::vector<Point>(4));
+  cloud.fragment(std::vector<Point>(4));
+  cloud.fragment(std::vector<Point>(4)).field<double>("Id", {20, 21, 22, 23});
+  const auto id = cloud.currentGrid()->getCartesianRepresentation("")->findField("Id");
+  id->setCreator(id->getFragmentID("1"), makeStrong<FailingCreator>());
+  TileRig rig(cloud.currentGrid(), {{"0", {0}}, {"1", {0, 1}}, {"2", {1, 3}}});
+  const ConsoleCapture console;
+  rig.copyAll();
+  EXPECT_THAT(console.messages(), ElementsAre());
+  EXPECT_EQ(rig.values<double>("Id"), (Doubles{21, 23, 0, 0, 0}));
+}
+
+TEST(FieldCopy, FragmentsWithoutSelectedPointsAreLeftAlone) {
+  CloudBuilder cloud = twoFragments();
+  cloud.fragment(std::vector<Point>(1)).field<double>("Id", {30, 31});  // would be reported
+  TileRig rig(cloud.currentGrid(), {{"1", {2}}, {"2", {}}});
+  const ConsoleCapture console;
+  rig.copyAll();
+  EXPECT_THAT(console.messages(), ElementsAre());
+  EXPECT_EQ(rig.values<double>("Id"), Doubles{22});
+}
+
+TEST(FieldCopy, AnotherElementSizeSkipsTheFragment) {
+  CloudBuilder cloud = twoFragments();
+  cloud.fragment(std::vector<Point>(1)).field<float>("Id", {30});
+  TileRig rig(cloud.currentGrid(), {{"0", {0}}, {"1", {1}}, {"2", {0}}});
+  const ConsoleCapture console;
+  rig.copyAll();
+  EXPECT_EQ(console.only(),
+            " Warning! Field: Id Fragment: 2: float[1] does not fit the tile, expected double[3]"
+            " from element 2 -> SKIP THIS FRAGMENT");
+  EXPECT_EQ(rig.values<double>("Id"), (Doubles{10, 21, 0}));
+}
+
+TEST(FieldCopy, AnElementTypeThatNobodyRegisteredIsSkipped) {
+  CloudBuilder cloud;
+  cloud.fragment(std::vector<Point>(1)).field<std::complex<float>>("Complex", {{1, 2}});
+  TileRig rig(cloud.currentGrid(), {{"0", {0}}});
+  const ConsoleCapture console;
+  rig.copyAll();
+  EXPECT_EQ(console.only(),
+            " Warning! Field: Complex Fragment: 0: unknown type[1] no array can be made, expected a"
+            " registered element type -> SKIP THIS FRAGMENT");
+  EXPECT_FALSE(rig.field("Complex"));
+}
+
+TEST(FieldCopy, EmptyHandlesDoNothing) {
+  TileRig rig(twoFragments().currentGrid(), kThreeAndTwo);
+  const auto space = rig.input->baseSpace("");
+  const auto id = rig.input->getCartesianRepresentation("")->findField("Id");
+  EXPECT_TRUE(copyFieldIntoTile(rig.copy, {}, {"Id"}, id));
+  EXPECT_TRUE(copyFieldIntoTile(rig.copy, space, {"Id"}, nullptr));
+  FieldCopy incomplete = rig.copy;
+  incomplete.selection.indexLists = nullptr;
+  EXPECT_TRUE(copyFieldIntoTile(incomplete, space, {"Id"}, id));
+  incomplete = rig.copy;
+  incomplete.outputGrid = nullptr;
+  EXPECT_TRUE(copyFieldIntoTile(incomplete, space, {"Id"}, id));
+  EXPECT_FALSE(rig.field("Id"));
+}
+
+/// One fragment of two points with waveforms; both points are selected in the order 1, 0.
+class WaveformCopy : public testing::Test {
+ protected:
+  Samples copied(unsigned samples, const Lengths& lengths) {
+    CloudBuilder cloud;
+    cloud.fragment(std::vector<Point>(2))
+        .waveforms<unsigned short>("Waveforms", samples, ramp(2, samples));
+    cloud.field("FWFLength", lengths);
+    rig_.emplace(cloud.currentGrid(), TileRig::Selected{{"0", {1, 0}}});
+    rig_->copyAll();
+    return rig_->values<unsigned short>("Waveforms");
+  }
+  std::optional<TileRig> rig_;
+};
+
+TEST_F(WaveformCopy, ShorterWaveformsAreFilledUpWithZeros) {
+  const Samples samples = copied(100, {7, 120});
+  EXPECT_EQ(extentsOf(rig_->data("Waveforms")), (Extents{120, 2}));
+  const Samples input = ramp(2, 100);
+  Samples expected(input.begin() + 100, input.end());
+  expected.resize(120, 0);
+  expected.insert(expected.end(), input.begin(), input.begin() + 100);
+  expected.resize(240, 0);
+  EXPECT_EQ(samples, expected);
+}
+
+TEST_F(WaveformCopy, LongerWaveformsKeepTheirFirstSamples) {
+  const Samples samples = copied(160, {7, 120});
+  EXPECT_EQ(extentsOf(rig_->data("Waveforms")), (Extents{120, 2}));
+  const Samples input = ramp(2, 160);
+  Samples expected(input.begin() + 160, input.begin() + 280);
+  expected.insert(expected.end(), input.begin(), input.begin() + 120);
+  EXPECT_EQ(samples, expected);
+}
+
+TEST_F(WaveformCopy, NotMadeWhenEveryLengthIsZero) {
+  EXPECT_EQ(copied(100, {0, 0}), Samples());
+  EXPECT_FALSE(rig_->field("Waveforms"));
+  EXPECT_TRUE(rig_->field("FWFLength"));
+}
+
+TEST(FieldCopy, WaveformsAreNotMadeWithoutLengths) {
+  CloudBuilder cloud;
+  cloud.fragment(std::vector<Point>(2)).waveforms<unsigned short>("Waveforms", 3, ramp(2, 3));
+  TileRig rig(cloud.currentGrid(), {{"0", {0}}});
+  rig.copyAll();
+  EXPECT_FALSE(rig.field("Waveforms"));
+}
+
+TEST(FieldCopy, TwoDimensionalFieldsOfOtherNamesAreNotCopied) {
+  CloudBuilder cloud;
+  cloud.fragment(std::vector<Point>(2)).waveforms<unsigned short>("Spectra", 3, ramp(2, 3));
+  cloud.field<unsigned short>("FWFLength", {3, 3}).field<unsigned short>("FWFLength_hp", {3, 3});
+  TileRig rig(cloud.currentGrid(), {{"0", {0}}});
+  const ConsoleCapture console;
+  rig.copyAll();
+  EXPECT_FALSE(rig.field("Spectra"));
+  EXPECT_THAT(console.messages(), ElementsAre());
+}
+
+TEST(FieldCopy, BothKindsOfWaveformsHaveTheirOwnLength) {
+  CloudBuilder cloud;
+  cloud.fragment(std::vector<Point>(1)).waveforms<unsigned short>("Waveforms", 2, {1, 2});
+  cloud.waveforms<unsigned short>("Waveforms_hp", 2, {3, 4});
+  cloud.field<unsigned short>("FWFLength", {3}).field<unsigned short>("FWFLength_hp", {1});
+  TileRig rig(cloud.currentGrid(), {{"0", {0}}});
+  rig.copyAll();
+  EXPECT_EQ(rig.values<unsigned short>("Waveforms"), (Samples{1, 2, 0}));
+  EXPECT_EQ(rig.values<unsigned short>("Waveforms_hp"), Samples{3});
+}
+
+TEST(FieldCopy, FragmentsOfDifferentSampleCountsShareOneLength) {
+  CloudBuilder cloud;
+  cloud.fragment(std::vector<Point>(1)).field<unsigned short>("FWFLength", {2});
+  cloud.waveforms<unsigned short>("Waveforms", 4, {1, 2, 3, 4});
+  cloud.fragment(std::vector<Point>(1)).field<unsigned short>("FWFLength", {3});  // no waveforms
+  cloud.fragment(std::vector<Point>(2)).field<unsigned short>("FWFLength", {1, 1});
+  cloud.waveforms<unsigned short>("Waveforms", 1, {5, 6});
+  TileRig rig(cloud.currentGrid(), {{"0", {0}}, {"1", {0}}, {"2", {0, 1}}});
+  rig.copyAll();
+  EXPECT_EQ(extentsOf(rig.data("Waveforms")), (Extents{3, 4}));
+  EXPECT_EQ(rig.values<unsigned short>("Waveforms"), (Samples{1, 2, 3, 5, 0, 0, 6, 0, 0, 0, 0, 0}));
+}
+
+TEST(FieldCopy, FewerWaveformsThanPointsSkipTheFragment) {
+  CloudBuilder cloud;
+  cloud.fragment(std::vector<Point>(3)).field<unsigned short>("FWFLength", {2, 2, 2});
+  cloud.waveforms<unsigned short>("Waveforms", 2, {1, 2, 3, 4});
+  TileRig rig(cloud.currentGrid(), {{"0", {0, 2}}});
+  const ConsoleCapture console;
+  rig.copyAll();
+  EXPECT_EQ(console.only(),
+            " Warning! Field: Waveforms Fragment: 0: uint16[2x2] does not fit the tile, expected"
+            " uint16[2x2] from element 0 -> SKIP THIS FRAGMENT");
+  EXPECT_FALSE(rig.field("Waveforms"));
+}
+
+/// More bytes than the machine has memory: pages come into being when they are touched.
+class HugeChunk final : public MemCore::ChunkBase {
+ public:
+  explicit HugeChunk(std::size_t size)
+      : size_(size),
+        memory_(::mmap(nullptr, size, PROT_READ | PROT_WRITE,
+                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0)) {}
+  ~HugeChunk() override {
+    if (isMapped()) ::munmap(memory_, size_);
+  }
+  HugeChunk(const HugeChunk&) = delete;
+  HugeChunk& operator=(const HugeChunk&) = delete;
+
+  bool isMapped() const { return memory_ != MAP_FAILED; }
+  const std::type_info& elementType() const override { return typeid(std::uint8_t); }
+  std::size_t elementSize() const override { return 1; }
+  std::size_t size() const override { return size_; }
+  std::byte* bytes() override { return static_cast<std::byte*>(memory_); }
+  const std::byte* bytes() const override { return static_cast<const std::byte*>(memory_); }
+  bool isPlain() const override { return true; }
+
+ private:
+  std::size_t size_;
+  void* memory_;
+};
+
+TEST(FieldCopy, SampleIndicesBeyond32BitsWrap) {
+  constexpr std::uint64_t kSamples = std::uint64_t{1} << 31;
+  const auto chunk = makeStrong<HugeChunk>(3 * kSamples);
+  if (!chunk->isMapped()) GTEST_SKIP() << "no address space for 6 GB";
+  chunk->bytes()[0] = std::byte{42};             // where the index of point 2 wraps to
+  chunk->bytes()[2 * kSamples] = std::byte{43};  // where point 2 really is
+  CloudBuilder cloud;
+  cloud.fragment(std::vector<Point>(3)).field<unsigned short>("FWFLength", {0, 0, 2});
+  cloud.array("Waveforms", makeStrong<Fiber::MemBase>(Fiber::DynamicSize{kSamples, 3}, chunk));
+  TileRig rig(cloud.currentGrid(), {{"0", {2}}});
+  rig.copyAll();
+  EXPECT_THAT(rig.values<std::uint8_t>("Waveforms"), ElementsAre(42, 0));
+}
+
+/// An output grid of 2 x 1 x 1 tiles and the field copies into it.
+class CopyIntoOneGrid : public testing::Test {
+ protected:
+  std::unique_ptr<TileRig> tile(const StrongPtr<Fiber::Grid>& input, std::uint64_t i,
+                                const TileRig::Selected& selected) {
+    auto rig = std::make_unique<TileRig>(input, selected);
+    rig->becomeFragmentOf(output_, positions_, {{i, 0, 0}});
+    return rig;
+  }
+  Doubles idsOf(std::uint64_t i) const {
+    const auto field = output_->getCartesianRepresentation("")->findField("Id");
+    const auto data = field->getData(positions_->fragmentAt({{i, 0, 0}}));
+    const auto chunk = data ? MemCore::chunkCast<double>(data->elements()) : nullptr;
+    return chunk ? Doubles(chunk->begin(), chunk->end()) : Doubles();
+  }
+
+  StrongPtr<Fiber::Grid> input_ = twoFragments().currentGrid();
+  Fiber::Bundle bundle_;
+  StrongPtr<Fiber::Grid> output_ = (*bundle_[0.0])["out"];
+  RegularPositions positions_ = makeRegularPositions(*output_, {{2, 1, 1}});
+};
+
+TEST_F(CopyIntoOneGrid, EveryTileIsAFragmentOfTheSameFields) {
+  tile(input_, 0, {{"0", {0, 1}}})->copyAll();
+  tile(input_, 1, {{"0", {2}}, {"1", {3}}})->copyAll();
+  EXPECT_EQ(idsOf(0), (Doubles{10, 11}));
+  EXPECT_EQ(idsOf(1), (Doubles{12, 23}));
+  EXPECT_TRUE(positions_->getCreator(positions_->fragmentAt({{1, 0, 0}})));
+}
+
+TEST_F(CopyIntoOneGrid, FieldsShareTheFragmentationOfTheTemplate) {
+  tile(input_, 1, {{"0", {0}}})->copyAll();
+  const auto field = MemCore::handleCast<Fiber::RegularlyFragmentedField<3>>(
+      output_->getCartesianRepresentation("")->findField("Id"));
+  ASSERT_TRUE(field);
+  EXPECT_EQ(field->counts(), positions_->counts());
+  EXPECT_EQ(field->getFragmentIDCollection(), positions_->getFragmentIDCollection());
+  EXPECT_FALSE(field->getCreator(positions_->fragmentAt({{0, 0, 0}})));
+}
+
+TEST_F(CopyIntoOneGrid, DataOfAnEarlierCopyAreWrittenOver) {
+  tile(input_, 0, {{"0", {0, 1, 2}}})->copyAll();
+  const auto field = output_->getCartesianRepresentation("")->findField("Id");
+  const auto creator = field->getCreator(positions_->fragmentAt({{0, 0, 0}}));
+  tile(input_, 0, {{"1", {2, 3}}})->copyAll();
+  EXPECT_EQ(field->getCreator(positions_->fragmentAt({{0, 0, 0}})), creator);
+  EXPECT_EQ(idsOf(0), (Doubles{22, 23, 12}));
+  EXPECT_EQ(creator->facts().range, (Fiber::ValueRange{12, 23}));
+}
+
+TEST_F(CopyIntoOneGrid, DataOfAnEarlierCopyThatAreTooSmallStayAsTheyWere) {
+  tile(input_, 0, {{"0", {0}}})->copyAll();
+  const auto again = tile(input_, 0, {{"1", {2, 3}}});
+  again->operation.fieldFilter = {"Id"};
+  const ConsoleCapture console;
+  again->copyAll();
+  EXPECT_EQ(console.only(),
+            " Warning! Field: Id Fragment: 1: double[4] does not fit the tile, expected double[1]"
+            " from element 0 -> SKIP THIS FRAGMENT");
+  EXPECT_EQ(idsOf(0), Doubles{10});
+}
+
+}  // namespace
+}  // namespace LidarLib
