@@ -102,7 +102,8 @@ class EvlrCollector {
     Outcome<VariableRecord> record = readEvlrHeader(file_, offset);
     if (!record) return record.failure();
     // Some writers give the packets other ids; their place in the header counts.
-    if (offset == packetsOffset_ || isWaveformData(*record)) return addPackets(std::move(*record));
+    const bool isAtPackets = offset != 0 && offset == packetsOffset_;
+    if (isAtPackets || isWaveformData(*record)) return addPackets(std::move(*record));
     return addLoaded(std::move(*record));
   }
 
