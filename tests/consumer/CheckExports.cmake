@@ -1,0 +1,25 @@
+# SPDX-License-Identifier: Apache-2.0
+# Fails when a shared library exports a name outside the given pattern.
+#   cmake -DNM=... -DLIBRARY=... -DALLOWED=regex -DREQUIRED=regex -P CheckExports.cmake
+execute_process(COMMAND ${NM} -DC --defined-only ${LIBRARY} OUTPUT_VARIABLE names RESULT_VARIABLE result)
+if(NOT result EQUAL 0)
+  message(FATAL_ERROR "${NM} failed on ${LIBRARY}")
+endif()
+if(NOT names MATCHES "${REQUIRED}")
+  message(FATAL_ERROR "${LIBRARY}: exports nothing that matches ${REQUIRED}")
+endif()
+string(REPLACE ";" "," names "${names}")
+string(REGEX REPLACE "\\[|\\]" "_" names "${names}")
+string(REPLACE "\n" ";" names "${names}")
+set(stray "")
+foreach(line IN LISTS names)
+  # address, kind, name; the standard library's templates are exported wherever they are used.
+  string(REGEX REPLACE "^[0-9a-f]+ [A-Za-z] " "" name "${line}")
+  string(REGEX REPLACE "^(vtable for|typeinfo for|typeinfo name for|guard variable for|VTT for|non-virtual thunk to|virtual thunk to|construction vtable for) " "" name "${name}")
+  if(NOT name MATCHES "${ALLOWED}")
+    string(APPEND stray "  ${line}\n")
+  endif()
+endforeach()
+if(stray)
+  message(FATAL_ERROR "${LIBRARY}: exports more than it should\n${stray}")
+endif()
