@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "host/HelpTexts.hpp"
+
+namespace Host {
+
+#define REFRAGMENT_COMMANDS                                                      \
+  "  info    INPUT...              what a split would produce; writes nothing\n" \
+  "  split   INPUT... -o OUT.f5    cut a cloud into tiles, one file each\n"      \
+  "  show    FILE...               what a bundle, LAS or LAZ file holds\n"       \
+  "  import  INPUT... -o OUT.f5    a bundle file from LAS or LAZ files\n"        \
+  "  synth   -o OUT.las            a made-up survey to try things with\n"
+
+const char* const kShortHelp =
+    "refragment re-cuts laser-scanning point clouds into regular tiles.\n"
+    "\n" REFRAGMENT_COMMANDS
+    "\n"
+    "Try:\n"
+    "  refragment synth -o town.las --points 2M\n"
+    "  refragment split town.las -o town.f5 --fragment-length 50\n"
+    "  refragment show town.f5\n"
+    "\n"
+    "More: refragment --help, refragment split --help\n";
+
+const char* const kLongHelp =
+    "refragment re-cuts laser-scanning point clouds into regular tiles.\n"
+    "\n"
+    "Usage: refragment COMMAND ...\n"
+    "\n" REFRAGMENT_COMMANDS
+    "\n"
+    "Each command explains itself: refragment COMMAND --help\n"
+    "\n"
+    "INPUT is a .las, .laz or .f5 file, a folder of such files, or a pattern in quotes\n"
+    "(\"flight/*.laz\"). Several LAS and LAZ files are one cloud.\n"
+    "\n"
+    "Results go to standard output, everything else to standard error.\n"
+    "\n"
+    "Exit status:\n"
+    "    0  done\n"
+    "    1  failed: nothing usable was made\n"
+    "    2  usage: the command line makes no sense, nothing was touched\n"
+    "    3  done, but point totals do not add up\n"
+    "    4  some tiles failed; the same command again goes on with them\n"
+    "  130  cancelled (Ctrl-C); the same command again goes on where it stopped\n"
+    "\n"
+    "Flags may come from a file: refragment split scan.laz -o scan.f5 --config tiles.toml\n"
+    "with lines such as\n"
+    "  fragment-length = [100, 100, 0]\n"
+    "  overlap = 0.1\n";
+
+#undef REFRAGMENT_COMMANDS
+
+const CommandHelp kInfoHelp = {
+    "info", "Says what a split would produce: box, tile lengths, number of tiles. Writes nothing.",
+    "info INPUT... [flags]",
+    "Examples:\n"
+    "  refragment info scan.laz                          lengths from the point density\n"
+    "  refragment info scan.laz --fragment-length 100    tiles of 100 x 100\n"
+    "  refragment info \"flight/*.laz\" --points-per-tile 2M\n"
+    "  refragment info scan.laz --start 0,0,-10 --end 500,500,90\n"
+    "  refragment info scan.laz --json | jq '.grids[0].tiles'"};
+
+const CommandHelp kSplitHelp = {
+    "split", "Cuts a cloud into regular tiles: one file per tile, and a bundle that links them.",
+    "split INPUT... -o OUT.f5 [flags]",
+    "Tiles that are there already are kept, so a run that was stopped goes on when the same\n"
+    "command is given again.\n"
+    "\n"
+    "Examples:\n"
+    "  refragment split scan.laz -o scan.f5              about five million points per tile\n"
+    "  refragment split scan.laz -o scan.f5 --fragment-length 100\n"
+    "  refragment split scan.laz -o scan.f5 --fragment-length 100,100,20 --overlap 0.1\n"
+    "  refragment split \"flight/*.laz\" -o all.f5 --points-per-tile 2M --min-points 100\n"
+    "  refragment split scan.laz -o part.f5 --start -50,-50,0 --end 50,50,100\n"
+    "  refragment split scan.laz -o small.f5 --field Intensity --field Classification\n"
+    "\n"
+    "Exit status: 0 done, 1 failed, 2 usage, 3 point totals differ, 4 some tiles failed,\n"
+    "130 cancelled."};
+
+const CommandHelp kShowHelp = {
+    "show", "Shows what files hold: times, grids, fields with type and range, tiles.",
+    "show FILE... [flags]",
+    "Examples:\n"
+    "  refragment show scan.f5                           grids, fields and the first tiles\n"
+    "  refragment show scan.f5 --all                     every tile\n"
+    "  refragment show scan.laz --ranges                 value ranges, by reading the points\n"
+    "  refragment show scan.f5 --json | jq '.slices[0].grids[0].points'"};
+
+const CommandHelp kImportHelp = {
+    "import", "Writes a bundle file with the points of LAS or LAZ files, without cutting them.",
+    "import INPUT... -o OUT.f5 [flags]",
+    "Examples:\n"
+    "  refragment import scan.laz -o scan.f5\n"
+    "  refragment import \"flight/*.laz\" -o flight.f5 --grid flight --time 2024.5"};
+
+const CommandHelp kSynthHelp = {
+    "synth",
+    "Writes a made-up airborne survey: terrain, buildings, trees, flight lines, waveforms.",
+    "synth -o OUT.las [flags]",
+    "The same flags always give the same bytes.\n"
+    "\n"
+    "Examples:\n"
+    "  refragment synth -o town.las                      five million points\n"
+    "  refragment synth -o tiny.las --points 10k --no-waveforms\n"
+    "  refragment synth -o big.las --points 200M --lines 8 --seed 7"};
+
+}  // namespace Host

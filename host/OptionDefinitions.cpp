@@ -1,0 +1,271 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "host/OptionDefinitions.hpp"
+
+#include <limits>
+
+#include "host/HelpFormatter.hpp"
+#include "host/ValueParsing.hpp"
+
+namespace Host {
+
+using MemCore::Outcome;
+
+namespace {
+
+constexpr int kMostThreads = 4096;
+constexpr auto kMostPointsPerTile = std::numeric_limits<std::uint32_t>::max();
+
+constexpr const char* kTilingGroup = "Tiles";
+constexpr const char* kFilterGroup = "Selection";
+constexpr const char* kOutputGroup = "Output";
+constexpr const char* kSurveyGroup = "Survey";
+
+/// How a flag is written and explained.
+struct FlagText {
+  const char* names;      ///< "-o,--output"
+  const char* valueName;  ///< "FILE"
+  const char* help;
+  const char* group;
+};
+
+/// Adds a flag whose text `parse` turns into a value or says what is wrong, and `store` takes in.
+template <class Parse, class Store>
+CLI::Option* addParsed(CLI::App& app, const FlagText& flag, Parse parse, Store store) {
+  // The reader runs when the whole line is known; it knows its flag by the option's own name.
+  auto option = std::make_shared<CLI::Option*>(nullptr);
+  *option = app.add_option_function<std::string>(
+      flag.names,
+      [option, parse, store](const std::string& text) {
+        auto parsed = parse(text);
+        if (!parsed.ok()) throw CLI::ValidationError((*option)->get_name(), parsed.error());
+        store(std::move(parsed).value());
+      },
+      flag.help);
+  (*option)->type_name(flag.valueName)->group(flag.group);
+  return *option;
+}
+
+template <class Number>
+auto countParser(Number least, Number most) {
+  return [least, most](const std::string& text) {
+    return parseCount(text, static_cast<std::uint64_t>(least), static_cast<std::uint64_t>(most));
+  };
+}
+
+template <class Number>
+auto storeCount(Number& target) {
+  return [&target](std::uint64_t value) { target = static_cast<Number>(value); };
+}
+
+template <class T>
+auto storeIn(T& target) {
+  return [&target](auto value) { target = std::move(value); };
+}
+
+void addText(CLI::App& app, const FlagText& flag, std::string& target) {
+  app.add_option(flag.names, target, flag.help)->type_name(flag.valueName)->group(flag.group);
+}
+
+/// A flag of several comma-separated numbers, which a configuration file may give as an array.
+template <class Parse, class Store>
+void addNumbers(CLI::App& app, const FlagText& flag, Parse parse, Store store) {
+  addParsed(app, flag, parse, store)->join(',');
+}
+
+void defineInputs(CLI::App& app, std::vector<std::string>& inputs) {
+  app.add_option("INPUT", inputs,
+                 ".las, .laz or .f5 files, folders of them, or patterns in quotes.\n"
+                 "Several LAS and LAZ files are one cloud")
+      ->required()
+      ->type_name("");
+}
+
+Outcome<Fiber::StorageKind> parseStorage(const std::string& text) {
+  if (text == "grid") return Fiber::StorageKind::Grid;
+  if (text == "deflate") return Fiber::StorageKind::Deflate;
+  if (text == "raw") return Fiber::StorageKind::Raw;
+  return MemCore::Failure{"found \"" + text + "\", expected grid, deflate or raw"};
+}
+
+Outcome<ProgressMode> parseProgress(const std::string& text) {
+  if (text == "auto") return ProgressMode::Auto;
+  if (text == "bar") return ProgressMode::Bar;
+  if (text == "json") return ProgressMode::Json;
+  if (text == "none") return ProgressMode::None;
+  return MemCore::Failure{"found \"" + text + "\", expected auto, bar, json or none"};
+}
+
+void defineFilters(CLI::App& app, FilterOptions& filters) {
+  // Repeatable flags keep every value in a list of texts, read one by one.
+  app.add_option_function<std::vector<std::string>>(
+         "--time",
+         [&filters](const std::vector<std::string>& texts) {
+           for (const std::string& text : texts) {
+             const auto time = parseNumber(text);
+             if (!time.ok()) throw CLI::ValidationError("--time", time.error());
+             filters.times.insert(time.value());
+           }
+         },
+         "Take only this time; repeatable")
+      ->type_name("T")
+      ->group(kFilterGroup)
+      ->allow_extra_args(false);
+  const auto addNames = [&app](const FlagText& flag, std::set<std::string>& target) {
+    app.add_option(flag.names, target, flag.help)
+        ->type_name(flag.valueName)
+        ->group(flag.group)
+        ->allow_extra_args(false);
+  };
+  addNames({"--grid", "NAME", "Take only this grid; repeatable", kFilterGroup}, filters.grids);
+  addNames({"--field", "NAME", "Take only this field (positions always come along);\nrepeatable",
+            kFilterGroup},
+           filters.fields);
+}
+
+void defineTiling(CLI::App& app, TilingOptions& tiling) {
+  addNumbers(app,
+             {"--fragment-length", "X[,Y[,Z]]",
+              "Edge lengths of a tile; one value is for x and y, z 0 spans the\n"
+              "cloud. Without it, five million points per tile are aimed at",
+              kTilingGroup},
+             parseFragmentLength, storeIn(tiling.fragmentLength));
+  CLI::Option* perTile =
+      addParsed(app,
+                {"--points-per-tile", "N",
+                 "Choose x and y so that a tile holds N points on average, such\nas 2M or 500k",
+                 kTilingGroup},
+                countParser<std::uint64_t>(1, kMostPointsPerTile), storeIn(tiling.pointsPerTile));
+  perTile->excludes("--fragment-length");
+  addParsed(
+      app,
+      {"--overlap", "F", "Widen tiles on every side by F times their length [0]", kTilingGroup},
+      parseOverlap, storeIn(tiling.overlap));
+  addParsed(app,
+            {"--min-points", "N", "Write only tiles with more than N points [0]", kTilingGroup},
+            countParser<std::uint32_t>(0, std::numeric_limits<std::uint32_t>::max()),
+            storeCount(tiling.minPoints));
+  addNumbers(app,
+             {"--start", "X,Y,Z", "Lower corner of the box to tile, instead of the cloud's own",
+              kTilingGroup},
+             parsePoint, storeIn(tiling.start));
+  addNumbers(app, {"--end", "X,Y,Z", "Upper corner likewise", kTilingGroup}, parsePoint,
+             storeIn(tiling.end));
+}
+
+void defineStorage(CLI::App& app, StorageOptions& storage) {
+  addParsed(app,
+            {"--storage", "KIND",
+             "grid: smallest, coordinates as whole numbers where exact [grid]\n"
+             "deflate: compressed doubles; raw: uncompressed",
+             kOutputGroup},
+            parseStorage, storeIn(storage.kind));
+  app.add_flag_function(
+         "--no-sync", [&storage](std::int64_t) { storage.durable = false; },
+         "Do not wait until the disk has each file: faster, but a power\n"
+         "failure may cost files that were reported as written")
+      ->group(kOutputGroup);
+}
+
+void defineOutput(CLI::App& app, const char* help, std::string& output) {
+  app.add_option("-o,--output", output, help)->required()->type_name("FILE")->group(kOutputGroup);
+}
+
+void defineForce(CLI::App& app, const char* help, bool& force) {
+  app.add_flag("--force", force, help)->group(kOutputGroup);
+}
+
+}  // namespace
+
+void defineCommonOptions(CLI::App& app, CommonOptions& options) {
+  app.set_version_flag("-V,--version", "refragment " REFRAGMENT_VERSION);
+  app.add_flag_function(
+         "-q,--quiet", [&options](std::int64_t) { options.verbosity = Verbosity::Quiet; },
+         "Say nothing but warnings and errors")
+      ->group(kCommonGroup);
+  app.add_flag_function(
+         "-v,--verbose", [&options](std::int64_t) { options.verbosity = Verbosity::Verbose; },
+         "Say what happens in detail")
+      ->group(kCommonGroup)
+      ->excludes("--quiet");
+  app.add_flag("--json", options.json, "Print the result as one JSON object")->group(kCommonGroup);
+  addParsed(app,
+            {"--progress", "MODE",
+             "auto: a bar if standard error is a terminal [auto]; bar; json:\n"
+             "one object per line on standard error; none",
+             kCommonGroup},
+            parseProgress, storeIn(options.progress));
+  addText(app, {"--log", "FILE", "Append all messages to a file", kCommonGroup}, options.logFile);
+  addParsed(app, {"--threads", "N", "Use N threads [all]", kCommonGroup},
+            countParser(1, kMostThreads), storeCount(options.threadCount));
+  addParsed(app,
+            {"--memory", "SIZE",
+             "Keep decoded points in at most so much memory, such as 8G\n[half]", kCommonGroup},
+            parseByteSize, storeIn(options.memoryBytes));
+}
+
+void defineInfoOptions(CLI::App& app, InfoOptions& options) {
+  defineInputs(app, options.inputs);
+  defineTiling(app, options.tiling);
+  defineFilters(app, options.filters);
+}
+
+void defineSplitOptions(CLI::App& app, SplitOptions& options) {
+  defineInputs(app, options.inputs);
+  defineTiling(app, options.tiling);
+  defineFilters(app, options.filters);
+  defineOutput(app,
+               "The bundle that links the tiles, a .f5 file; the tiles go into a\n"
+               "folder of its name beside it",
+               options.output);
+  addText(app, {"--output-dir", "DIR", "Put the folder of tiles into DIR instead", kOutputGroup},
+          options.outputDirectory);
+  addText(app,
+          {"--output-grid", "NAME", "Name of the output grid [that of the input]", kOutputGroup},
+          options.outputGrid);
+  defineStorage(app, options.storage);
+  defineForce(app, "Delete tiles of another plan, or an output file of other origin",
+              options.force);
+}
+
+void defineShowOptions(CLI::App& app, ShowOptions& options) {
+  defineInputs(app, options.inputs);
+  app.add_flag("--all", options.allFragments, "List all tiles or fragments, not the first ones");
+  app.add_flag("--ranges,--scan", options.computeRanges,
+               "Read the points to find value ranges that the file does not tell");
+}
+
+void defineImportOptions(CLI::App& app, ImportOptions& options) {
+  defineInputs(app, options.inputs);
+  defineOutput(app, "The bundle to write, a .f5 file", options.output);
+  addText(app, {"--grid", "NAME", "Name of the cloud [points]", kOutputGroup}, options.grid);
+  addParsed(app, {"--time", "T", "Time of the cloud [0]", kOutputGroup}, parseNumber,
+            storeIn(options.time));
+  defineStorage(app, options.storage);
+  defineForce(app, "Replace a file that exists", options.force);
+}
+
+void defineSynthOptions(CLI::App& app, SynthOptions& options) {
+  Synth::SurveyOptions& survey = options.survey;
+  constexpr auto kMost32 = std::numeric_limits<std::uint32_t>::max();
+  defineOutput(app, "The LAS file to write", options.output);
+  defineForce(app, "Replace a file that exists", options.force);
+  addParsed(app, {"--points", "N", "About so many points, such as 5M [5M]", kSurveyGroup},
+            countParser<std::uint64_t>(1, Synth::kMostPoints), storeIn(survey.pointCount));
+  addParsed(app, {"--seed", "N", "Another seed gives another survey [1]", kSurveyGroup},
+            countParser<std::uint64_t>(0, std::numeric_limits<std::uint64_t>::max()),
+            storeIn(survey.seed));
+  addParsed(app, {"--lines", "N", "Flight lines, overlapping by 30 % [2]", kSurveyGroup},
+            countParser<std::uint32_t>(1, kMost32), storeCount(survey.flightLines));
+  addParsed(app, {"--density", "D", "Pulses per square metre and line [8]", kSurveyGroup},
+            parseNumber, storeIn(survey.pulsesPerSquareMetre));
+  addParsed(app, {"--noise", "M", "Deviation of the distances, in metres [0.015]", kSurveyGroup},
+            parseNumber, storeIn(survey.rangeNoiseMetres));
+  addParsed(app, {"--samples", "N", "Samples of the shortest waveform [64]", kSurveyGroup},
+            countParser<std::uint32_t>(1, kMost32), storeCount(survey.samplesPerPacket));
+  app.add_flag_function(
+         "--no-waveforms", [&survey](std::int64_t) { survey.hasWaveforms = false; }, "Points alone")
+      ->group(kSurveyGroup);
+}
+
+}  // namespace Host

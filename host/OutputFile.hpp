@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// OutputFile: the single file that a sub-command writes: where it goes, and whether it may.
+
+#pragma once
+
+#include <string>
+
+#include "host/Result.hpp"
+
+namespace Host {
+
+/// The absolute path for an output file; makes the folder above it and removes what dead runs left
+/// there. Errors: usage, for a name that does not end in `ending`; failed, for a file that exists
+/// (unless forced), a folder of that name, or a folder that cannot be made.
+Result<std::string> prepareOutputFile(const std::string& output, const std::string& ending,
+                                      bool force);
+
+}  // namespace Host

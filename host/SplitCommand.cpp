@@ -1,0 +1,268 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "host/SplitCommand.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+
+#include "datamodel/container/AtomicFile.hpp"
+#include "datamodel/memcore/Console.hpp"
+#include "host/InputLoader.hpp"
+#include "host/JsonReport.hpp"
+#include "host/NameRules.hpp"
+#include "host/NumberText.hpp"
+#include "host/Restart.hpp"
+#include "host/RunListener.hpp"
+#include "host/Signals.hpp"
+#include "host/TextReport.hpp"
+#include "host/TileProgress.hpp"
+
+namespace Host {
+
+namespace {
+
+/// What a split has gathered on its way.
+struct SplitJob {
+  const SplitOptions& options;
+  Session& session;
+  OutputPlace place{};
+  ResolvedInput input{};
+  LoadedInput loaded{};
+  LidarLib::RefragmentAndSplit operation{};
+  SplitPlan plan{};
+  PlanRecord record{};
+  StartKind start = StartKind::Fresh;
+  std::vector<DroppedTiles> dropped{};
+  TileEvidence evidence{};
+};
+
+/// Opens the input and makes sure that it survives the run.
+Check openJob(SplitJob& job) {
+  auto place = settleOutputPlace(job.options.output, job.options.outputDirectory);
+  if (!place.ok()) return place.stop();
+  job.place = std::move(*place);
+  auto input = resolveInput(job.options.inputs);
+  if (!input.ok()) return input.stop();
+  job.input = std::move(*input);
+  const Check isSafe = checkInputIsSafe(job.place, job.input);
+  if (!isSafe.ok()) return isSafe;
+  auto loaded = loadInput(job.input, {});
+  if (!loaded.ok()) return loaded.stop();
+  job.loaded = std::move(*loaded);
+  job.session.warnOfAll(job.loaded.notes);
+  return std::monostate{};
+}
+
+std::string sourceText(const std::vector<std::string>& files) {
+  const std::string first = std::filesystem::path(files.front()).filename().string();
+  return files.size() == 1 ? first : fmt::format("{} and {} more", first, files.size() - 1);
+}
+
+/// Gives the operation everything that it needs to know.
+void configure(SplitJob& job, const std::string& firstGrid) {
+  LidarLib::RefragmentAndSplit& operation = job.operation;
+  applyOptions(job.options.tiling, job.options.filters, operation);
+  operation.inputBundle = job.loaded.bundle;
+  operation.outputDirectory = job.place.directory;
+  operation.outputFileName = job.place.file;
+  operation.outputGridName = job.options.outputGrid.empty() ? firstGrid : job.options.outputGrid;
+  operation.provenanceSource = sourceText(job.input.files);
+  operation.provenanceDescription = "refragment " REFRAGMENT_VERSION;
+}
+
+/// Settles which grids are split and how.
+Check planJob(SplitJob& job) {
+  const auto grids = selectGrids(*job.loaded.bundle, job.options.filters);
+  if (!grids.ok()) return grids.stop();
+  const Check isDistinct = checkDistinctTimes(*grids);
+  if (!isDistinct.ok()) return isDistinct;
+  configure(job, grids->front().name);
+  const auto name = checkOutputGridName(job.operation.outputGridName);
+  if (!name.ok()) return usageStop("--output-grid: " + name.error());
+
+  job.plan = makePlan(*grids, job.options.tiling, job.operation);
+  const std::string failure = job.plan.failure();
+  if (!failure.empty()) return failedStop(failure);
+  for (const std::string& detail : job.plan.details) job.session.messages().detail(detail);
+  for (const std::string& note : job.plan.notes) job.session.messages().note(note);
+  job.session.warnOfAll(job.plan.warnings);
+  auto record = describePlan(job.options, job.input, job.plan, job.place.file);
+  if (!record.ok()) return record.stop();
+  job.record = std::move(*record);
+  return std::monostate{};
+}
+
+/// Removes what dead runs left in the folders of the output.
+Check removeLeftovers(const OutputPlace& place) {
+  const std::string outputFolder = std::filesystem::path(place.file).parent_path().string();
+  for (const std::string& folder : {outputFolder, place.tileFolder}) {
+    const auto removed = Fiber::Container::removeStaleTemporaries(folder);
+    if (!removed.ok()) return removed.failure();
+  }
+  return std::monostate{};
+}
+
+/// Takes the place in possession: folders, plan file, nothing of other plans.
+Check occupyPlace(SplitJob& job) {
+  if (stopRequested()) return Stop{ExitCode::Cancelled, "cancelled, nothing was written"};
+  if (job.options.force) {
+    const auto start = judgeExisting(job.place, job.record);
+    if (!start.ok()) {
+      const Check deleted = deleteExisting(job.place);
+      if (!deleted.ok()) return deleted;
+    }
+  }
+  const auto start = judgeExisting(job.place, job.record);
+  if (!start.ok()) return start.stop();
+  job.start = *start;
+  const Check made = makeFolders(job.place);
+  if (!made.ok()) return made;
+  const Check isClean = removeLeftovers(job.place);
+  if (!isClean.ok()) return isClean;
+  const auto written = writePlanFile(planFilePath(job.place.tileFolder), job.record);
+  if (written.ok()) return std::monostate{};
+  std::error_code ignored;  // the folder goes away only if nothing is in it
+  std::filesystem::remove(job.place.tileFolder, ignored);
+  return written.failure();
+}
+
+void setStorage(const StorageOptions& storage) {
+  Fiber::StorageTransformations defaults = Fiber::StorageTransformations::defaults();
+  defaults.kind = storage.kind;
+  defaults.durable = storage.durable;
+  Fiber::StorageTransformations::setDefaults(defaults);
+}
+
+/// Runs the operation and counts what can only be counted while it runs. Errors: the output
+/// directory cannot be entered.
+Check runOperation(SplitJob& job) {
+  const auto inside = WorkingFolder::enter(job.place.directory);
+  if (!inside.ok()) return inside.stop();
+  setStorage(job.options.storage);
+  Session& session = job.session;
+  const auto progress =
+      MemCore::makeStrong<TileProgress>(settleProgressMode(session.common(), session.terminal()),
+                                        session.terminal().columns, session.messages());
+  job.operation.tileProgress = progress;
+  RunListener listener(session.messages(), [&](std::size_t grid) {
+    progress->beginGrid(grid < job.plan.grids.size() ? job.plan.grids[grid].pointCount : 0);
+  });
+  job.evidence.filesBefore = listTileFiles(job.place.tileFolder).size();
+  {
+    const MemCore::ConsoleRedirection redirection(
+        [&listener](const std::string& message) { listener.hear(message); });
+    job.operation.Run();
+  }
+  progress->finish();
+  job.evidence.filesAfter = listTileFiles(job.place.tileFolder).size();
+  job.evidence.withData = progress->tilesWithData();
+  job.dropped = listener.dropped();
+  return std::monostate{};
+}
+
+/// The bundle that the run has written; empty when it cannot be read.
+Fiber::BundlePtr loadOutput(const std::string& file) {
+  bool ok = false;
+  const auto parameters =
+      MemCore::makeStrong<MemCore::LoaderParameters>(MemCore::LoaderParameters{{file}, false});
+  return Fiber::Bundle::load(ok, parameters, nullptr);
+}
+
+/// The operation's messages and the host's warnings, once each.
+std::vector<std::string> allMessages(const SplitJob& job) {
+  std::vector<std::string> messages;
+  bool wasInterrupted = false;
+  for (const std::string& message : job.operation.messages) {
+    const bool isRepeated = message == "Interrupted" && std::exchange(wasInterrupted, true);
+    if (!isRepeated) messages.push_back(message);
+  }
+  for (std::string& warning : job.session.messages().warnings()) {
+    messages.push_back(std::move(warning));
+  }
+  return messages;
+}
+
+SplitReport makeReport(const SplitJob& job, const RunMessages& messages) {
+  SplitReport report;
+  report.output = job.place.file;
+  report.tileFolder = job.place.tileFolder;
+  report.plan = job.plan;
+  report.tiling = job.options.tiling;
+  report.isResumed = job.start == StartKind::Resumed;
+  report.tiles = summariseTiles(job.plan, job.evidence, messages, job.dropped);
+  const Fiber::BundlePtr output = loadOutput(job.place.file);
+  report.balances = balancePoints(job.plan, job.dropped, output, job.operation.outputGridName);
+  report.isCompared = output && job.options.tiling.overlap == 0.0 && report.tiles.failed == 0 &&
+                      report.tiles.pending == 0;
+  report.messages = allMessages(job);
+  report.use = job.session.use();
+  return report;
+}
+
+void tellDifferences(const SplitReport& report, Messages& messages) {
+  for (const PointBalance& balance : report.balances) {
+    if (balance.output == balance.expected()) continue;
+    messages.error(
+        fmt::format("grid {} at time {}: point totals differ, found {} in the output, expected {}",
+                    balance.grid, exactText(balance.time), countText(balance.output),
+                    countText(balance.expected())));
+  }
+}
+
+/// Says what went wrong, the first few tiles by name, and settles the exit status.
+ExitCode judge(const SplitReport& report, const RunMessages& sorted, Messages& messages) {
+  constexpr std::size_t kHandful = 3;
+  const auto& tiles = sorted.tileFailures;
+  for (std::size_t i = 0; i < std::min(kHandful, tiles.size()); ++i) messages.error(tiles[i]);
+  for (std::size_t i = kHandful; i < tiles.size(); ++i) messages.detail(tiles[i]);
+  for (const std::string& failure : sorted.failures) messages.error(failure);
+  if (sorted.interrupted != 0) {
+    messages.error(fmt::format("cancelled with {} to do; the same command again goes on from here",
+                               countText(report.tiles.pending, "tile")));
+    return ExitCode::Cancelled;
+  }
+  if (!tiles.empty()) {
+    messages.error(fmt::format("{} failed; the same command again goes on with them",
+                               countText(tiles.size(), "tile")));
+    return ExitCode::TilesFailed;
+  }
+  if (!sorted.failures.empty()) return ExitCode::Failed;
+  if (!differs(report)) return ExitCode::Done;
+  tellDifferences(report, messages);
+  return ExitCode::Differs;
+}
+
+ExitCode conclude(SplitJob& job) {
+  Session& session = job.session;
+  session.warnOfAll(job.loaded.lateNotes());
+  const RunMessages sorted = sortMessages(job.operation.messages, job.place.tileFolder);
+  const SplitReport report = makeReport(job, sorted);
+  const bool printed = session.print("\n" + splitText(report), splitJson(report));
+  return session.afterPrint(printed, judge(report, sorted, session.messages()));
+}
+
+}  // namespace
+
+ExitCode runSplit(const SplitOptions& options, Session& session) {
+  SplitJob job{options, session};
+  for (const auto step : {openJob, planJob, occupyPlace}) {
+    const Check done = step(job);
+    if (!done.ok()) return session.stop(done.stop());
+  }
+  if (!session.print(planText(job.plan, options.tiling), "")) {
+    return session.afterPrint(false, ExitCode::Failed);
+  }
+  if (job.start == StartKind::Resumed) {
+    session.messages().note(fmt::format(
+        "going on with {} of the same plan in {}",
+        countText(listTileFiles(job.place.tileFolder).size(), "tile"), job.place.tileFolder));
+  }
+  const Check ran = runOperation(job);
+  if (!ran.ok()) return session.stop(ran.stop());
+  return conclude(job);
+}
+
+}  // namespace Host
