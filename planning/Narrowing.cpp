@@ -24,9 +24,10 @@ std::size_t clampedCell(double value, std::size_t cellCount) {
 
 std::uint64_t ceilToTileCount(double quotient) {
   const double whole = std::ceil(quotient);
-  const bool fits = whole >= -0x1p63 && whole < 0x1p63;  // false for NaN
-  return fits ? static_cast<std::uint64_t>(static_cast<std::int64_t>(whole))
-              : std::uint64_t{1} << 63;
+  if (!(whole < 0x1p63)) return std::numeric_limits<std::uint64_t>::max();
+  const std::int64_t count = whole >= -0x1p63 ? static_cast<std::int64_t>(whole)
+                                              : std::numeric_limits<std::int64_t>::min();
+  return static_cast<std::uint64_t>(count);
 }
 
 }  // namespace LidarLib

@@ -24,9 +24,9 @@ std::uint8_t truncateToLowByte(double value);
 std::size_t clampedCell(double value, std::size_t cellCount);
 
 /// The smallest whole number of tiles that is not below a quotient of lengths; may be 0.
-/// Deliberate: a negative quotient converts as a signed integer and becomes a huge count. What a
-/// signed 64-bit integer does not hold, NaN included, yields 2^63. Both are refused later as too
-/// many tiles.
+/// Deliberate: a negative quotient converts as a signed integer and becomes a huge count, 2^63 from
+/// -2^63 downwards. From 2^63 upwards, and for NaN, the count is 2^64 - 1: it is odd, so that no
+/// product with the counts of the other axes wraps to 0, and is always refused as too many tiles.
 std::uint64_t ceilToTileCount(double quotient);
 
 }  // namespace LidarLib
