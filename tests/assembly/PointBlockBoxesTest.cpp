@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <limits>
 #include <thread>
 
@@ -56,8 +57,9 @@ TEST(BlockRelation, BlockWithoutAnyNumberOnAnAxisIsOutside) {
 }
 
 TEST(PointBlockBoxes, OneBoxPerBlockTheLastOneShorter) {
-  std::vector<Point> points(2 * kBlock + 1);
-  for (std::size_t i = 0; i < points.size(); ++i) points[i].x = static_cast<double>(i / kBlock);
+  std::vector<Point> points(2 * kBlock + 1, Point{2, 0, 0});
+  std::fill_n(points.begin(), 2 * kBlock, Point{1, 0, 0});
+  std::fill_n(points.begin(), kBlock, Point{0, 0, 0});
   points[kBlock + 3].z = kNaN;
   PointBlockBoxes table;
   const auto boxes = table.boxes(points);

@@ -41,7 +41,7 @@ std::vector<unsigned int> select(const std::vector<Point>& points, const Eagle::
   const auto array = positionsOf(points);
   const auto withoutTable = elementsOf(selectPointsInBox(*array, box, index));
   PointBlockBoxes::attachTo(*array);
-  const auto withTable = elementsOf(selectPointsInBox(*array, box, index));
+  auto withTable = elementsOf(selectPointsInBox(*array, box, index));
   EXPECT_EQ(withoutTable, withTable);
   return withTable;
 }
