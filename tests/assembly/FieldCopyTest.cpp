@@ -399,6 +399,19 @@ TEST(FieldCopy, SampleIndicesBeyond32BitsWrap) {
   EXPECT_THAT(rig.values<std::uint8_t>("Waveforms"), ElementsAre(42, 0));
 }
 
+TEST(FieldCopy, FragmentsBeyond32BitIndicesArePaddedToo) {
+  constexpr std::uint64_t kPoints = (std::uint64_t{1} << 31) + 1;
+  const auto chunk = makeStrong<HugeChunk>(2 * kPoints);
+  if (!chunk->isMapped()) GTEST_SKIP() << "no address space for 4 GB";
+  for (const std::size_t sample : {0, 1, 4, 5}) chunk->bytes()[sample] = std::byte(50 + sample);
+  CloudBuilder cloud;
+  cloud.fragment(std::vector<Point>(3)).field<unsigned short>("FWFLength", {0, 0, 3});
+  cloud.array("Waveforms", makeStrong<Fiber::MemBase>(Fiber::DynamicSize{2, kPoints}, chunk));
+  TileRig rig(cloud.currentGrid(), {{"0", {0, 2}}});
+  rig.copyAll();
+  EXPECT_THAT(rig.values<std::uint8_t>("Waveforms"), ElementsAre(50, 51, 0, 54, 55, 0));
+}
+
 /// An output grid of 2 x 1 x 1 tiles and the field copies into it.
 class CopyIntoOneGrid : public testing::Test {
  protected:
