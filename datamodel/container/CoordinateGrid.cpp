@@ -163,4 +163,18 @@ std::optional<CoordinateGrid> findGrid(std::span<const double> xyz,
   return grid;
 }
 
+std::optional<GridPoints> encodeExactly(std::span<const double> xyz,
+                                        const std::optional<CoordinateGrid>& hint) {
+  GridPoints points;
+  for (auto& column : points.columns) column.resize(xyz.size() / 3);
+  const auto encodeOn = [&](const CoordinateGrid& grid) {
+    points.grid = grid;
+    return encodeOnGrid(xyz, grid, {points.columns[0], points.columns[1], points.columns[2]});
+  };
+  if (hint && encodeOn(*hint)) return points;
+  const auto found = findGrid(xyz, hint);
+  if (!found || !encodeOn(*found)) return std::nullopt;
+  return points;
+}
+
 }  // namespace Fiber::Container

@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <vector>
 
 namespace Fiber::Container {
 
@@ -46,5 +47,15 @@ void decodeFromGrid(std::span<const std::int32_t> column, const AxisGrid& grid, 
 /// and no hint). Cost: one pass over the points per axis and candidate that survives a sample.
 [[nodiscard]] std::optional<CoordinateGrid> findGrid(std::span<const double> xyz,
                                                      const std::optional<CoordinateGrid>& hint);
+
+/// Points as integers on their grid, one column per axis.
+struct GridPoints {
+  CoordinateGrid grid;
+  std::array<std::vector<std::int32_t>, 3> columns;
+};
+
+/// The points on the hinted grid, or on one that findGrid finds; empty when there is none.
+[[nodiscard]] std::optional<GridPoints> encodeExactly(std::span<const double> xyz,
+                                                      const std::optional<CoordinateGrid>& hint);
 
 }  // namespace Fiber::Container

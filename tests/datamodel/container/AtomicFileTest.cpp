@@ -15,10 +15,17 @@
 #include <sstream>
 #include <vector>
 
-#include "tests/datamodel/container/TempDir.hpp"
+#include "tests/support/TempDir.hpp"
 
 namespace Fiber::Container {
 namespace {
+
+using LidarLib::TestSupport::TempDir;
+
+/// How many entries a folder holds.
+std::ptrdiff_t entryCount(const TempDir& folder) {
+  return std::distance(std::filesystem::directory_iterator(folder.path()), {});
+}
 
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
@@ -64,10 +71,10 @@ TEST(AtomicFile, AppearsUnderItsNameOnlyWhenCommitted) {
     EXPECT_EQ(contentsOf(target), "left over");
     ASSERT_TRUE(file->commit(durability).ok());
     EXPECT_EQ(contentsOf(target), "new");
-    EXPECT_EQ(folder.entryCount(), 1);
+    EXPECT_EQ(entryCount(folder), 1);
   }
   EXPECT_TRUE(syncFolder(folder / "tile.f5").ok());
-  EXPECT_TRUE(syncFolder(folder.path()).ok());
+  EXPECT_TRUE(syncFolder(folder.path().string()).ok());
 }
 
 TEST(AtomicFile, DestroyedWithoutCommitLeavesNothing) {
@@ -75,11 +82,11 @@ TEST(AtomicFile, DestroyedWithoutCommitLeavesNothing) {
   {
     auto file = AtomicFile::make(folder / "tile.f5");
     ASSERT_TRUE(file.ok());
-    EXPECT_EQ(folder.entryCount(), 1);
+    EXPECT_EQ(entryCount(folder), 1);
     const AtomicFile moved = std::move(*file);
-    EXPECT_EQ(folder.entryCount(), 1);
+    EXPECT_EQ(entryCount(folder), 1);
   }
-  EXPECT_EQ(folder.entryCount(), 0);
+  EXPECT_EQ(entryCount(folder), 0);
 }
 
 TEST(AtomicFile, TwoOfOneTargetDoNotMeet) {
@@ -99,7 +106,7 @@ TEST(AtomicFile, ImpossibleTargetsAreTexts) {
   auto file = AtomicFile::make(folder / "taken");
   ASSERT_TRUE(file.ok());
   EXPECT_THAT(file->commit().error(), HasSubstr("taken: cannot take its name"));
-  EXPECT_EQ(folder.entryCount(), 1);
+  EXPECT_EQ(entryCount(folder), 1);
 }
 
 TEST(AtomicFile, UnwritableFolderIsAText) {
@@ -131,7 +138,7 @@ TEST(AtomicFile, FullDiskIsATextAndLeavesNothing) {
     return !written.ok() && written.error().find("cannot write") != std::string::npos ? 0 : 1;
   });
   EXPECT_EQ(code, 0);
-  EXPECT_EQ(folder.entryCount(), 0);
+  EXPECT_EQ(entryCount(folder), 0);
 }
 
 TEST(AtomicFile, KilledWriterLeavesOnlyATemporaryWhichIsRemoved) {
@@ -144,11 +151,11 @@ TEST(AtomicFile, KilledWriterLeavesOnlyATemporaryWhichIsRemoved) {
             }),
             0);
   EXPECT_FALSE(std::filesystem::exists(target));
-  EXPECT_EQ(folder.entryCount(), 1);
-  const auto removed = removeStaleTemporaries(folder.path());
+  EXPECT_EQ(entryCount(folder), 1);
+  const auto removed = removeStaleTemporaries(folder.path().string());
   ASSERT_TRUE(removed.ok());
   EXPECT_EQ(*removed, 1);
-  EXPECT_EQ(folder.entryCount(), 0);
+  EXPECT_EQ(entryCount(folder), 0);
 }
 
 TEST(AtomicFile, LivingWritersKeepTheirTemporaries) {
@@ -156,8 +163,8 @@ TEST(AtomicFile, LivingWritersKeepTheirTemporaries) {
   const auto own = AtomicFile::make(folder / "own.f5");
   ASSERT_TRUE(own.ok());
   makeFile(folder / ("parent.tmp." + std::to_string(::getppid()) + ".0"));
-  EXPECT_EQ(*removeStaleTemporaries(folder.path()), 0);
-  EXPECT_EQ(folder.entryCount(), 2);
+  EXPECT_EQ(*removeStaleTemporaries(folder.path().string()), 0);
+  EXPECT_EQ(entryCount(folder), 2);
 }
 
 TEST(AtomicFile, LockedTemporaryOfAnotherMachineStays) {
@@ -168,9 +175,9 @@ TEST(AtomicFile, LockedTemporaryOfAnotherMachineStays) {
     const auto rename = AtomicFile::make(folder / "other.f5");
     ASSERT_TRUE(rename.ok());
     std::filesystem::rename(rename->temporaryPath(), path);  // a locked file, a dead number
-    EXPECT_EQ(*removeStaleTemporaries(folder.path()), 0);
+    EXPECT_EQ(*removeStaleTemporaries(folder.path().string()), 0);
   }
-  EXPECT_EQ(*removeStaleTemporaries(folder.path()), 1);
+  EXPECT_EQ(*removeStaleTemporaries(folder.path().string()), 1);
 }
 
 TEST(AtomicFile, ReusedProcessNumberDoesNotKeepAnOlderFile) {
@@ -179,7 +186,7 @@ TEST(AtomicFile, ReusedProcessNumberDoesNotKeepAnOlderFile) {
   makeFile(path);
   const timespec longAgo[2] = {{1000000, 0}, {1000000, 0}};
   ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), longAgo, 0), 0);
-  EXPECT_EQ(*removeStaleTemporaries(folder.path()), 1);
+  EXPECT_EQ(*removeStaleTemporaries(folder.path().string()), 1);
 }
 
 TEST(AtomicFile, OtherNamesAreLeftAlone) {
@@ -191,8 +198,8 @@ TEST(AtomicFile, OtherNamesAreLeftAlone) {
   }
   makeFile(folder / (".tmp." + dead + ".1"));
   std::filesystem::create_directory(folder / ("dir.tmp." + dead + ".1"));
-  EXPECT_EQ(*removeStaleTemporaries(folder.path()), 0);
-  EXPECT_EQ(folder.entryCount(), 9);
+  EXPECT_EQ(*removeStaleTemporaries(folder.path().string()), 0);
+  EXPECT_EQ(entryCount(folder), 9);
   EXPECT_THAT(removeStaleTemporaries(folder / "none").error(), HasSubstr("cannot read the folder"));
 }
 

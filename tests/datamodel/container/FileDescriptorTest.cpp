@@ -11,10 +11,12 @@
 #include <fstream>
 #include <limits>
 
-#include "tests/datamodel/container/TempDir.hpp"
+#include "tests/support/TempDir.hpp"
 
 namespace Fiber::Container {
 namespace {
+
+using LidarLib::TestSupport::TempDir;
 
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
@@ -49,7 +51,7 @@ TEST(FileDescriptor, ReadingPastTheEndIsAText) {
 
 TEST(FileDescriptor, OnlyRegularFilesOpen) {
   const TempDir folder;
-  EXPECT_THAT(openRegularFile(folder.path()).error(), HasSubstr("found a folder"));
+  EXPECT_THAT(openRegularFile(folder.path().string()).error(), HasSubstr("found a folder"));
   const std::string pipe = folder / "pipe";
   ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
   EXPECT_THAT(openRegularFile(pipe).error(), HasSubstr("found a pipe"));

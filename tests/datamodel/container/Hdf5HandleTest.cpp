@@ -5,16 +5,24 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <filesystem>
 #include <numeric>
 #include <random>
 #include <thread>
 #include <vector>
 
 #include "datamodel/container/ChunkCodec.hpp"
-#include "tests/datamodel/container/TempDir.hpp"
+#include "tests/support/TempDir.hpp"
 
 namespace Fiber::Container {
 namespace {
+
+using LidarLib::TestSupport::TempDir;
+
+/// How many entries a folder holds.
+std::ptrdiff_t entryCount(const TempDir& folder) {
+  return std::distance(std::filesystem::directory_iterator(folder.path()), {});
+}
 
 using ::testing::AllOf;
 using ::testing::HasSubstr;
@@ -124,7 +132,7 @@ TEST(Hdf5Handle, ThreadsTakeTurns) {
     });
   }
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(folder.entryCount(), 80);
+  EXPECT_EQ(entryCount(folder), 80);
 }
 
 }  // namespace

@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "datamodel/container/RepresentationEncoder.hpp"
+
+#include <fmt/format.h>
+#include <libdeflate.h>
+#include <omp.h>
+
+#include <algorithm>
+
+#include "datamodel/container/ParallelTexts.hpp"
+
+namespace Fiber::Container {
+
+using MemCore::Attributes;
+using MemCore::Failure;
+using MemCore::Outcome;
+using MemCore::StrongPtr;
+
+namespace {
+
+/// Fragments are taken until their arrays make up this much. It must not depend on the machine:
+/// the order of chunks in the file follows from it.
+constexpr std::uint64_t kBatchBytes = std::uint64_t{256} << 20U;
+
+std::uint32_t crc32(std::span<const std::byte> bytes) {
+  return libdeflate_crc32(0, bytes.data(), bytes.size());
+}
+
+std::span<const std::byte> bytesOf(const MemBase& array) {
+  const MemCore::ChunkBase& elements = *array.elements();
+  return {elements.bytes(), elements.byteCount()};
+}
+
+std::span<const double> coordinatesOf(const MemBase& array) {
+  const auto bytes = bytesOf(array);
+  return {reinterpret_cast<const double*>(bytes.data()), bytes.size() / sizeof(double)};
+}
+
+std::uint64_t bytesOfRow(const PlannedRepresentation& plan, const PlannedRow& row) {
+  std::uint64_t bytes = 0;
+  for (std::size_t f = 0; f < row.parts.size(); ++f) {
+    if (!row.parts[f].creator) continue;
+    bytes += row.parts[f].size.elementCount() * plan.fields[f].stored.type->elementBytes();
+  }
+  return bytes;
+}
+
+/// A coordinate grid named in a table of properties, as scale and offset.
+std::optional<CoordinateGrid> gridIn(const Attributes& table) {
+  const auto scale = MemCore::chunkCast<double>(table.getAttribute("GridScale"));
+  const auto offset = MemCore::chunkCast<double>(table.getAttribute("GridOffset"));
+  CoordinateGrid grid;
+  if (!scale || !offset || scale->size() != grid.size() || offset->size() != grid.size()) {
+    return std::nullopt;
+  }
+  for (std::size_t axis = 0; axis < grid.size(); ++axis) {
+    grid[axis] = {(*scale)[axis], (*offset)[axis]};
+  }
+  return grid;
+}
+
+/// Makes the creator remember box and range while its data are at hand.
+void rememberFacts(const StoredField& field, CreativeArrayBase& creator) {
+  if (field.name == kPositions) {
+    StrongPtr<Eagle::BoundingBox> box;
+    ExpandBBox(box, creator, DataCreationMode::KnownOrCreate);
+  }
+  rangeOf(creator);
+}
+
+/// The data of one part, which must be what was planned.
+Outcome<StrongPtr<MemBase>> arrayOf(const PlannedField& field, const PlannedPart& part) {
+  auto array = part.creator->data();
+  if (!array) return Failure{part.creator->failure()};
+  if (!array->elements()) return Failure{"an array that is computed cannot be stored"};
+  const auto type = array->type();
+  if (!type || type->name() != field.stored.type->name() || array->size() != part.size ||
+      array->elements()->size() != part.size.elementCount()) {
+    return Failure{"its data are not of the promised type and extents"};
+  }
+  rememberFacts(field.stored, *part.creator);
+  return array;
+}
+
+}  // namespace
+
+RepresentationEncoder::RepresentationEncoder(PlannedRepresentation& plan, StorageKind kind)
+    : plan_(plan),
+      kind_(kind),
+      encoders_(plan.fields.size()),
+      threadEncoders_(static_cast<std::size_t>(omp_get_max_threads())),
+      grids_(plan.rows.size()),
+      checksums_(kind == StorageKind::Raw ? plan.rows.size() * plan.fields.size() : 0) {
+  for (std::size_t r = 0; r < plan.rows.size(); ++r) {
+    if (!plan.rows[r].link) ownRows_.push_back(r);
+  }
+  for (std::size_t f = 0; f < plan.fields.size(); ++f) {
+    if (plan.fields[f].stored.name == kPositions) positions_ = f;
+    makeEncoder(f);
+  }
+}
+
+void RepresentationEncoder::makeEncoder(std::size_t f) {
+  const PlannedField& field = plan_.fields[f];
+  if (!field.stored.type) return;
+  encoders_[f] = std::make_unique<FieldEncoder>(
+      field.stored, encodingFor(field.stored, kind_, field.gridRefused));
+}
+
+ChunkEncoder& RepresentationEncoder::threadEncoder(int thread) {
+  auto& encoder = threadEncoders_[static_cast<std::size_t>(thread)];
+  if (!encoder) encoder = std::make_unique<ChunkEncoder>();
+  return *encoder;
+}
+
+RepresentationEncoder::Batch RepresentationEncoder::takeRows() {
+  Batch batch;
+  while (!isFinished() && (batch.rows.empty() || batch.bytes < kBatchBytes)) {
+    const PlannedRow& row = plan_.rows[ownRows_[nextRow_]];
+    batch.bytes += bytesOfRow(plan_, row);
+    batch.endRow = row.start + row.pointCount;
+    batch.rows.push_back(ownRows_[nextRow_++]);
+  }
+  batch.arrays.resize(batch.rows.size());
+  batch.points.resize(batch.rows.size());
+  return batch;
+}
+
+Outcome<void> RepresentationEncoder::makeRowArrays(Batch& batch, std::size_t i) {
+  const PlannedRow& row = plan_.rows[batch.rows[i]];
+  auto& arrays = batch.arrays[i];
+  arrays.resize(plan_.fields.size());
+  for (std::size_t f = 0; f < plan_.fields.size(); ++f) {
+    if (!row.parts[f].creator) continue;
+    auto array = arrayOf(plan_.fields[f], row.parts[f]);
+    if (!array.ok()) {
+      return Failure{fmt::format("field {}, fragment {}: {}", plan_.fields[f].stored.name,
+                                 row.fragment->name(), array.error())};
+    }
+    arrays[f] = std::move(array).value();
+    if (kind_ == StorageKind::Raw) {
+      checksums_[batch.rows[i] * plan_.fields.size() + f] = crc32(bytesOf(*arrays[f]));
+    }
+  }
+  return {};
+}
+
+Outcome<void> RepresentationEncoder::makeArrays(Batch& batch) {
+  return parallelTexts(batch.rows.size(), batch.bytes,
+                       [&](std::size_t i) { return makeRowArrays(batch, i); });
+}
+
+/// What is said about a fragment, else about the field, else the grid of the first fragment: one
+/// grid for all makes the simplest file.
+std::optional<CoordinateGrid> RepresentationEncoder::hintFor(std::size_t row) const {
+  const PlannedPart& part = plan_.rows[row].parts[*positions_];
+  if (auto own = gridIn(part.creator->attributes())) return own;
+  if (auto shared = gridIn(plan_.fields[*positions_].field->properties())) return shared;
+  return firstGrid_;
+}
+
+Outcome<void> RepresentationEncoder::putOnGrid(Batch& batch) {
+  if (!positions_ || !encoders_[*positions_] ||
+      encoders_[*positions_]->encoding() != Encoding::kGridColumns) {
+    return {};
+  }
+  const auto encodeRow = [&](std::size_t i) -> Outcome<void> {
+    const auto& array = batch.arrays[i][*positions_];
+    if (!array || batch.points[i]) return {};
+    batch.points[i] = encodeExactly(coordinatesOf(*array), hintFor(batch.rows[i]));
+    return {};
+  };
+  // The first fragment with points goes ahead: the others take its grid as a hint.
+  for (std::size_t i = 0; i < batch.rows.size() && !firstGrid_; ++i) {
+    if (!batch.arrays[i][*positions_] || plan_.rows[batch.rows[i]].pointCount == 0) continue;
+    if (auto done = encodeRow(i); !done.ok()) return done;
+    if (!batch.points[i]) break;
+    firstGrid_ = batch.points[i]->grid;
+  }
+  auto done = parallelTexts(batch.rows.size(), batch.bytes, encodeRow);
+  if (!done.ok()) return done;
+  for (std::size_t i = 0; i < batch.rows.size(); ++i) {
+    if (!batch.arrays[i][*positions_] || plan_.rows[batch.rows[i]].pointCount == 0) continue;
+    if (!batch.points[i]) {
+      refuseGrid(batch);
+      return done;
+    }
+    grids_[batch.rows[i]] = batch.points[i]->grid;
+  }
+  return done;
+}
+
+/// Falls back to doubles: at once in the first batch, by beginning again after it.
+void RepresentationEncoder::refuseGrid(Batch& batch) {
+  plan_.fields[*positions_].gridRefused = true;
+  std::fill(grids_.begin(), grids_.end(), std::nullopt);
+  std::fill(batch.points.begin(), batch.points.end(), std::nullopt);
+  mustRestart_ = batch.rows.front() != ownRows_.front();
+  makeEncoder(*positions_);
+}
+
+void RepresentationEncoder::addPieces(Batch& batch, EncodedBatch& encoded) {
+  for (std::size_t i = 0; i < batch.rows.size(); ++i) {
+    const PlannedRow& row = plan_.rows[batch.rows[i]];
+    for (std::size_t f = 0; f < plan_.fields.size(); ++f) {
+      StrongPtr<MemBase>& array = batch.arrays[i][f];
+      const PlannedPart& part = row.parts[f];
+      if (!array || part.rows == 0) continue;
+      const std::uint64_t width =
+          part.size.elementCount() / part.rows * plan_.fields[f].stored.type->componentCount();
+      const Encoding encoding = encoders_[f]->encoding();
+      if (encoding == Encoding::kPiece) {
+        const std::uint32_t checksum =
+            kind_ == StorageKind::Raw ? checksumOf(batch.rows[i], f) : crc32(bytesOf(*array));
+        encoded.rows.push_back({f, part.start, width, std::move(array), checksum});
+      } else if (encoding == Encoding::kGridColumns) {
+        encoders_[f]->add({part.start, part.rows, width, nullptr, std::move(*batch.points[i])});
+      } else {
+        encoders_[f]->add({part.start, part.rows, width, std::move(array), {}});
+      }
+    }
+  }
+}
+
+/// All rows of a field's dataset below this one are there.
+std::uint64_t RepresentationEncoder::endOf(std::size_t f, const Batch& batch) const {
+  if (isFinished()) return plan_.fields[f].stored.rows;
+  if (plan_.sharesExtents) return batch.endRow;
+  return plan_.rows[ownRows_[nextRow_]].parts[f].start;
+}
+
+Outcome<void> RepresentationEncoder::encodeComplete(const Batch& batch, EncodedBatch& encoded) {
+  for (std::size_t f = 0; f < encoders_.size(); ++f) {
+    if (!encoders_[f] || encoders_[f]->encoding() == Encoding::kPiece) continue;
+    const auto complete = encoders_[f]->takeComplete(endOf(f, batch));
+    if (!complete.empty() && complete.front().row == 0) {
+      auto settled = encoders_[f]->settleFilter(complete, threadEncoder(0));
+      if (!settled.ok()) return settled;
+    }
+    for (const ChunkRange& range : complete) encoded.chunks.push_back({f, range, {}, 0});
+  }
+  return encodeChunks(batch, encoded);
+}
+
+Outcome<void> RepresentationEncoder::encodeChunks(const Batch& batch, EncodedBatch& encoded) {
+  const auto encodeOne = [&](std::size_t c) -> Outcome<void> {
+    BatchChunk& target = encoded.chunks[c];
+    auto chunk = encoders_[target.field]->encode(target.range, threadEncoder(omp_get_thread_num()));
+    if (!chunk.ok()) return chunk.failure();
+    target.chunk = std::move(chunk).value();
+    target.checksum = crc32(target.chunk.bytes);
+    return {};
+  };
+  auto done = parallelTexts(encoded.chunks.size(), batch.bytes, encodeOne);
+  for (auto& encoder : encoders_) {
+    if (encoder) encoder->dropEncoded();
+  }
+  return done;
+}
+
+Outcome<EncodedBatch> RepresentationEncoder::next() {
+  Batch batch = takeRows();
+  if (auto made = makeArrays(batch); !made.ok()) return made.failure();
+  if (auto done = putOnGrid(batch); !done.ok()) return done.failure();
+  EncodedBatch encoded;
+  if (mustRestart_) return encoded;
+  addPieces(batch, encoded);
+  if (auto done = encodeComplete(batch, encoded); !done.ok()) return done.failure();
+  return encoded;
+}
+
+}  // namespace Fiber::Container

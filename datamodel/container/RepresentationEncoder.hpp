@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The fields of one representation on their way into a file. Fragments are taken some at a time,
+// as many as make up a fixed amount of memory, so that a file of any size passes through; within a
+// batch, fragments are made and chunks encoded by several threads. No call of the container
+// library happens here, and what comes out does not depend on the number of threads.
+
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "datamodel/container/BundlePlan.hpp"
+#include "datamodel/container/FieldEncoder.hpp"
+
+namespace Fiber::Container {
+
+/// A finished chunk of one field.
+struct BatchChunk {
+  std::size_t field = 0;
+  ChunkRange range;
+  EncodedChunk chunk;
+  std::uint32_t checksum = 0;  ///< CRC-32 of the stored bytes
+};
+
+/// Rows of one field that go into the file as they are.
+struct BatchRows {
+  std::size_t field = 0;
+  std::uint64_t start = 0;
+  std::uint64_t width = 0;  ///< numbers per row
+  MemCore::StrongPtr<MemBase> data;
+  std::uint32_t checksum = 0;  ///< CRC-32 of the elements
+};
+
+struct EncodedBatch {
+  std::vector<BatchChunk> chunks;
+  std::vector<BatchRows> rows;
+};
+
+class RepresentationEncoder {
+ public:
+  /// The plan stays with the caller; fields whose points lie on no grid are marked in it.
+  RepresentationEncoder(PlannedRepresentation& plan, StorageKind kind);
+
+  bool isFinished() const { return nextRow_ == ownRows_.size(); }
+  /// Fragments of this file handled so far, and in all.
+  std::size_t doneCount() const { return nextRow_; }
+  std::size_t totalCount() const { return ownRows_.size(); }
+
+  /// Makes and encodes the next fragments. Errors: "field <f>, fragment <n>: ..." when data cannot
+  /// be made or are not as planned. Requires: not finished.
+  MemCore::Outcome<EncodedBatch> next();
+  /// Whether points turned out to lie on no grid after others had been handed out as if they did:
+  /// the file must be begun again, with the field marked in the plan.
+  bool mustRestart() const { return mustRestart_; }
+
+  /// How a field is stored; empty for a field without data. Settled by the first batch.
+  const FieldEncoder* encoder(std::size_t field) const { return encoders_[field].get(); }
+  /// The grid of a fragment's coordinates (by its place in the plan); empty: not on a grid.
+  const std::optional<CoordinateGrid>& gridOf(std::size_t row) const { return grids_[row]; }
+  /// Whether fragments have checksums of their own: in raw storage.
+  bool hasChecksums() const { return kind_ == StorageKind::Raw; }
+  /// The checksum of a fragment's elements in raw storage.
+  std::uint32_t checksumOf(std::size_t row, std::size_t field) const {
+    return checksums_[row * plan_.fields.size() + field];
+  }
+
+ private:
+  /// The arrays of the fragments of one batch.
+  struct Batch {
+    std::vector<std::size_t> rows;                                 ///< places in the plan
+    std::vector<std::vector<MemCore::StrongPtr<MemBase>>> arrays;  ///< [fragment][field]
+    std::vector<std::optional<GridPoints>> points;                 ///< [fragment]
+    std::uint64_t endRow = 0;
+    std::uint64_t bytes = 0;  ///< of all arrays
+  };
+
+  void makeEncoder(std::size_t field);
+  Batch takeRows();
+  MemCore::Outcome<void> makeArrays(Batch& batch);
+  MemCore::Outcome<void> makeRowArrays(Batch& batch, std::size_t i);
+  MemCore::Outcome<void> putOnGrid(Batch& batch);
+  void refuseGrid(Batch& batch);
+  void addPieces(Batch& batch, EncodedBatch& encoded);
+  MemCore::Outcome<void> encodeComplete(const Batch& batch, EncodedBatch& encoded);
+  MemCore::Outcome<void> encodeChunks(const Batch& batch, EncodedBatch& encoded);
+  std::uint64_t endOf(std::size_t field, const Batch& batch) const;
+  std::optional<CoordinateGrid> hintFor(std::size_t row) const;
+  ChunkEncoder& threadEncoder(int thread);
+
+  PlannedRepresentation& plan_;
+  StorageKind kind_;
+  std::vector<std::size_t> ownRows_;  ///< places in the plan of the fragments of this file
+  std::size_t nextRow_ = 0;           ///< place in ownRows_
+  std::optional<std::size_t> positions_;
+  std::vector<std::unique_ptr<FieldEncoder>> encoders_;        ///< by field
+  std::vector<std::unique_ptr<ChunkEncoder>> threadEncoders_;  ///< by thread
+  std::vector<std::optional<CoordinateGrid>> grids_;           ///< by place in the plan
+  std::vector<std::uint32_t> checksums_;
+  std::optional<CoordinateGrid> firstGrid_;
+  bool mustRestart_ = false;
+};
+
+}  // namespace Fiber::Container

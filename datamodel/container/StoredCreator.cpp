@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "datamodel/container/StoredCreator.hpp"
+
+#include <fmt/format.h>
+#include <libdeflate.h>
+
+#include "datamodel/container/ElementTypes.hpp"
+#include "datamodel/container/RowReader.hpp"
+#include "datamodel/container/SourceFile.hpp"
+
+namespace Fiber::Container {
+
+using MemCore::Failure;
+using MemCore::Outcome;
+using MemCore::StrongPtr;
+
+namespace {
+
+/// Rows and columns of the dataset that an array of this size takes up.
+RowRange rangeFor(const DynamicSize& size, const FiberTypeBase& type, std::uint64_t start) {
+  std::uint64_t columns = type.componentCount();
+  for (std::size_t d = 0; d + 1 < size.rank(); ++d) columns *= size[d];
+  return {start, size.rank() == 0 ? 0 : size[size.rank() - 1], columns};
+}
+
+Outcome<void> requireChecksum(std::span<const std::byte> bytes, const StoredPlace& place) {
+  if (!place.checksum) return {};
+  const std::uint32_t found = libdeflate_crc32(0, bytes.data(), bytes.size());
+  if (found == *place.checksum) return {};
+  return Failure{
+      fmt::format("damaged, found checksum {:08x}, expected {:08x}", found, *place.checksum)};
+}
+
+Outcome<void> fill(MemBase& array, const DatasetLayout& layout, int descriptor,
+                   const RowRange& range, const StoredPlace& place) {
+  MemCore::ChunkBase& elements = *array.elements();
+  const FiberTypeBase& type = *array.type();
+  const std::span<std::byte> bytes(elements.bytes(), elements.byteCount());
+  if (bytes.empty()) return {};
+  if (layout.kind == type.scalar()) {
+    if (auto read = readRows(layout, descriptor, range, bytes); !read.ok()) return read;
+    return requireChecksum(bytes, place);
+  }
+  const CoordinateGrid* grid = place.grid                ? place.grid.get()
+                               : layout.grid.has_value() ? &*layout.grid
+                                                         : nullptr;
+  if (grid == nullptr || type.scalar() != ScalarKind::Float64) {
+    return Failure{"stored numbers are of another type than the field"};
+  }
+  const std::span<double> xyz(reinterpret_cast<double*>(bytes.data()),
+                              bytes.size() / sizeof(double));
+  return readGridRows(layout, descriptor, range, *grid, xyz);
+}
+
+}  // namespace
+
+Outcome<StrongPtr<MemBase>> StoredCreator::create() {
+  const ArrayFacts known = facts();
+  const StoredSource& source = *place_.source;
+  const auto within = [&](const std::string& text) {
+    return Failure{
+        fmt::format("{}: {}/{}: {}", source.file.path, source.group, *place_.dataset, text)};
+  };
+  const auto file = SourceFiles::instance().find(source.file);
+  if (!file.ok()) return file.failure();
+  const auto layout = (*file)->layout(source.group, *place_.dataset);
+  if (!layout.ok()) return layout.failure();
+  const RowRange range = rangeFor(*known.size, *known.type, place_.start);
+  // Before anything is allocated: rows that exist are bounded by the size of the file.
+  if (auto there = requireRange(**layout, range); !there.ok()) return within(there.error());
+  const auto array = arrayToFill(known.type, *known.size);
+  if (!array) return within("no arrays of its type and rank");
+  const auto filled = fill(*array, **layout, (*file)->descriptor(), range, place_);
+  if (!filled.ok()) return within(filled.error());
+  return array;
+}
+
+}  // namespace Fiber::Container
