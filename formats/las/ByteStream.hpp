@@ -44,17 +44,16 @@ class ByteReader {
 
   template <class T>
   T take() {
-    T value{};
     const std::span<const std::byte> part = takeBytes(sizeof(T));
-    std::memcpy(&value, part.data(), part.size());
-    return value;
+    return part.empty() ? T{} : loadValue<T>(part.data());
   }
 
   /// A fixed-size text, without its trailing NULs.
   std::string takeText(std::size_t byteCount) {
     const std::span<const std::byte> part = takeBytes(byteCount);
     std::string text(part.size(), '\0');
-    std::memcpy(text.data(), part.data(), part.size());
+    std::transform(part.begin(), part.end(), text.begin(),
+                   [](std::byte byte) { return static_cast<char>(byte); });
     text.erase(text.find_last_not_of('\0') + 1);
     return text;
   }
@@ -93,7 +92,8 @@ class ByteWriter {
   void putText(std::string_view text, std::size_t byteCount) {
     const std::size_t at = bytes_.size();
     bytes_.resize(at + byteCount);
-    std::memcpy(bytes_.data() + at, text.data(), std::min(text.size(), byteCount));
+    const auto part = std::as_bytes(std::span(text)).first(std::min(text.size(), byteCount));
+    std::copy(part.begin(), part.end(), bytes_.begin() + static_cast<std::ptrdiff_t>(at));
   }
 
   void putBytes(std::span<const std::byte> bytes) {

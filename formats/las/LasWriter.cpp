@@ -159,8 +159,8 @@ Outcome<void> LasWriter::writeFront() {
       standardHeaderBytes(header.versionMinor) + header.trailingBytes.size();
   header.variableRecordCount = static_cast<std::uint32_t>(options_.vlrs.size());
   header.pointDataOffset = static_cast<std::uint32_t>(headerBytes + records.size());
-  if (const auto written = file_.append(serialiseLasHeader(header)); !written) return written;
-  if (const auto written = file_.append(records.finish()); !written) return written;
+  if (auto written = file_.append(serialiseLasHeader(header)); !written) return written;
+  if (auto written = file_.append(records.finish()); !written) return written;
   if (options_.waveforms == WaveformPlace::Nowhere) return {};
   Outcome<OutputFile> packets = OutputFile::create(packetPathOf(file_.path()));
   if (!packets) return packets.failure();
@@ -180,7 +180,7 @@ Outcome<void> LasWriter::writeRecords(std::span<const std::byte> records) {
     return refuse(file_.path(), options_.header, fmt::format("{} points", pointCount));
   }
   addToTotals(records);
-  const Outcome<void> written = file_.append(records);
+  Outcome<void> written = file_.append(records);
   canFinish_ = canFinish_ && written.ok();
   return written;
 }
@@ -218,13 +218,13 @@ Outcome<void> LasWriter::finish() {
   if (!std::exchange(canFinish_, false)) {
     return Failure{fmt::format("{}: cannot be finished after a failure or twice", file_.path())};
   }
-  if (const auto written = writeBehind(); !written) return written;
+  if (auto written = writeBehind(); !written) return written;
   completeHeader();
-  if (const auto done = file_.overwrite(0, serialiseLasHeader(options_.header)); !done) return done;
+  if (auto done = file_.overwrite(0, serialiseLasHeader(options_.header)); !done) return done;
   if (options_.waveforms == WaveformPlace::Beside) {
     const auto packetHeader = packetRecordHeader(packets_->sizeBytes() - kEvlrHeaderBytes);
-    if (const auto done = packets_->overwrite(0, packetHeader); !done) return done;
-    if (const auto done = packets_->publish(options_.isDurable); !done) return done;
+    if (auto done = packets_->overwrite(0, packetHeader); !done) return done;
+    if (auto done = packets_->publish(options_.isDurable); !done) return done;
   }
   return file_.publish(options_.isDurable);
 }
@@ -238,13 +238,13 @@ Outcome<void> LasWriter::writeBehind() {
   if (options_.waveforms == WaveformPlace::Inside) {
     header.waveformDataOffset = start;
     ++header.evlrCount;
-    if (const auto written = writePacketsInside(); !written) return written;
+    if (auto written = writePacketsInside(); !written) return written;
   }
   for (const VariableRecord& record : options_.evlrs) {
     ByteWriter writer;
     putRecordHeader(writer, record, record.payload.size(), true);
     writer.putBytes(record.payload);
-    if (const auto written = file_.append(writer.finish()); !written) return written;
+    if (auto written = file_.append(writer.finish()); !written) return written;
   }
   if (header.evlrCount > 0) header.firstEvlrOffset = start;
   return {};
@@ -252,8 +252,8 @@ Outcome<void> LasWriter::writeBehind() {
 
 Outcome<void> LasWriter::writePacketsInside() {
   const auto packetHeader = packetRecordHeader(packets_->sizeBytes() - kEvlrHeaderBytes);
-  if (const auto done = packets_->overwrite(0, packetHeader); !done) return done;
-  if (const auto done = file_.appendAll(*packets_); !done) return done;
+  if (auto done = packets_->overwrite(0, packetHeader); !done) return done;
+  if (auto done = file_.appendAll(*packets_); !done) return done;
   packets_.reset();
   return {};
 }

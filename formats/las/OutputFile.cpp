@@ -70,10 +70,10 @@ Outcome<OutputFile> OutputFile::create(const std::string& path) {
 
 Outcome<void> OutputFile::append(std::span<const std::byte> bytes) {
   if (buffer_.size() + bytes.size() > kBufferBytes) {
-    if (const Outcome<void> flushed = flush(); !flushed) return flushed;
+    if (Outcome<void> flushed = flush(); !flushed) return flushed;
   }
   if (bytes.size() > kBufferBytes) {
-    if (const Outcome<void> written = writeAt(sizeBytes_, bytes); !written) return written;
+    if (Outcome<void> written = writeAt(sizeBytes_, bytes); !written) return written;
   } else {
     buffer_.insert(buffer_.end(), bytes.begin(), bytes.end());
   }
@@ -82,12 +82,12 @@ Outcome<void> OutputFile::append(std::span<const std::byte> bytes) {
 }
 
 Outcome<void> OutputFile::overwrite(std::uint64_t offset, std::span<const std::byte> bytes) {
-  if (const Outcome<void> flushed = flush(); !flushed) return flushed;
+  if (Outcome<void> flushed = flush(); !flushed) return flushed;
   return writeAt(offset, bytes);
 }
 
 Outcome<void> OutputFile::appendAll(OutputFile& source) {
-  if (const Outcome<void> flushed = source.flush(); !flushed) return flushed;
+  if (Outcome<void> flushed = source.flush(); !flushed) return flushed;
   std::vector<std::byte> piece(kBufferBytes);
   std::uint64_t done = 0;
   while (done < source.sizeBytes_) {
@@ -96,14 +96,14 @@ Outcome<void> OutputFile::appendAll(OutputFile& source) {
     if (got < 0 && errno == EINTR) continue;
     if (got <= 0) return source.failure("read back", got < 0 ? errno : EIO);
     const auto part = std::span<const std::byte>(piece).first(static_cast<std::size_t>(got));
-    if (const Outcome<void> appended = append(part); !appended) return appended;
+    if (Outcome<void> appended = append(part); !appended) return appended;
     done += part.size();
   }
   return {};
 }
 
 Outcome<void> OutputFile::publish(bool durable) {
-  if (const Outcome<void> flushed = flush(); !flushed) return flushed;
+  if (Outcome<void> flushed = flush(); !flushed) return flushed;
   if (durable && ::fsync(descriptor_) != 0) return failure("flushed to the disk", errno);
   if (::close(std::exchange(descriptor_, -1)) != 0) {
     const int error = errno;
@@ -120,7 +120,7 @@ Outcome<void> OutputFile::publish(bool durable) {
 
 Outcome<void> OutputFile::flush() {
   const std::uint64_t offset = sizeBytes_ - buffer_.size();
-  const Outcome<void> written = writeAt(offset, buffer_);
+  Outcome<void> written = writeAt(offset, buffer_);
   if (written) buffer_.clear();
   return written;
 }

@@ -68,6 +68,7 @@ std::vector<std::string> packetPaths(const std::string& path) {
 
 /// Widens samples of 1 or 2 bytes.
 void convertSamples(std::span<const std::byte> bytes, std::span<std::uint16_t> samples) {
+  if (samples.empty()) return;
   if (bytes.size() == samples.size()) {
     std::transform(bytes.begin(), bytes.end(), samples.begin(),
                    [](std::byte value) { return static_cast<std::uint16_t>(value); });
@@ -277,7 +278,7 @@ class WaveformSource::BatchReader {
       end = std::max(end, endOf(packets_[distinct_[at]]));
     }
     bytes_.resize(end - begin);
-    const Outcome<void> done = source_.packets_->read(source_.baseOffset_ + begin, bytes_);
+    Outcome<void> done = source_.packets_->read(source_.baseOffset_ + begin, bytes_);
     if (!done) return done;
     for (std::size_t at = first; at < last; ++at) {
       const WaveformPacketRef& packet = packets_[distinct_[at]];

@@ -51,7 +51,7 @@ class ChunkedPoints : public PointReader {
       const std::uint64_t count =
           std::min<std::uint64_t>(run->pointCount - skip, out.size() / recordBytes);
       const std::span<std::byte> part = out.first(count * recordBytes);
-      if (const Outcome<void> done = decode(*run, skip, part); !done) return done;
+      if (Outcome<void> done = decode(*run, skip, part); !done) return done;
       out = out.subspan(part.size());
       first += count;
       ++run;
@@ -100,9 +100,9 @@ class SequentialPoints : public PointReader {
  private:
   Outcome<void> decode(std::uint64_t first, std::span<std::byte> out) const {
     if (!decoder_ || first < nextPoint_) {
-      if (const Outcome<void> started = start(); !started) return started;
+      if (Outcome<void> started = start(); !started) return started;
     }
-    if (const Outcome<void> skipped = skipTo(first); !skipped) return skipped;
+    if (Outcome<void> skipped = skipTo(first); !skipped) return skipped;
     nextPoint_ += out.size() / codec_.recordBytes();
     return decoder_->read(out);
   }
@@ -125,7 +125,7 @@ class SequentialPoints : public PointReader {
     while (nextPoint_ < point) {
       const std::uint64_t count = std::min(kStep, point - nextPoint_);
       unused.resize(count * codec_.recordBytes());
-      if (const Outcome<void> done = decoder_->read(unused); !done) return done;
+      if (Outcome<void> done = decoder_->read(unused); !done) return done;
       nextPoint_ += count;
     }
     return {};

@@ -73,7 +73,7 @@ TEST_P(LazCodecOfFormat, DecodesWhatWasEncoded) {
   for (const std::uint16_t extraBytes : std::initializer_list<std::uint16_t>{0, 1, 7}) {
     const LazCodec codec = codecFor(format(), extraBytes);
     EXPECT_EQ(codec.recordBytes(), standardRecordBytes(format()) + extraBytes);
-    for (const std::size_t count : {1, 2, 5000}) {
+    for (const std::size_t count : {1U, 2U, 5000U}) {
       expectRoundTrip(codec, surveyRecords(format(), extraBytes, count, seed + count));
     }
   }
@@ -119,7 +119,7 @@ TEST_P(LazCodecOfFormat, EndsOnBytesThatNeverEndASymbol) {
   constexpr std::uint32_t kLayerBytes = 100000;
   ByteWriter chunk;
   chunk.putBytes(std::vector<std::byte>(codec.recordBytes()));
-  const std::size_t layers = std::array{0, 0, 0, 0, 0, 0, 9, 10, 11, 10, 12}[format()];
+  const std::size_t layers = std::array{0U, 0U, 0U, 0U, 0U, 0U, 9U, 10U, 11U, 10U, 12U}[format()];
   if (isLayered) chunk.put(std::uint32_t{1000});
   for (std::size_t layer = 0; layer < layers; ++layer) chunk.put(kLayerBytes);
   chunk.putBytes(
