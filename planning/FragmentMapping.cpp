@@ -215,7 +215,7 @@ std::uint64_t matchTilesToFragments(const TileMatcher& matcher, TileCells& cells
 /// One cell per tile with its output fragment and an empty set.
 StrongPtr<TileCells> makeTileCells(const TilingLayout& layout,
                                    const Fiber::FragmentedUniformGrid3D& view) {
-  const auto cells = TileCells::uninitialised(layout.nx * layout.ny * layout.nz);
+  auto cells = TileCells::uninitialised(layout.nx * layout.ny * layout.nz);
   auto cell = cells->begin();
   for (std::uint64_t k = 0; k < layout.nz; ++k) {
     for (std::uint64_t j = 0; j < layout.ny; ++j) {

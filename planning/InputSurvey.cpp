@@ -54,9 +54,9 @@ StrongPtr<BoundingBox> computeGridBox(const PointHandle& startPoint, const Point
                                       const StrongPtr<Fiber::Field>& positions) {
   const auto* start = pointIn(startPoint);
   const auto* end = pointIn(endPoint);
-  const StrongPtr<BoundingBox> box = start != nullptr && end != nullptr
-                                         ? makeStrong<BoundingBox>(*start, *end)
-                                         : dataBox(start, end, positions);
+  StrongPtr<BoundingBox> box = start != nullptr && end != nullptr
+                                   ? makeStrong<BoundingBox>(*start, *end)
+                                   : dataBox(start, end, positions);
   if (!box) return nullptr;
   if (hasNegativeEdge(*box)) {
     MemCore::Console() << "Length for bounding box is negative. Wrong input";

@@ -134,8 +134,8 @@ Fiber::FragmentedUniformGrid3D outputView(const Fiber::MultiIndex<3>& counts) {
   const auto grid = makeStrong<Fiber::Grid>("output");
   const auto field =
       makeStrong<Fiber::RegularlyFragmentedField<3>>(counts, std::string("Positions"), nullptr);
-  Fiber::GridWithCartesianVertices(grid, field);
-  return Fiber::FragmentedUniformGrid3D(grid);
+  const Fiber::GridWithCartesianVertices vertices(grid, field);
+  return Fiber::FragmentedUniformGrid3D(vertices.grid());
 }
 
 TilingLayout makeLayout(const Point& corner, const Lengths& length,
