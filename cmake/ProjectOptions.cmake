@@ -5,6 +5,12 @@ target_compile_features(lidarlib_options INTERFACE cxx_std_20)
 target_include_directories(lidarlib_options INTERFACE ${PROJECT_SOURCE_DIR})
 target_compile_options(lidarlib_options INTERFACE
   -Wall -Wextra -Wconversion -Wshadow -Werror -fvisibility=hidden -fvisibility-inlines-hidden)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_BUILD_TYPE STREQUAL "Release")
+  # At -O3 g++ 12 sees overflows in inlined code of the standard library that are not there (strings
+  # put together with +, vectors resized). The other presets keep these warnings on.
+  target_compile_options(lidarlib_options INTERFACE
+    -Wno-restrict -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread)
+endif()
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 

@@ -2,6 +2,8 @@
 
 #include "operation/RefragmentAndSplit.hpp"
 
+#include <fmt/format.h>
+
 #include "datamodel/memcore/Text.hpp"
 
 namespace LidarLib {
@@ -12,7 +14,7 @@ namespace {
 
 template <class Vector>
 std::string bracedVector(const Vector& v) {
-  return "{" + formatFixed(v[0]) + "," + formatFixed(v[1]) + "," + formatFixed(v[2]) + "}";
+  return fmt::format("{{{},{},{}}}", formatFixed(v[0]), formatFixed(v[1]), formatFixed(v[2]));
 }
 
 std::string pointLine(const std::string& label, const PointHandle& handle) {
