@@ -54,7 +54,12 @@ def _read_one(path: pathlib.Path) -> dict:
     angle = "scan_angle" if "scan_angle" in present else "scan_angle_rank"
     fields["ScanAngle"] = np.asarray(las[angle])
     for dimension in las.point_format.extra_dimension_names:
-        fields[dimension] = np.asarray(las.points.array[dimension])
+        values = las.points.array[dimension]
+        name = dimension + "_2" if dimension in fields else dimension
+        if values.ndim == 1:
+            fields[name] = values
+        else:
+            fields |= {f"{name}[{i}]": values[:, i] for i in range(values.shape[1])}
     return fields
 
 
