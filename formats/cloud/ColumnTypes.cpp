@@ -43,9 +43,10 @@ To converted(From value, const ValueConversion& conversion) {
   if constexpr (std::is_floating_point_v<To>) {
     return static_cast<To>(scaled);
   } else {
-    // Both bounds are doubles that lie inside the type, so that the cast is always defined.
+    // The lowest value and one past the highest, both exact doubles: the cast is always defined.
     constexpr auto kLow = static_cast<double>(std::numeric_limits<To>::min());
-    constexpr double kEnd = static_cast<double>(std::numeric_limits<To>::max() / 2 + 1) * 2.0;
+    constexpr std::uint64_t kHalf = std::uint64_t{1} << (std::numeric_limits<To>::digits - 1);
+    constexpr double kEnd = 2.0 * static_cast<double>(kHalf);
     const double rounded = std::round(scaled);
     if (!(rounded >= kLow)) return std::numeric_limits<To>::min();
     return rounded < kEnd ? static_cast<To>(rounded) : std::numeric_limits<To>::max();

@@ -48,7 +48,7 @@ std::string writeSurvey(const std::string& path, std::uint8_t pointFormat, std::
 }
 
 StrongPtr<Fiber::Field> TestCloud::field(const std::string& name) const {
-  const auto field = grid->getCartesianRepresentation("")->findField(name);
+  auto field = grid->getCartesianRepresentation("")->findField(name);
   EXPECT_TRUE(bool(field)) << name;
   return field;
 }
