@@ -72,8 +72,7 @@ std::vector<std::uint16_t> row(const Samples& samples, std::uint64_t point) {
 }
 
 MemCore::StrongPtr<Samples> firstWaveforms(const TestCloud& cloud) {
-  auto samples =
-      MemCore::handleCast<Samples>(cloud.field("Waveforms")->getFirstCreator()->data());
+  auto samples = MemCore::handleCast<Samples>(cloud.field("Waveforms")->getFirstCreator()->data());
   EXPECT_TRUE(bool(samples)) << cloud.field("Waveforms")->getFirstCreator()->failure();
   return samples;
 }
