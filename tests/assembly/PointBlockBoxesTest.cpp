@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <latch>
 #include <limits>
 #include <thread>
 
@@ -95,9 +96,11 @@ TEST(PointBlockBoxes, FirstUsesMayCoincide) {
   for (int repetition = 0; repetition < 20; ++repetition) {
     const auto points = positionsOf(cloud);
     std::vector<double> highest(8);
+    std::latch start(static_cast<std::ptrdiff_t>(highest.size()));
     std::vector<std::thread> threads;
     for (double& result : highest) {
-      threads.emplace_back([&points, &result] {
+      threads.emplace_back([&points, &result, &start] {
+        start.arrive_and_wait();
         PointBlockBoxes::attachTo(*points);
         const auto table = points->findInterface<PointBlockBoxes>();
         result = table->boxes(std::as_const(*points).span()).back().max.y;

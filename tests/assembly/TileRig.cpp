@@ -65,4 +65,11 @@ StrongPtr<Fiber::MemBase> TileRig::data(const std::string& name) const {
   return output->getData(output->getFragmentID(Fiber::tileIndexText(copy.tileIndex)));
 }
 
+std::vector<std::uint64_t> TileRig::extents(const std::string& name) const {
+  const auto array = data(name);
+  if (!array) return {};
+  const auto sizes = array->size().extents();
+  return {sizes.begin(), sizes.end()};
+}
+
 }  // namespace LidarLib::TestSupport

@@ -42,7 +42,9 @@ class TileRig {
   MemCore::StrongPtr<Fiber::Field> field(const std::string& name) const;
   /// The tile's data of a field; empty when there are none.
   MemCore::StrongPtr<Fiber::MemBase> data(const std::string& name) const;
-  /// The same as values; none when there are no data or of another type.
+  /// Extents of the tile's data of a field, the fastest dimension first; none when there are none.
+  std::vector<std::uint64_t> extents(const std::string& name) const;
+  /// The tile's data as values; none when there are no data or of another type.
   template <class T>
   std::vector<T> values(const std::string& name) const {
     const auto array = data(name);
