@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "formats/las/ByteStream.hpp"
+#include "formats/las/ExceptionEdge.hpp"
 #include "formats/las/PointReader.hpp"
 #include "formats/laz/LazPoints.hpp"
 
@@ -177,14 +178,16 @@ Outcome<std::vector<VariableRecord>> readEvlrs(const InputFile& file, const LasH
 LasFile::~LasFile() = default;
 
 Outcome<std::shared_ptr<LasFile>> LasFile::open(const std::string& path) {
-  Outcome<std::shared_ptr<const InputFile>> file = InputFile::open(path);
-  if (!file) return file.failure();
-  std::shared_ptr<LasFile> opened(new LasFile);
-  opened->file_ = std::move(*file);
-  if (const Outcome<void> done = opened->readFront(); !done) return done.failure();
-  if (const Outcome<void> done = opened->readRecordsAround(); !done) return done.failure();
-  if (const Outcome<void> done = opened->openPoints(); !done) return done.failure();
-  return opened;
+  return withoutExceptions(path, [&]() -> Outcome<std::shared_ptr<LasFile>> {
+    Outcome<std::shared_ptr<const InputFile>> file = InputFile::open(path);
+    if (!file) return file.failure();
+    std::shared_ptr<LasFile> opened(new LasFile);
+    opened->file_ = std::move(*file);
+    if (const Outcome<void> done = opened->readFront(); !done) return done.failure();
+    if (const Outcome<void> done = opened->readRecordsAround(); !done) return done.failure();
+    if (const Outcome<void> done = opened->openPoints(); !done) return done.failure();
+    return opened;
+  });
 }
 
 Outcome<void> LasFile::readFront() {
@@ -259,7 +262,7 @@ Outcome<void> LasFile::readRecords(std::uint64_t first, std::uint64_t count,
                                path(), out.size(), count * recordBytes())};
   }
   if (count == 0) return {};
-  return points_->read(first, out);
+  return withoutExceptions(path(), [&] { return points_->read(first, out); });
 }
 
 }  // namespace Formats

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "formats/las/ByteStream.hpp"
+#include "formats/las/ExceptionEdge.hpp"
 
 namespace Formats {
 
@@ -127,6 +128,11 @@ LasWriter::~LasWriter() = default;
 
 Outcome<std::unique_ptr<LasWriter>> LasWriter::create(const std::string& path,
                                                       LasWriterOptions options) {
+  return withoutExceptions(path, [&] { return prepare(path, std::move(options)); });
+}
+
+Outcome<std::unique_ptr<LasWriter>> LasWriter::prepare(const std::string& path,
+                                                       LasWriterOptions options) {
   LasHeader& header = options.header;
   header.isCompressed = false;
   std::erase_if(options.vlrs, [](const VariableRecord& record) {
@@ -180,7 +186,7 @@ Outcome<void> LasWriter::writeRecords(std::span<const std::byte> records) {
     return refuse(file_.path(), options_.header, fmt::format("{} points", pointCount));
   }
   addToTotals(records);
-  Outcome<void> written = file_.append(records);
+  Outcome<void> written = withoutExceptions(file_.path(), [&] { return file_.append(records); });
   canFinish_ = canFinish_ && written.ok();
   return written;
 }
@@ -208,7 +214,8 @@ Outcome<std::uint64_t> LasWriter::writeWaveformPacket(std::span<const std::byte>
                                file_.path(), packet.size())};
   }
   const std::uint64_t offset = packets_->sizeBytes();
-  const Outcome<void> written = packets_->append(packet);
+  const Outcome<void> written =
+      withoutExceptions(file_.path(), [&] { return packets_->append(packet); });
   canFinish_ = canFinish_ && written.ok();
   if (!written) return written.failure();
   return offset;
@@ -218,6 +225,10 @@ Outcome<void> LasWriter::finish() {
   if (!std::exchange(canFinish_, false)) {
     return Failure{fmt::format("{}: cannot be finished after a failure or twice", file_.path())};
   }
+  return withoutExceptions(file_.path(), [this] { return complete(); });
+}
+
+Outcome<void> LasWriter::complete() {
   if (auto written = writeBehind(); !written) return written;
   completeHeader();
   if (auto done = file_.overwrite(0, serialiseLasHeader(options_.header)); !done) return done;

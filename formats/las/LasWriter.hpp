@@ -83,6 +83,9 @@ class LasWriter {
   LasWriter(PointLayout layout, LasWriterOptions options, OutputFile file)
       : layout_(std::move(layout)), options_(std::move(options)), file_(std::move(file)) {}
 
+  static MemCore::Outcome<std::unique_ptr<LasWriter>> prepare(const std::string& path,
+                                                              LasWriterOptions options);
+  MemCore::Outcome<void> complete();
   MemCore::Outcome<void> writeFront();
   MemCore::Outcome<void> writeBehind();
   MemCore::Outcome<void> writePacketsInside();

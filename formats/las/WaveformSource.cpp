@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "formats/las/ByteStream.hpp"
+#include "formats/las/ExceptionEdge.hpp"
 
 namespace Formats {
 
@@ -108,10 +109,12 @@ Outcome<std::shared_ptr<const WaveformSource>> WaveformSource::open(
     return Failure{fmt::format("{}: no waveforms, found point format {}, expected 4, 5, 9 or 10",
                                file->path(), file->header().pointFormat)};
   }
-  std::shared_ptr<WaveformSource> source(new WaveformSource);
-  if (const Outcome<void> done = source->readDescriptors(*file); !done) return done.failure();
-  if (const Outcome<void> done = source->findPackets(*file); !done) return done.failure();
-  return std::shared_ptr<const WaveformSource>(std::move(source));
+  return withoutExceptions(file->path(), [&]() -> Outcome<std::shared_ptr<const WaveformSource>> {
+    std::shared_ptr<WaveformSource> source(new WaveformSource);
+    if (const Outcome<void> done = source->readDescriptors(*file); !done) return done.failure();
+    if (const Outcome<void> done = source->findPackets(*file); !done) return done.failure();
+    return std::shared_ptr<const WaveformSource>(std::move(source));
+  });
 }
 
 Outcome<void> WaveformSource::readDescriptors(const LasFile& file) {
@@ -304,7 +307,7 @@ class WaveformSource::BatchReader {
 
 Outcome<WaveformBatch> WaveformSource::readPackets(
     std::span<const WaveformPacketRef> packets) const {
-  return BatchReader(*this, packets).read();
+  return withoutExceptions(packetPath(), [&] { return BatchReader(*this, packets).read(); });
 }
 
 }  // namespace Formats
