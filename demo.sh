@@ -30,7 +30,12 @@ quietly build/demo-build.log \
   cmake --build build/demo --parallel "$(nproc)" --target refragment
 refragment=build/demo/host/refragment
 
-per_tile=1M
+# Tiles enough to see something, whatever the size of the input.
+bytes=$(du -cb "${inputs[@]:-/dev/null}" | awk 'END {print $1}')
+per_tile=$((bytes / 200))
+[ "$per_tile" -ge 5000 ] || per_tile=5000
+[ "$per_tile" -le 2000000 ] || per_tile=2000000
+
 if [ ${#inputs[@]} -eq 0 ]; then
   inputs=(demo/survey.las)
   per_tile=200k
@@ -55,8 +60,10 @@ say "What came out: $refragment show $output"
 cat <<TEXT
 
 Try next:
-  ./demo.sh ${*@Q}    again: the tiles are kept, it ends in a moment
+  ./demo.sh ${*@Q}
+      the same again: the tiles are kept, it ends in a moment
   $refragment split ${inputs[*]} -o demo/overlap.f5 --points-per-tile $per_tile --overlap 0.1
-  h5dump -A demo/${name%.*}/\$(ls demo/${name%.*} | grep -m1 f5)
-  docs/user-guide.md                   all that the program can do
+      tiles that reach into their neighbours
+  $refragment show $output --all
+      every tile; docs/user-guide.md tells all that the program can do
 TEXT
