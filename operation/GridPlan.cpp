@@ -2,7 +2,21 @@
 
 #include "operation/GridPlan.hpp"
 
+#include "operation/ReadFailures.hpp"
+
 namespace LidarLib {
+
+namespace {
+
+/// A fragment that cannot be read has no box and would be missing from every tile.
+PlanOutcome refuseUnreadable(RefragmentAndSplit& operation, const GridPlan& plan) {
+  const std::string failure = readFailure(*plan.survey.positions);
+  if (failure.empty()) return PlanOutcome::Ready;
+  operation.appendMessage(failure);
+  return PlanOutcome::SkipGrid;
+}
+
+}  // namespace
 
 PlanOutcome planTiling(RefragmentAndSplit& operation, Fiber::Grid& inputGrid, GridPlan& plan) {
   std::string message;
@@ -11,6 +25,7 @@ PlanOutcome planTiling(RefragmentAndSplit& operation, Fiber::Grid& inputGrid, Gr
     operation.appendMessage(message);
     return PlanOutcome::SkipGrid;
   }
+  if (refuseUnreadable(operation, plan) != PlanOutcome::Ready) return PlanOutcome::SkipGrid;
   const bool hasWaveforms = plan.survey.hasWaveforms && (operation.UseThisField("Waveforms") ||
                                                          operation.UseThisField("Waveforms_hp"));
   Eagle::FixedArray<double, 3> fragmentLength = operation.FragmentLength;
@@ -33,7 +48,8 @@ PlanOutcome planOutput(RefragmentAndSplit& operation, const Fiber::Grid& inputGr
   const auto& positions = plan.survey.positions;
   plan.mapping = mapFragmentBoxes(plan.layout, *plan.view, operation.NormalizedOverlap,
                                   positions->getFragmentIDs(), positions);
-  return PlanOutcome::Ready;
+  // With both corners given nothing was read before the mapping.
+  return refuseUnreadable(operation, plan);
 }
 
 void settleOutputGridName(RefragmentAndSplit& operation, const std::string& inputGridName) {

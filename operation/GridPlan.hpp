@@ -36,7 +36,8 @@ struct GridPlan {
   }
 };
 
-/// Surveys an input grid and settles its tiling. Errors: appended to the operation's messages.
+/// Surveys an input grid and settles its tiling. Errors: appended to the operation's messages. A
+/// grid with a fragment that cannot be read is refused as a whole.
 PlanOutcome planTiling(RefragmentAndSplit& operation, Fiber::Grid& inputGrid, GridPlan& plan);
 
 /// Builds the output grid and maps the input fragments onto its tiles. Errors: appended to the

@@ -9,6 +9,7 @@
 #include "assembly/FieldCopy.hpp"
 #include "datamodel/fiber/Bundle.hpp"
 #include "datamodel/memcore/Console.hpp"
+#include "operation/ReadFailures.hpp"
 
 namespace LidarLib {
 
@@ -29,16 +30,6 @@ bool mayContinue(SplitContext& context) {
   }
   context.operation.appendMessage("Interrupted");
   return false;
-}
-
-/// Why a fragment of the set could not be read for this field; empty when all could.
-std::string readFailure(const Fiber::Field& field, const FragmentSet& fragments) {
-  for (const Fiber::FragmentHandle& fragment : fragments) {
-    const auto own = field.getFragmentID(fragment->name());
-    const Fiber::CreatorHandle creator = field.getCreator(own);
-    if (creator && !creator->failure().empty()) return creator->failure();
-  }
-  return std::string();
 }
 
 /// Copies every field of the input vertices into the tile. Returns the text of the first fragment

@@ -135,6 +135,8 @@ StrongPtr<BoundingBox> boxOf(std::span<const PhysicalSpace::point> points) {
 StrongPtr<BoundingBox> computeBox(CreativeArrayBase& creator) {
   const auto points = handleCast<Points>(creator.data());
   if (!points) return nullptr;
+  // Creators that see every point on the way have noted the box by now.
+  if (auto noted = creator.facts().box) return noted;
   auto box = boxOf(points->span());
   if (box) creator.rememberBox(box);
   return box;

@@ -85,24 +85,33 @@ bool staysInside(const IndexList* indices, const IndirectionRange& range, std::u
   return stride == 0 || highest <= (limit - 1 - offset) / stride;
 }
 
-/// Gathers elements of a size known at compile time; runs of consecutive indices go as blocks.
+/// Whether indices follow each other without a gap. Free of branches per index, because scattered
+/// lists would make every one of them a surprise.
+bool isConsecutive(std::span<const unsigned> indices) {
+  unsigned differences = 0;
+  const unsigned first = indices.front();
+  for (unsigned r = 0; r < indices.size(); ++r) differences |= indices[r] ^ (first + r);
+  return differences == 0;
+}
+
+/// Gathers elements of a size known at compile time; blocks of consecutive indices go as one copy.
 template <std::size_t kBytes>
 void gather(std::byte* output, const std::byte* input, std::span<const unsigned> indices) {
-  constexpr std::size_t kBlockFrom = 16;
+  constexpr std::size_t kBlock = 32;
   std::size_t j = 0;
-  while (j < indices.size()) {
-    std::size_t run = 1;
-    while (j + run < indices.size() && indices[j + run] == indices[j] + run) ++run;
-    const std::byte* from = input + std::size_t{indices[j]} * kBytes;
-    if (run >= kBlockFrom) {
-      std::memcpy(output, from, run * kBytes);
+  for (; j + kBlock <= indices.size(); j += kBlock) {
+    const auto block = indices.subspan(j).first<kBlock>();
+    std::byte* to = output + j * kBytes;
+    if (isConsecutive(block)) {
+      std::memcpy(to, input + std::size_t{block[0]} * kBytes, kBlock * kBytes);
     } else {
-      for (std::size_t r = 0; r < run; ++r) {
-        std::memcpy(output + r * kBytes, from + r * kBytes, kBytes);
+      for (std::size_t r = 0; r < kBlock; ++r) {
+        std::memcpy(to + r * kBytes, input + std::size_t{block[r]} * kBytes, kBytes);
       }
     }
-    output += run * kBytes;
-    j += run;
+  }
+  for (; j < indices.size(); ++j) {
+    std::memcpy(output + j * kBytes, input + std::size_t{indices[j]} * kBytes, kBytes);
   }
 }
 

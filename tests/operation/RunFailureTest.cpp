@@ -28,6 +28,19 @@ class UnreadablePositions final : public Fiber::CreativeArrayBase {
   }
 };
 
+/// The same without a box that was known beforehand.
+class UnsurveyedPositions final : public Fiber::CreativeArrayBase {
+ public:
+  UnsurveyedPositions()
+      : CreativeArrayBase({Fiber::FiberTypeBase::find(typeid(Point)), Fiber::DynamicSize{2},
+                           nullptr, std::nullopt}) {}
+
+ protected:
+  MemCore::Outcome<MemCore::StrongPtr<Fiber::MemBase>> create() override {
+    return MemCore::Failure{"survey.laz: chunk 3 is damaged"};
+  }
+};
+
 /// Asks for more memory than there is.
 class HugePositions final : public Fiber::CreativeArrayBase {
  public:
@@ -93,6 +106,30 @@ TEST_F(RunFailureTest, UnreadableFragmentFailsItsTileInsteadOfLosingPoints) {
   EXPECT_NE(operation.messages.front().find("not written: survey.laz: chunk 3 is damaged"),
             std::string::npos);
   EXPECT_EQ(tileFiles(), (std::set<std::string>{"F1x0x0T0.000000Gg.f5"}));
+}
+
+TEST_F(RunFailureTest, FragmentThatFailsInTheSurveyRefusesTheGrid) {
+  CloudBuilder cloud;
+  cloud.grid("a").fragment(kCorners).fragmentOf(MemCore::makeStrong<UnsurveyedPositions>());
+  cloud.grid("b").fragment(kCorners);
+  RefragmentAndSplit operation;
+  prepare(operation, cloud.bundle());
+  operation.outputGridName = "out";
+  EXPECT_TRUE(operation.Run());
+  EXPECT_EQ(operation.messages, std::list<std::string>{"survey.laz: chunk 3 is damaged"});
+  EXPECT_EQ(tileFiles(), (std::set<std::string>{"F0x0x0T0.000000Gout.f5"})) << "grid b alone";
+}
+
+TEST_F(RunFailureTest, FragmentThatFailsInTheMappingRefusesTheGrid) {
+  CloudBuilder cloud;
+  cloud.grid("a").fragment(kCorners).fragmentOf(MemCore::makeStrong<UnsurveyedPositions>());
+  RefragmentAndSplit operation;
+  prepare(operation, cloud.bundle());
+  operation.StartPoint = MemCore::makeStrong<MemCore::Chunk<Point>>(1, Point{0, 0, 0});
+  operation.EndPoint = MemCore::makeStrong<MemCore::Chunk<Point>>(1, Point{20, 10, 1});
+  EXPECT_TRUE(operation.Run());
+  EXPECT_EQ(operation.messages, std::list<std::string>{"survey.laz: chunk 3 is damaged"});
+  EXPECT_TRUE(tileFiles().empty());
 }
 
 TEST_F(RunFailureTest, ExhaustedMemoryEndsTheTileWithAText) {
