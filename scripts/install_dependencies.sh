@@ -18,6 +18,12 @@ with_tests=true
 
 say() { printf 'install: %s\n' "$*" >&2; }
 
+# quietly COMMAND...: shows what the command says only when it fails.
+quietly() {
+  local output
+  output=$("$@" 2>&1) || { printf '%s\n' "$output" >&2; say "failed: $*"; exit 1; }
+}
+
 # at_least VERSION MINIMUM
 at_least() { [ "$(printf '%s\n%s\n' "$2" "$1" | sort -V | head -n 1)" = "$2" ]; }
 
@@ -30,12 +36,12 @@ apt_run() {
     root=(sudo)
   fi
   if ! $apt_updated; then
-    "${root[@]}" apt-get update -qq >/dev/null
+    quietly "${root[@]}" apt-get update
     apt_updated=true
   fi
   say "apt-get install $*"
-  "${root[@]}" env DEBIAN_FRONTEND=noninteractive \
-    apt-get install -y -qq --no-install-recommends "$@" >/dev/null
+  quietly "${root[@]}" env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y --no-install-recommends "$@"
 }
 
 has_package() { dpkg-query -W -f='${db:Status-Status}\n' "$1" 2>/dev/null | grep -qx installed; }
