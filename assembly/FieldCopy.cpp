@@ -6,7 +6,10 @@
 #include <fmt/ranges.h>
 
 #include <cstring>
+#include <list>
 #include <optional>
+#include <unordered_set>
+#include <vector>
 
 #include "datamodel/memcore/Console.hpp"
 
@@ -57,24 +60,24 @@ class TileField {
 
   /// Adds the selected points of one input fragment, or skips the fragment.
   void append(const FragmentHandle& fragment, const StrongPtr<IndexList>& points);
-  /// Refreshes the value range of what was written.
+  /// Says on the console what was skipped, and refreshes the value range of what was written.
   void finish();
 
  private:
   void adopt(const StrongPtr<Fiber::Field>& output);
   StrongPtr<Fiber::Field> makeOutput() const;
-  bool hasPositionsLength(const FragmentHandle& fragment, const DynamicSize& size) const;
-  StrongPtr<MemBase> newArray(const FragmentElements& input) const;
-  std::optional<std::uint32_t> copyInto(MemBase& output, const FragmentElements& input) const;
+  bool hasPositionsLength(const FragmentHandle& fragment, const DynamicSize& size);
+  StrongPtr<MemBase> newArray(const FragmentElements& input);
+  std::optional<std::uint32_t> copyInto(MemBase& output, const FragmentElements& input);
   std::optional<std::uint32_t> copyPoints(MemBase& output, const FragmentElements& input) const;
   std::optional<std::uint32_t> copySamples(MemBase& output, const FragmentElements& input) const;
   std::optional<std::uint32_t> gatherSamples(MemBase& output, const FragmentElements& input) const;
   void store(const StrongPtr<MemBase>& made);
-  void warnSkipped(const FragmentElements& input, const std::string& found) const;
+  void warnSkipped(const FragmentElements& input, const std::string& found);
 
   const FieldCopy& copy_;
   const StrongPtr<Fiber::Representation> representation_;
-  const std::string& name_;
+  const std::string name_;
   const Fiber::Field& source_;
   const std::uint32_t waveformLength_;
   StrongPtr<Fiber::Field> output_;  ///< empty until the field exists
@@ -82,6 +85,7 @@ class TileField {
   CreatorHandle creator_;
   StrongPtr<MemBase> data_;   ///< the tile's array; empty until the first values arrive
   std::uint32_t offset_ = 0;  ///< next output element; wraps
+  std::vector<std::string> warnings_;
 };
 
 TileField::TileField(const FieldCopy& copy, StrongPtr<Fiber::Representation> representation,
@@ -129,17 +133,19 @@ void TileField::append(const FragmentHandle& fragment, const StrongPtr<IndexList
   offset_ += *added;
 }
 
-bool TileField::hasPositionsLength(const FragmentHandle& fragment, const DynamicSize& size) const {
+bool TileField::hasPositionsLength(const FragmentHandle& fragment, const DynamicSize& size) {
   const std::uint64_t own = lengthOf(size);
   const std::uint64_t expected = positionsLength(copy_, fragment);
   if (own == expected) return true;
-  Console() << " Warning! Different Data Size: Field: " << name_ << " Size: " << own
-            << " BUT Positions have:" << expected << " -> SKIP THIS FIELD";
+  warnings_.push_back(
+      fmt::format(" Warning! Different Data Size: Field: {} Size: {} BUT Positions have:{} -> SKIP "
+                  "THIS FIELD",
+                  name_, own, expected));
   return false;
 }
 
 /// The tile's array at its final size, all zeros; empty, after a message, when it cannot be made.
-StrongPtr<MemBase> TileField::newArray(const FragmentElements& input) const {
+StrongPtr<MemBase> TileField::newArray(const FragmentElements& input) {
   const std::uint64_t pointCount = copy_.selection.pointCount;
   DynamicSize size;
   if (input.size.rank() == 1) {
@@ -147,7 +153,7 @@ StrongPtr<MemBase> TileField::newArray(const FragmentElements& input) const {
   } else if (input.size.rank() == 2) {
     size = {waveformLength_, pointCount};
   } else {
-    Console() << "Warning! Dim is not 1D or 2D!";
+    warnings_.emplace_back("Warning! Dim is not 1D or 2D!");
     return nullptr;
   }
   auto made = MemBase::create(input.data->type(), size, input.data->elements()->elementType());
@@ -156,8 +162,7 @@ StrongPtr<MemBase> TileField::newArray(const FragmentElements& input) const {
 }
 
 /// Returns how many output elements were written; nothing, after a message, when none was.
-std::optional<std::uint32_t> TileField::copyInto(MemBase& output,
-                                                 const FragmentElements& input) const {
+std::optional<std::uint32_t> TileField::copyInto(MemBase& output, const FragmentElements& input) {
   std::optional<std::uint32_t> written;
   if (input.data->size() == input.size) {
     written = input.size.rank() == 2 ? copySamples(output, input) : copyPoints(output, input);
@@ -212,36 +217,66 @@ void TileField::store(const StrongPtr<MemBase>& made) {
   data_ = made;
 }
 
-void TileField::warnSkipped(const FragmentElements& input, const std::string& found) const {
-  Console() << " Warning! Field: " << name_ << " Fragment: " << input.fragment->name() << ": "
-            << describe(*input.data) << " " << found << " -> SKIP THIS FRAGMENT";
+void TileField::warnSkipped(const FragmentElements& input, const std::string& found) {
+  warnings_.push_back(fmt::format(" Warning! Field: {} Fragment: {}: {} {} -> SKIP THIS FRAGMENT",
+                                  name_, input.fragment->name(), describe(*input.data), found));
 }
 
 void TileField::finish() {
+  for (const std::string& warning : warnings_) Console() << warning;
   if (output_) Fiber::getRange(*output_, fragment_, false, false);
+}
+
+using TileFields = std::list<TileField>;
+
+/// Begins the copy of one input field; adds nothing for a field that is not wanted or has no place
+/// in the output.
+void beginField(const FieldCopy& copy, const MemCore::WeakPtr<Fiber::BaseSpace>& space,
+                const Fiber::FieldID& id, const StrongPtr<Fiber::Field>& field,
+                TileFields& fields) {
+  if (copy.operation != nullptr && !copy.operation->UseThisField(id.name)) return;
+  const auto chart = space.lock();
+  if (!chart || !field || !copy.outputGrid || !copy.selection.indexLists) return;
+  const auto representation =
+      copy.outputGrid->makeCartesianRepresentation(kSpaceDimension, chart->name(), 0);
+  if (representation) fields.emplace_back(copy, representation, id.name, *field);
+}
+
+/// Fills fields from the selected points of every input fragment, in the order of the selection.
+void fillFields(const FieldCopy& copy, TileFields& fields) {
+  if (fields.empty()) return;
+  const auto& lists = *copy.selection.indexLists;
+  std::size_t k = 0;
+  for (const FragmentHandle& fragment : copy.fragments) {
+    if (k == lists.size()) break;
+    const StrongPtr<IndexList>& points = lists[k++];
+    if (!fragment || !points || points->empty()) continue;
+    for (TileField& field : fields) field.append(fragment, points);
+  }
+  for (TileField& field : fields) field.finish();
 }
 
 }  // namespace
 
 bool copyFieldIntoTile(const FieldCopy& copy, const MemCore::WeakPtr<Fiber::BaseSpace>& space,
                        const Fiber::FieldID& id, const StrongPtr<Fiber::Field>& field) {
-  if (copy.operation != nullptr && !copy.operation->UseThisField(id.name)) return true;
-  const auto chart = space.lock();
-  if (!chart || !field || !copy.outputGrid || !copy.selection.indexLists) return true;
-  const auto representation =
-      copy.outputGrid->makeCartesianRepresentation(kSpaceDimension, chart->name(), 0);
-  if (!representation) return true;
-
-  TileField output(copy, representation, id.name, *field);
-  const auto& lists = *copy.selection.indexLists;
-  std::size_t k = 0;
-  for (const FragmentHandle& fragment : copy.fragments) {
-    if (k == lists.size()) break;
-    const StrongPtr<IndexList>& points = lists[k++];
-    if (fragment && points && !points->empty()) output.append(fragment, points);
-  }
-  output.finish();
+  TileFields one;
+  beginField(copy, space, id, field, one);
+  fillFields(copy, one);
   return true;
+}
+
+void copyFieldsIntoTile(const FieldCopy& copy, Fiber::Skeleton& vertices) {
+  TileFields fields;
+  std::unordered_set<unsigned long long> visited;
+  vertices.iterate_fields(
+      [&](const MemCore::WeakPtr<Fiber::BaseSpace>& space, Fiber::Representation&,
+          const Fiber::FieldID& id, const StrongPtr<Fiber::Field>& field) {
+        beginField(copy, space, id, field, fields);
+        return true;
+      },
+      visited);
+  fillFields(copy, fields);
 }
 
 }  // namespace LidarLib

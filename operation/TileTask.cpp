@@ -32,17 +32,15 @@ bool mayContinue(SplitContext& context) {
   return false;
 }
 
-/// Copies every field of the input vertices into the tile. Returns the text of the first fragment
-/// that could not be read: a tile without its points must not pass for a finished one.
-std::string copyFields(const FieldCopy& copy, Fiber::Skeleton& vertices) {
+/// Why any vertex field of the fragments could not be read; empty when all could.
+std::string readFailure(Fiber::Skeleton& vertices, const FragmentSet& fragments) {
   std::string failure;
   std::unordered_set<unsigned long long> visited;
   vertices.iterate_fields(
-      [&](const MemCore::WeakPtr<Fiber::BaseSpace>& space, Fiber::Representation&,
-          const Fiber::FieldID& id, const StrongPtr<Fiber::Field>& field) {
-        const bool goOn = copyFieldIntoTile(copy, space, id, field);
-        if (failure.empty()) failure = readFailure(*field, copy.fragments);
-        return goOn;
+      [&](const MemCore::WeakPtr<Fiber::BaseSpace>&, Fiber::Representation&, const Fiber::FieldID&,
+          const StrongPtr<Fiber::Field>& field) {
+        failure = LidarLib::readFailure(*field, fragments);
+        return failure.empty();
       },
       visited);
   return failure;
@@ -78,7 +76,9 @@ std::string writeTile(SplitContext& context, TileBundle& tile, const FieldCopy& 
                       const std::string& fileName) {
   const auto vertices = context.inputGrid->skeletons().findVertices(-1);
   if (!vertices) return std::string();
-  const std::string unreadable = copyFields(copy, *vertices);
+  copyFieldsIntoTile(copy, *vertices);
+  // A tile without some of its values must not pass for a finished one.
+  const std::string unreadable = readFailure(*vertices, copy.fragments);
   if (!unreadable.empty()) return fileName + ": not written: " + unreadable;
   finishPositions(*tile.grid);
   const auto saved = tile.bundle->save(fileName, context.operation.saveProgress, nullptr);
@@ -95,7 +95,7 @@ std::string buildTile(SplitContext& context, const TileCell& cell,
   if (!tile.grid->makeCartesianRepresentation(3, "", 0)) return "no outputfrag representation";
   const auto& positions = plan.survey.positions;
   const TileSelection selection = selectPointsInTile(cell.first, positions, entry.second, index);
-  const std::string unreadable = readFailure(*positions, cell.first);
+  const std::string unreadable = LidarLib::readFailure(*positions, cell.first);
   if (!unreadable.empty()) return fileName + ": not written: " + unreadable;
   if (selection.pointCount <= context.operation.MinPointNumber) {
     if (selection.pointCount != 0) {

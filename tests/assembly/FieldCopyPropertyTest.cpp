@@ -88,10 +88,16 @@ class RandomTile {
 
   /// Copies the tile and compares every field with brute force.
   void check() {
+    check(CopyOrder::FieldByField);
+    check(CopyOrder::FragmentByFragment);
+  }
+
+ private:
+  void check(CopyOrder order) {
     TileRig rig(cloud_.currentGrid(), {});
     rig.copy.selection = selectPointsInTile(rig.copy.fragments, rig.copy.inputPositions,
                                             MemCore::makeStrong<Eagle::BoundingBox>(box_), index_);
-    rig.copyAll();
+    rig.copyAll(order);
     const Expected expected = expectedFields(rig);
     ASSERT_EQ(rig.copy.selection.pointCount, expected.numbers.size());
     EXPECT_EQ(rig.values<std::uint64_t>("Number"), expected.numbers);
@@ -102,7 +108,6 @@ class RandomTile {
     EXPECT_EQ(rig.values<std::uint16_t>("Waveforms"), expectedSamples(rig, expected.lengths));
   }
 
- private:
   Expected expectedFields(const TileRig& rig) const {
     Expected expected;
     for (const auto& id : rig.copy.fragments) {

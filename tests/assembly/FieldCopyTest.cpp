@@ -140,6 +140,21 @@ TEST(FieldCopy, OtherLengthThanPositionsSkipsTheFragmentAndMovesTheRestUp) {
   EXPECT_EQ(rig.values<double>("Id"), (Doubles{21, 22, 0, 0, 0}));
 }
 
+TEST(FieldCopy, FragmentByFragmentWarnsInTheSameOrderAsFieldByField) {
+  CloudBuilder cloud;
+  cloud.fragment(std::vector<Point>(4)).field<double>("A", {1}).field<double>("B", {1, 2});
+  cloud.fragment(std::vector<Point>(4)).field<double>("A", {1, 2, 3}).field<double>("B", {});
+  std::vector<std::vector<std::string>> messages;
+  for (const CopyOrder order : {CopyOrder::FieldByField, CopyOrder::FragmentByFragment}) {
+    TileRig rig(cloud.currentGrid(), kThreeAndTwo);
+    const ConsoleCapture console;
+    rig.copyAll(order);
+    messages.push_back(console.messages());
+  }
+  EXPECT_EQ(messages[0].size(), 4U);
+  EXPECT_EQ(messages[0], messages[1]);
+}
+
 TEST(FieldCopy, OtherRanksHaveLengthZero) {
   CloudBuilder cloud;
   cloud.fragment(std::vector<Point>(4));

@@ -43,10 +43,12 @@ void TileRig::becomeFragmentOf(const StrongPtr<Fiber::Grid>& output,
   copy.outputFragment = positions->fragmentAt(index);
 }
 
-void TileRig::copyAll() {
+void TileRig::copyAll(CopyOrder order) {
   copy.waveformLengths = scanWaveformLengths(*input, copy.fragments, *copy.selection.indexLists);
+  const auto vertices = input->skeletons().findVertices(-1);
+  if (order == CopyOrder::FragmentByFragment) return copyFieldsIntoTile(copy, *vertices);
   std::unordered_set<unsigned long long> visited;
-  input->skeletons().findVertices(-1)->iterate_fields(
+  vertices->iterate_fields(
       [this](const MemCore::WeakPtr<Fiber::BaseSpace>& space, Fiber::Representation&,
              const Fiber::FieldID& id, const StrongPtr<Fiber::Field>& source) {
         return copyFieldIntoTile(copy, space, id, source);

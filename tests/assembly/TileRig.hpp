@@ -21,6 +21,9 @@ class FilterOnly final : public ConvLib::BasicConverterDefs {
   bool Run() override { return false; }
 };
 
+/// The two ways through the fields of a tile; their results are the same.
+enum class CopyOrder { FieldByField, FragmentByFragment };
+
 class TileRig {
  public:
   /// The selected points by fragment name. Fragments that are not named have no index list.
@@ -36,7 +39,7 @@ class TileRig {
                         const Fiber::MultiIndex<3>& index);
 
   /// Scans the waveform lengths and copies every field of the input's vertices.
-  void copyAll();
+  void copyAll(CopyOrder order = CopyOrder::FieldByField);
 
   /// A field of the tile's grid; empty when there is none.
   MemCore::StrongPtr<Fiber::Field> field(const std::string& name) const;
