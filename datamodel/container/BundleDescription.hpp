@@ -25,9 +25,8 @@ namespace Fiber::Container {
 inline constexpr std::string_view kFormatName = "LidarLib bundle";
 inline constexpr std::uint32_t kFormatVersion = 1;
 
-/// Names of the position field and of the fragment table within a representation's group.
+/// Name of the position field.
 inline constexpr std::string_view kPositions = "Positions";
-inline constexpr std::string_view kFragments = "fragments";
 
 /// A field: its dataset, and all that describes the field as a whole.
 struct StoredField {

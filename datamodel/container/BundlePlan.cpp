@@ -246,7 +246,8 @@ class Planner {
       PlannedSlice planned{time, timeText(time), {}};
       for (const auto& [name, grid] : slice->grids()) {
         if (!grid) continue;
-        auto plannedGrid = planGrid(grid, planned.group + "/" + storedName(name));
+        auto plannedGrid =
+            planGrid(grid, planned.group + "/" + storedName(name, kRepresentationWords));
         if (!plannedGrid.ok()) {
           return Failure{fmt::format("{}: grid {}: {}", file_, name, plannedGrid.error())};
         }
@@ -269,7 +270,8 @@ class Planner {
             RepresentationPlanner(*entry.representation, file_, linkFragments_).plan();
         if (!representation.ok()) return representation.failure();
         representation->chart = chart;
-        representation->group = plannedSkeleton.group + "/" + storedName(chart);
+        representation->group =
+            plannedSkeleton.group + "/" + storedName(chart, kRepresentationWords);
         plannedSkeleton.representations.push_back(std::move(representation).value());
       }
       planned.skeletons.push_back(std::move(plannedSkeleton));

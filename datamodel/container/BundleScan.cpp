@@ -4,8 +4,10 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <set>
 
+#include "datamodel/container/AttributeTable.hpp"
 #include "datamodel/container/FieldScan.hpp"
 #include "datamodel/container/FileDescriptor.hpp"
 #include "datamodel/container/FormatNames.hpp"
@@ -55,7 +57,7 @@ class BundleWalk {
   Outcome<StoredGrid> grid(hid_t group, const std::string& name) {
     StoredGrid grid;
     grid.name = originalName(name);
-    auto table = readAttributeTable(group, kGridWords, fileBytes_);
+    auto table = readAttributes({group, group, kLargeAttributes, kGridWords}, fileBytes_);
     if (!table.ok()) return table.failure();
     grid.attributes = std::move(table->attributes);
     if (const auto bits = readPropertyBits(group); bits.ok()) {
@@ -94,7 +96,7 @@ class BundleWalk {
     if (!names.ok()) return names.failure();
     std::size_t wideFields = 0;
     for (const std::string& child : *names) {
-      if (child == kFragments) continue;
+      if (isWord(child)) continue;
       auto field = scanField(group, child, fileBytes_);
       if (!field.ok()) return within(child, field.error());
       wideFields += field->rank > 1 ? 1 : 0;
@@ -137,6 +139,7 @@ class BundleWalk {
     if (!names.ok()) return names.failure();
     std::vector<Item> items;
     for (const std::string& name : *names) {
+      if (isWord(name)) continue;
       const auto group = openGroup(parent, name);
       if (!group.ok()) return group.failure();
       if (!enter(group->get())) return within(name, "a group that was reached twice");
@@ -145,6 +148,12 @@ class BundleWalk {
       items.push_back(std::move(item).value());
     }
     return items;
+  }
+
+  /// Members that are none of the model's. Names of the model never have these stored forms.
+  static bool isWord(const std::string& name) {
+    const auto& words = kRepresentationWords;
+    return std::find(words.begin(), words.end(), name) != words.end();
   }
 
   bool enter(hid_t group) {

@@ -88,7 +88,9 @@ class BundleWriter {
 
   Outcome<WriteResult> writeGrid(PlannedGrid& grid) {
     auto made = makeGroup(grid.group, [&](hid_t group) {
-      auto done = writeAttributeTable(group, grid.grid->attributes(), kGridWords);
+      StoredAttributes attributes;
+      addAttributes(attributes, grid.grid->attributes(), kGridWords, 0);
+      auto done = writeAttributes({group, group, kLargeAttributes, kGridWords}, attributes);
       return done.ok() ? writePropertyBits(group, grid.grid->propertyBits) : done;
     });
     if (!made.ok()) return made.failure();
@@ -114,7 +116,7 @@ class BundleWriter {
   }
 
   Outcome<WriteResult> writeRepresentation(PlannedRepresentation& representation) {
-    RepresentationEncoder encoder(representation, target_.kind);
+    RepresentationEncoder encoder(representation, target_.kind, target_.batchBytes);
     RepresentationWriter writer(output_, representation, encoder);
     bool hasBegun = false;
     while (!hasBegun || !encoder.isFinished()) {

@@ -23,6 +23,7 @@ struct WriteTarget {
   std::string path;     ///< of the temporary, which exists
   int descriptor = -1;  ///< the same file, open for writing
   StorageKind kind = StorageKind::Grid;
+  std::uint64_t batchBytes = kUsualBatchBytes;
 };
 
 enum class WriteResult {

@@ -9,7 +9,6 @@
 #include "datamodel/container/ElementTypes.hpp"
 #include "datamodel/container/FormatNames.hpp"
 #include "datamodel/container/Hdf5Attributes.hpp"
-#include "datamodel/container/StoredName.hpp"
 
 namespace Fiber::Container {
 
@@ -62,42 +61,33 @@ Outcome<void> writeGrid(hid_t dataset, const std::optional<CoordinateGrid>& grid
   return writeNumbers<double>(dataset, kOffsetAttribute, offset);
 }
 
-Outcome<void> writeProperties(hid_t dataset, const StoredField& field) {
-  if (auto done = writeAttributeTable(dataset, field.properties, kFieldWords); !done.ok()) {
-    return done;
+Outcome<void> writeProperties(const FieldDataset& target, const StoredField& field) {
+  StoredAttributes stored;
+  addAttributes(stored, field.properties, kFieldWords, 0);
+  std::uint32_t number = 0;
+  for (const Attributes& set : field.attributeSets) {
+    addAttributes(stored, set, kFieldWords, ++number);
   }
-  for (std::size_t set = 0; set < field.attributeSets.size(); ++set) {
-    auto done = writeAttributeTable(dataset, field.attributeSets[set], kFieldWords,
-                                    fmt::format("#{}", set + 1));
-    if (!done.ok()) return done;
-  }
-  return writePropertyBits(dataset, field.propertyBits);
+  if (auto done = writeAttributes(attributePlace(target), stored); !done.ok()) return done;
+  return writePropertyBits(target.dataset, field.propertyBits);
 }
 
 }  // namespace
 
-Outcome<void> writeAttributeTable(hid_t object, const Attributes& attributes,
-                                  std::span<const std::string_view> words,
-                                  const std::string& suffix) {
-  for (const auto& [name, value] : attributes.all()) {
-    auto done = writeAttribute(object, storedName(name, words) + suffix, *value);
-    if (!done.ok()) return done;
-  }
-  return {};
+AttributePlace attributePlace(const FieldDataset& target) {
+  return {target.dataset, target.group, fmt::format("{}/{}", kLargeAttributes, target.name),
+          kFieldWords};
 }
 
-Outcome<void> writePropertyBits(hid_t object, std::uint64_t bits) {
-  return bits == 0 ? Outcome<void>() : writeNumber(object, kPropertyBitsAttribute, bits);
-}
-
-Outcome<void> writeFieldAttributes(hid_t dataset, const StoredField& field,
+Outcome<void> writeFieldAttributes(const FieldDataset& target, const StoredField& field,
                                    std::optional<ScalarKind> storedKind,
                                    const std::optional<CoordinateGrid>& grid) {
+  const hid_t dataset = target.dataset;
   if (auto done = writeType(dataset, field, storedKind); !done.ok()) return done;
   if (auto done = writeFragmentation(dataset, field); !done.ok()) return done;
   if (auto done = writeInterfaces(dataset, field); !done.ok()) return done;
   if (auto done = writeGrid(dataset, grid); !done.ok()) return done;
-  return writeProperties(dataset, field);
+  return writeProperties(target, field);
 }
 
 }  // namespace Fiber::Container

@@ -6,25 +6,30 @@
 #pragma once
 
 #include <optional>
+#include <string>
 
+#include "datamodel/container/AttributeTable.hpp"
 #include "datamodel/container/BundleDescription.hpp"
 #include "datamodel/container/CoordinateGrid.hpp"
 #include "datamodel/container/Hdf5Handle.hpp"
 
 namespace Fiber::Container {
 
+/// A field's dataset and where it lies.
+struct FieldDataset {
+  hid_t dataset = -1;
+  hid_t group = -1;  ///< of the representation
+  std::string name;  ///< stored name
+};
+
+/// Where the attributes of a field are stored.
+AttributePlace attributePlace(const FieldDataset& target);
+
 /// Writes everything that is not usual: a plain field of numbers needs no attribute at all.
 /// `storedKind` is the kind of number in the dataset, `grid` that of coordinates stored on one.
 /// Errors: "attribute <name>: ...".
-MemCore::Outcome<void> writeFieldAttributes(hid_t dataset, const StoredField& field,
+MemCore::Outcome<void> writeFieldAttributes(const FieldDataset& target, const StoredField& field,
                                             std::optional<ScalarKind> storedKind,
                                             const std::optional<CoordinateGrid>& grid);
-
-/// Writes a table of the data model's attributes, and the number kept beside it when it is not 0.
-/// `suffix` is put behind every stored name ("#1" for the first set of creators).
-MemCore::Outcome<void> writeAttributeTable(hid_t object, const MemCore::Attributes& attributes,
-                                           std::span<const std::string_view> words,
-                                           const std::string& suffix = "");
-MemCore::Outcome<void> writePropertyBits(hid_t object, std::uint64_t bits);
 
 }  // namespace Fiber::Container

@@ -92,18 +92,14 @@ std::vector<ChunkRange> FieldEncoder::takeComplete(std::uint64_t endRow) {
   return complete;
 }
 
-bool FieldEncoder::filterIsOpen() const { return encoding_ == Encoding::kColumns; }
-
-Outcome<void> FieldEncoder::settleFilter(const std::vector<ChunkRange>& chunks,
-                                         ChunkEncoder& encoder) {
-  // Coordinates that lie on a grid deflate better as they are, others better shuffled; the first
-  // row of chunks tells which.
-  if (!filterIsOpen()) return {};
+Outcome<void> FieldEncoder::settleFilter(ChunkEncoder& encoder) {
+  // Coordinates that lie on a grid deflate better as they are, others better shuffled; what there
+  // is of the first row of chunks tells which.
+  if (encoding_ != Encoding::kColumns) return {};
   std::size_t plainBytes = 0;
   std::size_t shuffledBytes = 0;
-  for (const ChunkRange& chunk : chunks) {
-    if (chunk.row != 0) break;
-    const std::vector<std::byte> plain = plainChunk(chunk);
+  for (std::uint64_t column = 0; column < field_.columns; column += chunkColumns_) {
+    const std::vector<std::byte> plain = plainChunk({0, column});
     const auto asIs = encoder.encode(plain, numberBytes_, {false, true, true});
     const auto shuffled = encoder.encode(plain, numberBytes_, {true, true, true});
     if (!asIs.ok()) return asIs.failure();

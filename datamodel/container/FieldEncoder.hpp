@@ -50,16 +50,16 @@ class FieldEncoder {
   ScalarKind storedKind() const;
   std::uint64_t chunkRows() const { return chunkRows_; }
   std::uint64_t chunkColumns() const { return chunkColumns_; }
-  /// Settled once chunks were taken the first time.
+  /// Final after settleFilter.
   ChunkFilter filter() const { return filter_; }
 
   /// Requires: pieces come in ascending order of start and do not overlap; not for kPiece.
   void add(FieldPiece piece) { pieces_.push_back(std::move(piece)); }
   /// The chunks that became complete now that all rows below `endRow` are there.
   std::vector<ChunkRange> takeComplete(std::uint64_t endRow);
-  /// Settles the filters from the first chunks. Requires: called before the first encode, with
-  /// what takeComplete gave.
-  MemCore::Outcome<void> settleFilter(const std::vector<ChunkRange>& chunks, ChunkEncoder& encoder);
+  /// Settles the filters by what pieces there are. Requires: called once, after the first pieces
+  /// were added and before the dataset is made.
+  MemCore::Outcome<void> settleFilter(ChunkEncoder& encoder);
   /// Encodes one complete chunk. Threads: several chunks of a field at once, each thread with its
   /// own encoder.
   MemCore::Outcome<EncodedChunk> encode(const ChunkRange& chunk, ChunkEncoder& encoder) const;
@@ -70,7 +70,6 @@ class FieldEncoder {
   std::vector<std::byte> plainChunk(const ChunkRange& chunk) const;
   void copyPiece(const FieldPiece& piece, const ChunkRange& chunk, std::byte* plain) const;
   std::span<const std::byte> wholeChunk(const ChunkRange& chunk) const;
-  bool filterIsOpen() const;
 
   const StoredField& field_;
   Encoding encoding_;

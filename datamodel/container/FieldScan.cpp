@@ -4,12 +4,11 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <array>
-#include <charconv>
 #include <utility>
 
 #include "datamodel/container/ElementTypes.hpp"
+#include "datamodel/container/FieldAttributes.hpp"
 #include "datamodel/container/FormatNames.hpp"
 #include "datamodel/container/Hdf5Attributes.hpp"
 #include "datamodel/container/Hdf5Types.hpp"
@@ -25,20 +24,6 @@ using MemCore::Outcome;
 namespace {
 
 using Point = Eagle::PhysicalSpace::point;
-
-/// Number of the attribute set that a stored name belongs to: what stands behind '#'; 0 without.
-/// Empty: no number stands there.
-std::optional<std::uint32_t> setNumber(std::string_view storedName) {
-  const std::size_t mark = storedName.find('#');
-  if (mark == std::string_view::npos) return 0;
-  const std::string_view digits = storedName.substr(mark + 1);
-  std::uint32_t number = 0;
-  const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-  if (error != std::errc() || end != digits.data() + digits.size() || number == 0) {
-    return std::nullopt;
-  }
-  return number;
-}
 
 /// Extents of a dataset: none for a field without data.
 struct Extents {
@@ -128,8 +113,9 @@ Outcome<void> scanInterfaces(hid_t dataset, StoredField& field) {
   return {};
 }
 
-Outcome<void> scanAttributes(hid_t dataset, std::uint64_t fileBytes, StoredField& field) {
-  auto table = readAttributeTable(dataset, kFieldWords, fileBytes);
+Outcome<void> scanAttributes(const FieldDataset& found, std::uint64_t fileBytes,
+                             StoredField& field) {
+  auto table = readAttributes(attributePlace(found), fileBytes);
   if (!table.ok()) return table.failure();
   field.properties = std::move(table->attributes);
   std::uint32_t expected = 0;
@@ -140,35 +126,13 @@ Outcome<void> scanAttributes(hid_t dataset, std::uint64_t fileBytes, StoredField
     }
     field.attributeSets.push_back(std::move(attributes));
   }
-  const auto bits = readPropertyBits(dataset);
+  const auto bits = readPropertyBits(found.dataset);
   if (!bits.ok()) return bits.failure();
   field.propertyBits = *bits;
   return {};
 }
 
 }  // namespace
-
-Outcome<AttributeTable> readAttributeTable(hid_t object, std::span<const std::string_view> words,
-                                           std::uint64_t fileBytes) {
-  const auto names = attributeNames(object);
-  if (!names.ok()) return names.failure();
-  AttributeTable table;
-  for (const std::string& stored : *names) {
-    if (std::find(words.begin(), words.end(), stored) != words.end()) continue;
-    const auto number = setNumber(stored);
-    if (!number) return Failure{fmt::format("attribute {}: malformed name", stored)};
-    const auto value = readAttribute(object, stored, fileBytes);
-    if (!value.ok()) return value.failure();
-    const std::string name = originalName(std::string_view(stored).substr(0, stored.find('#')));
-    (*number == 0 ? table.attributes : table.sets[*number]).setAttribute(name, *value);
-  }
-  return table;
-}
-
-Outcome<std::uint64_t> readPropertyBits(hid_t object) {
-  if (!hasAttribute(object, kPropertyBitsAttribute)) return std::uint64_t{0};
-  return readNumber<std::uint64_t>(object, kPropertyBitsAttribute);
-}
 
 Outcome<StoredField> scanField(hid_t group, const std::string& name, std::uint64_t fileBytes) {
   const auto dataset = openDataset(group, name);
@@ -179,7 +143,8 @@ Outcome<StoredField> scanField(hid_t group, const std::string& name, std::uint64
   if (auto done = scanType(id, fileBytes, field); !done.ok()) return done.failure();
   if (auto done = scanFragmentation(id, fileBytes, field); !done.ok()) return done.failure();
   if (auto done = scanInterfaces(id, field); !done.ok()) return done.failure();
-  if (auto done = scanAttributes(id, fileBytes, field); !done.ok()) return done.failure();
+  if (auto done = scanAttributes({id, group, name}, fileBytes, field); !done.ok())
+    return done.failure();
   return field;
 }
 

@@ -42,7 +42,17 @@ inline constexpr std::array<std::string_view, 9> kFieldWords = {
     kFragmentCountsAttribute, kFragmentationAttribute, kBoxAttribute,
     kRangeAttribute,          kScaleAttribute,         kOffsetAttribute};
 
+// Of tables and large values.
+inline constexpr const char* kChecksumAttribute = "crc32";
+inline constexpr const char* kFieldsAttribute = "fields";
+
+// Members of a grid or a representation that are none of the model's.
+inline constexpr const char* kLargeAttributes = "attributes";
+inline constexpr const char* kFragments = "fragments";
+inline constexpr const char* kSourceGroups = "source_groups";
+
 /// Words that fields of a representation must not take.
-inline constexpr std::array<std::string_view, 1> kRepresentationWords = {"fragments"};
+inline constexpr std::array<std::string_view, 3> kRepresentationWords = {kLargeAttributes,
+                                                                         kFragments, kSourceGroups};
 
 }  // namespace Fiber::Container

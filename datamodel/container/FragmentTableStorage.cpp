@@ -5,10 +5,12 @@
 #include <fmt/format.h>
 #include <libdeflate.h>
 
-#include "datamodel/container/BundleDescription.hpp"
+#include "datamodel/container/FormatNames.hpp"
 #include "datamodel/container/Hdf5Attributes.hpp"
 #include "datamodel/container/Hdf5Types.hpp"
 #include "datamodel/container/Hdf5Walk.hpp"
+#include "datamodel/container/StoredValue.hpp"
+#include "datamodel/container/ValueDatasets.hpp"
 
 namespace Fiber::Container {
 
@@ -16,10 +18,6 @@ using MemCore::Failure;
 using MemCore::Outcome;
 
 namespace {
-
-constexpr const char* kFieldsAttribute = "fields";
-constexpr const char* kSourceGroupsAttribute = "source_groups";
-constexpr const char* kChecksumAttribute = "crc32";
 
 /// Tables up to this size lie in the object's header, whose messages are limited to 64 KiB.
 constexpr std::size_t kLargestInHeader = 32768;
@@ -46,17 +44,6 @@ DatatypeHandle memberType(Column column, const ColumnPlace& place) {
   if (isSingle(column)) return DatatypeHandle(H5Tcopy(hdf5Type(*place.kind)));
   const hsize_t count = place.count;
   return DatatypeHandle(H5Tarray_create2(hdf5Type(*place.kind), 1, &count));
-}
-
-DatatypeHandle rowType(const FragmentTable& table) {
-  DatatypeHandle type(H5Tcreate(H5T_COMPOUND, table.rowBytes()));
-  for (std::size_t c = 0; c < kColumnCount; ++c) {
-    const ColumnPlace& place = table.layout()[c];
-    if (place.count == 0) continue;
-    const DatatypeHandle member = memberType(static_cast<Column>(c), place);
-    H5Tinsert(type.get(), std::string(place.name).c_str(), place.offset, member.get());
-  }
-  return type;
 }
 
 PropertyHandle tableCreation(std::size_t bytes) {
@@ -173,20 +160,31 @@ Outcome<FragmentTable> readRows(hid_t dataset, hid_t type, const TableLayout& la
 
 }  // namespace
 
+DatatypeHandle tableRowType(const FragmentTable& table) {
+  DatatypeHandle type(H5Tcreate(H5T_COMPOUND, table.rowBytes()));
+  for (std::size_t c = 0; c < kColumnCount; ++c) {
+    const ColumnPlace& place = table.layout()[c];
+    if (place.count == 0) continue;
+    const DatatypeHandle member = memberType(static_cast<Column>(c), place);
+    H5Tinsert(type.get(), std::string(place.name).c_str(), place.offset, member.get());
+  }
+  return type;
+}
+
 std::uint32_t checksumOf(const FragmentTable& table) {
   return libdeflate_crc32(0, table.bytes().data(), table.bytes().size());
 }
 
 Outcome<void> writeFragmentTable(hid_t group, const TableContents& contents) {
   const FragmentTable& table = contents.table;
-  const DatatypeHandle type = rowType(table);
+  const DatatypeHandle type = tableRowType(table);
   const hsize_t rows = table.rowCount();
   const DataspaceHandle space(H5Screate_simple(1, &rows, nullptr));
   const PropertyHandle creation = tableCreation(table.bytes().size());
-  auto dataset = ownHdf5<DatasetHandle>(
-      H5Dcreate2(group, std::string(kFragments).c_str(), type.get(), space.get(),
-                 linkCreation().get(), creation.get(), H5P_DEFAULT),
-      "fragments: cannot be made");
+  auto dataset =
+      ownHdf5<DatasetHandle>(H5Dcreate2(group, kFragments, type.get(), space.get(),
+                                        linkCreation().get(), creation.get(), H5P_DEFAULT),
+                             "fragments: cannot be made");
   if (!dataset.ok()) return dataset.failure();
   if (rows > 0) {
     auto written = checkHdf5(
@@ -200,7 +198,7 @@ Outcome<void> writeFragmentTable(hid_t group, const TableContents& contents) {
   auto summed = writeNumber(target, kChecksumAttribute, checksumOf(table));
   if (!summed.ok()) return summed;
   if (!contents.sourceGroups.empty()) {
-    auto listed = writeTexts(target, kSourceGroupsAttribute, contents.sourceGroups);
+    auto listed = writeTextsDataset(group, kSourceGroups, contents.sourceGroups);
     if (!listed.ok()) return listed;
   }
   return dataset->close("fragments: cannot be closed");
@@ -208,7 +206,7 @@ Outcome<void> writeFragmentTable(hid_t group, const TableContents& contents) {
 
 Outcome<TableContents> readFragmentTable(hid_t group, std::size_t wideFields,
                                          std::uint64_t fileBytes) {
-  const auto dataset = openDataset(group, std::string(kFragments));
+  const auto dataset = openDataset(group, kFragments);
   if (!dataset.ok()) return dataset.failure();
   if (auto own = requireOwnStorage(dataset->get()); !own.ok()) return own.failure();
   const DatatypeHandle type(H5Dget_type(dataset->get()));
@@ -226,9 +224,9 @@ Outcome<TableContents> readFragmentTable(hid_t group, std::size_t wideFields,
   auto table = readRows(dataset->get(), type.get(), *layout, fileBytes);
   if (!table.ok()) return table.failure();
   contents.table = std::move(table).value();
-  if (hasAttribute(dataset->get(), kSourceGroupsAttribute)) {
-    auto groups = readTexts(dataset->get(), kSourceGroupsAttribute, fileBytes);
-    if (!groups.ok()) return tableFailure(groups.error());
+  if (contents.table.has(Column::kFile)) {
+    auto groups = readTextsDataset(group, kSourceGroups, fileBytes);
+    if (!groups.ok()) return groups.failure();
     contents.sourceGroups = std::move(groups).value();
   }
   return contents;

@@ -24,6 +24,9 @@ struct TableContents {
 /// CRC-32 of all rows.
 std::uint32_t checksumOf(const FragmentTable& table);
 
+/// The compound type of a table's rows.
+DatatypeHandle tableRowType(const FragmentTable& table);
+
 /// Writes the table as the dataset "fragments" of a group. Errors: the library's.
 MemCore::Outcome<void> writeFragmentTable(hid_t group, const TableContents& contents);
 

@@ -5,197 +5,94 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 
-#include "datamodel/container/Hdf5Types.hpp"
+#include "datamodel/container/StoredValue.hpp"
 
 namespace Fiber::Container {
 
-using MemCore::Attributes;
 using MemCore::Chunk;
 using MemCore::ChunkBase;
 using MemCore::Failure;
-using MemCore::makeStrong;
 using MemCore::Outcome;
 using MemCore::StrongPtr;
 
 namespace {
 
-using Eagle::PhysicalSpace;
-using Vector3 = Eagle::FixedArray<double, 3>;
-
 Failure attributeFailure(const std::string& name, std::string_view what) {
   return Failure{fmt::format("attribute {}: {}", name, what)};
 }
 
-DatatypeHandle byteType() { return DatatypeHandle(H5Tcreate(H5T_OPAQUE, 1)); }
-
-DatatypeHandle vectorType() {
-  constexpr hsize_t kComponents = 3;
-  return DatatypeHandle(H5Tarray_create2(H5T_IEEE_F64LE, 1, &kComponents));
-}
-
-/// One element type that an attribute can have: its file type, and how to make its chunk.
-struct AttributeKind {
-  const std::type_info* type;
-  DatatypeHandle (*fileType)();
-  StrongPtr<ChunkBase> (*make)(std::size_t);
-};
-
-template <class T>
-StrongPtr<ChunkBase> makeChunk(std::size_t n) {
-  return makeStrong<Chunk<T>>(n);
-}
-
-template <ScalarKind kKind>
-DatatypeHandle numberType() {
-  return DatatypeHandle(H5Tcopy(hdf5Type(kKind)));
-}
-
-/// Texts are apart: a whole chunk of char is one string, whose length is part of its type.
-const std::array<AttributeKind, 13>& attributeKinds() {
-  static const std::array<AttributeKind, 13> kinds = {{
-      {&typeid(double), numberType<ScalarKind::Float64>, makeChunk<double>},
-      {&typeid(std::uint32_t), numberType<ScalarKind::UInt32>, makeChunk<std::uint32_t>},
-      {&typeid(PhysicalSpace::point), pointType, makeChunk<PhysicalSpace::point>},
-      {&typeid(std::uint64_t), numberType<ScalarKind::UInt64>, makeChunk<std::uint64_t>},
-      {&typeid(std::int32_t), numberType<ScalarKind::Int32>, makeChunk<std::int32_t>},
-      {&typeid(std::int64_t), numberType<ScalarKind::Int64>, makeChunk<std::int64_t>},
-      {&typeid(std::uint8_t), numberType<ScalarKind::UInt8>, makeChunk<std::uint8_t>},
-      {&typeid(std::int8_t), numberType<ScalarKind::Int8>, makeChunk<std::int8_t>},
-      {&typeid(std::uint16_t), numberType<ScalarKind::UInt16>, makeChunk<std::uint16_t>},
-      {&typeid(std::int16_t), numberType<ScalarKind::Int16>, makeChunk<std::int16_t>},
-      {&typeid(float), numberType<ScalarKind::Float32>, makeChunk<float>},
-      {&typeid(Vector3), vectorType, makeChunk<Vector3>},
-      {&typeid(std::byte), byteType, makeChunk<std::byte>},
-  }};
-  return kinds;
-}
-
-Outcome<void> writeValue(hid_t object, const std::string& name, hid_t type, hid_t space,
-                         const void* value) {
+/// Writes a value of a form; null when there is nothing but the form.
+Outcome<void> writeForm(hid_t object, const std::string& name, const ValueForm& form,
+                        const void* value) {
   auto attribute = ownHdf5<AttributeHandle>(
-      H5Acreate2(object, name.c_str(), type, space, H5P_DEFAULT, H5P_DEFAULT),
+      H5Acreate2(object, name.c_str(), form.type.get(), form.space.get(), H5P_DEFAULT, H5P_DEFAULT),
       fmt::format("attribute {}: cannot be made", name));
   if (!attribute.ok()) return attribute.failure();
   const std::string what = fmt::format("attribute {}: cannot be written", name);
   if (value != nullptr) {
-    if (auto written = checkHdf5(H5Awrite(attribute->get(), type, value), what); !written.ok()) {
-      return written;
-    }
+    const auto written = checkHdf5(H5Awrite(attribute->get(), form.type.get(), value), what);
+    if (!written.ok()) return written;
   }
   return attribute->close(what);
 }
 
-DataspaceHandle listSpace(std::size_t count) {
-  const hsize_t extent = count;
-  return DataspaceHandle(H5Screate_simple(1, &extent, nullptr));
-}
-
-/// An attribute as found in a file, its extent already judged.
 struct FoundAttribute {
   AttributeHandle attribute;
-  DatatypeHandle type;
-  std::size_t elementBytes = 0;
-  std::uint64_t count = 0;
+  ValueForm form;
 };
 
-Outcome<FoundAttribute> openAttribute(hid_t object, const std::string& name,
-                                      std::uint64_t byteLimit) {
+Outcome<FoundAttribute> openAttribute(hid_t object, const std::string& name) {
   auto attribute = ownHdf5<AttributeHandle>(H5Aopen(object, name.c_str(), H5P_DEFAULT),
                                             fmt::format("attribute {}: missing", name));
   if (!attribute.ok()) return attribute.failure();
   FoundAttribute found;
   found.attribute = std::move(attribute).value();
-  found.type = DatatypeHandle(H5Aget_type(found.attribute.get()));
-  const DataspaceHandle space(H5Aget_space(found.attribute.get()));
-  if (!found.type.ok() || !space.ok()) return attributeFailure(name, takeHdf5Error());
-  found.elementBytes = H5Tget_size(found.type.get());
-  const hssize_t count = H5Sget_simple_extent_npoints(space.get());
-  if (H5Sget_simple_extent_ndims(space.get()) > 1 || count < 0 || found.elementBytes == 0) {
-    return attributeFailure(name, "no list of values");
-  }
-  found.count = static_cast<std::uint64_t>(count);
-  if (found.count > byteLimit / found.elementBytes) {
-    return attributeFailure(name, fmt::format("claims {} values of {} bytes, more than the file",
-                                              found.count, found.elementBytes));
-  }
+  found.form = {DatatypeHandle(H5Aget_type(found.attribute.get())),
+                DataspaceHandle(H5Aget_space(found.attribute.get()))};
   return found;
 }
 
-bool isFixedText(hid_t type) {
-  return H5Tget_class(type) == H5T_STRING && H5Tis_variable_str(type) == 0;
-}
-
-/// The text of one string attribute; a null dataspace (count 0) is the empty text.
-Outcome<StrongPtr<ChunkBase>> readTextChunk(const FoundAttribute& found, const std::string& name) {
-  auto chunk = makeStrong<Chunk<char>>(found.count == 0 ? 0 : found.elementBytes);
-  if (found.count > 1) return attributeFailure(name, "a list of texts, expected one");
-  if (found.count == 1) {
-    const auto read = checkHdf5(H5Aread(found.attribute.get(), found.type.get(), chunk->data()),
-                                fmt::format("attribute {}: cannot be read", name));
-    if (!read.ok()) return read.failure();
-  }
-  return StrongPtr<ChunkBase>(chunk);
+Outcome<void> readInto(const FoundAttribute& found, const std::string& name, void* bytes) {
+  return checkHdf5(H5Aread(found.attribute.get(), found.form.type.get(), bytes),
+                   fmt::format("attribute {}: cannot be read", name));
 }
 
 }  // namespace
 
 Outcome<void> writeAttribute(hid_t object, const std::string& storedName, const ChunkBase& value) {
-  if (value.elementType() == typeid(char)) {
-    return writeText(object, storedName,
-                     {reinterpret_cast<const char*>(value.bytes()), value.size()});
-  }
-  const auto& kinds = attributeKinds();
-  const auto* kind = std::find_if(kinds.begin(), kinds.end(), [&](const AttributeKind& k) {
-    return *k.type == value.elementType();
-  });
-  if (kind == kinds.end()) {
-    return attributeFailure(storedName, fmt::format("cannot be stored, found element type \"{}\"",
-                                                    value.elementType().name()));
-  }
-  const DatatypeHandle type = kind->fileType();
-  const DataspaceHandle space = listSpace(value.size());
-  return writeValue(object, storedName, type.get(), space.get(),
-                    value.size() == 0 ? nullptr : value.bytes());
+  const auto form = formOf(value);
+  if (!form.ok()) return attributeFailure(storedName, form.error());
+  return writeForm(object, storedName, *form, value.size() == 0 ? nullptr : value.bytes());
+}
+
+Outcome<void> writeScalar(hid_t object, const std::string& storedName, const ChunkBase& value) {
+  auto form = formOf(value);
+  if (!form.ok()) return attributeFailure(storedName, form.error());
+  form->space = DataspaceHandle(H5Screate(H5S_SCALAR));
+  return writeForm(object, storedName, *form, value.bytes());
 }
 
 Outcome<void> writeText(hid_t object, const std::string& name, std::string_view text) {
-  const DatatypeHandle type = textType(text.size());
-  const DataspaceHandle space(H5Screate(text.empty() ? H5S_NULL : H5S_SCALAR));
-  return writeValue(object, name, type.get(), space.get(), text.empty() ? nullptr : text.data());
+  return writeAttribute(object, name, Chunk<char>(std::span<const char>(text)));
 }
 
 Outcome<void> writeTexts(hid_t object, const std::string& name,
                          const std::vector<std::string>& texts) {
-  std::size_t length = 1;
-  for (const std::string& text : texts) length = std::max(length, text.size());
-  std::string padded;
-  for (const std::string& text : texts) {
-    padded += text;
-    padded.append(length - text.size(), '\0');
-  }
-  const DatatypeHandle type = textType(length);
-  const DataspaceHandle space = listSpace(texts.size());
-  return writeValue(object, name, type.get(), space.get(), texts.empty() ? nullptr : padded.data());
+  const TextList list = textListOf(texts);
+  return writeForm(object, name, list.form, texts.empty() ? nullptr : list.padded.data());
 }
 
 Outcome<StrongPtr<ChunkBase>> readAttribute(hid_t object, const std::string& storedName,
                                             std::uint64_t byteLimit) {
-  const auto found = openAttribute(object, storedName, byteLimit);
+  const auto found = openAttribute(object, storedName);
   if (!found.ok()) return found.failure();
-  if (isFixedText(found->type.get())) return readTextChunk(*found, storedName);
-  for (const AttributeKind& kind : attributeKinds()) {
-    const DatatypeHandle type = kind.fileType();
-    if (H5Tequal(found->type.get(), type.get()) <= 0) continue;
-    const auto chunk = kind.make(static_cast<std::size_t>(found->count));
-    if (found->count == 0) return chunk;
-    const auto read = checkHdf5(H5Aread(found->attribute.get(), type.get(), chunk->bytes()),
-                                fmt::format("attribute {}: cannot be read", storedName));
-    if (!read.ok()) return read.failure();
-    return chunk;
-  }
-  return attributeFailure(storedName, "of a type that bundle files do not use");
+  auto chunk = chunkFor(found->form, byteLimit);
+  if (!chunk.ok()) return attributeFailure(storedName, chunk.error());
+  if ((*chunk)->size() == 0) return chunk;
+  const auto read = readInto(*found, storedName, (*chunk)->bytes());
+  if (!read.ok()) return read.failure();
+  return chunk;
 }
 
 Outcome<std::vector<std::string>> attributeNames(hid_t object) {
@@ -210,7 +107,9 @@ Outcome<std::vector<std::string>> attributeNames(hid_t object) {
     static_cast<std::vector<std::string>*>(data)->emplace_back(name);
     return 0;
   };
-  const herr_t walked = H5Aiterate2(object, H5_INDEX_NAME, H5_ITER_INC, nullptr, collect, &names);
+  // In the order of storage, for the reason given in Hdf5Walk.
+  const herr_t walked =
+      H5Aiterate2(object, H5_INDEX_NAME, H5_ITER_NATIVE, nullptr, collect, &names);
   if (auto done = checkHdf5(walked, "attributes"); !done.ok()) return done.failure();
   std::sort(names.begin(), names.end());
   return names;
@@ -248,21 +147,15 @@ Outcome<std::string> readText(hid_t object, const std::string& name, std::uint64
 
 Outcome<std::vector<std::string>> readTexts(hid_t object, const std::string& name,
                                             std::uint64_t byteLimit) {
-  const auto found = openAttribute(object, name, byteLimit);
+  const auto found = openAttribute(object, name);
   if (!found.ok()) return found.failure();
-  if (!isFixedText(found->type.get())) return attributeFailure(name, "no list of texts");
-  std::string padded(static_cast<std::size_t>(found->count) * found->elementBytes, '\0');
-  if (found->count != 0) {
-    const auto read = checkHdf5(H5Aread(found->attribute.get(), found->type.get(), padded.data()),
-                                fmt::format("attribute {}: cannot be read", name));
+  auto padded = roomForTexts(found->form, byteLimit);
+  if (!padded.ok()) return attributeFailure(name, padded.error());
+  if (!padded->empty()) {
+    const auto read = readInto(*found, name, padded->data());
     if (!read.ok()) return read.failure();
   }
-  std::vector<std::string> texts;
-  for (std::size_t start = 0; start < padded.size(); start += found->elementBytes) {
-    const std::string text = padded.substr(start, found->elementBytes);
-    texts.push_back(text.substr(0, text.find('\0')));
-  }
-  return texts;
+  return textsOf(*padded, found->form);
 }
 
 }  // namespace Fiber::Container

@@ -1,31 +1,33 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Attributes of groups and datasets: the data model's typed chunks with exact type and value, and
-// the few numbers and texts that the bundle format itself keeps. Numbers are one-dimensional
-// arrays, points compounds {x, y, z}, vectors arrays of three, texts fixed-length strings, raw
-// bytes opaque. Everything here requires Hdf5Lock to be held.
+// Attributes of groups and datasets: typed chunks of the data model, and the few numbers and texts
+// that the bundle format itself keeps. Only small values: the library keeps large ones outside its
+// checksummed blocks, and reads whatever a damaged one claims to be (see ValueDatasets).
+// Everything here requires Hdf5Lock to be held.
 
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "datamodel/container/Hdf5Handle.hpp"
-#include "datamodel/memcore/Attributes.hpp"
+#include "datamodel/memcore/Chunk.hpp"
 
 namespace Fiber::Container {
 
 /// Writes one value. Errors: "attribute <name>: ..." when its element type is none that files can
-/// hold (numbers, point, vector3, char, std::byte) or the library refuses.
+/// hold or the library refuses.
 MemCore::Outcome<void> writeAttribute(hid_t object, const std::string& storedName,
                                       const MemCore::ChunkBase& value);
+/// Writes the one element of a chunk as a scalar. Errors: as writeAttribute.
+MemCore::Outcome<void> writeScalar(hid_t object, const std::string& storedName,
+                                   const MemCore::ChunkBase& value);
 
-/// Reads one value of any of those types. Errors: "attribute <name>: ..." when it is missing, of
-/// another type, or claims more than `byteLimit` bytes.
+/// Reads one value. Errors: "attribute <name>: ..." when it is missing, of a form that bundle
+/// files do not use, or claims more than `byteLimit` bytes.
 MemCore::Outcome<MemCore::StrongPtr<MemCore::ChunkBase>> readAttribute(
     hid_t object, const std::string& storedName, std::uint64_t byteLimit);
 
@@ -34,7 +36,7 @@ MemCore::Outcome<std::vector<std::string>> attributeNames(hid_t object);
 
 bool hasAttribute(hid_t object, const std::string& storedName);
 
-/// Writes numbers, or a text, of the format itself.
+/// Writes numbers, one number (as a scalar), a text, or a list of texts of the format itself.
 template <class T>
 MemCore::Outcome<void> writeNumbers(hid_t object, const std::string& name,
                                     std::span<const T> numbers) {
@@ -42,10 +44,9 @@ MemCore::Outcome<void> writeNumbers(hid_t object, const std::string& name,
 }
 template <class T>
 MemCore::Outcome<void> writeNumber(hid_t object, const std::string& name, T number) {
-  return writeNumbers<T>(object, name, std::span<const T>(&number, 1));
+  return writeScalar(object, name, MemCore::Chunk<T>{number});
 }
 MemCore::Outcome<void> writeText(hid_t object, const std::string& name, std::string_view text);
-/// Writes a list of texts, as an array of strings of one length.
 MemCore::Outcome<void> writeTexts(hid_t object, const std::string& name,
                                   const std::vector<std::string>& texts);
 

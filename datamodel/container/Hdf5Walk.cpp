@@ -36,7 +36,9 @@ Outcome<std::vector<std::string>> childNames(hid_t group) {
     }
     return 0;
   };
-  const herr_t walked = H5Literate(group, H5_INDEX_NAME, H5_ITER_INC, nullptr, collect, &names);
+  // In the order of storage: for any other the library first makes a table, and frees half of it
+  // uninitialised when it meets damage.
+  const herr_t walked = H5Literate(group, H5_INDEX_NAME, H5_ITER_NATIVE, nullptr, collect, &names);
   if (auto done = checkHdf5(walked, "group: cannot be listed"); !done.ok()) return done.failure();
   std::sort(names.begin(), names.end());
   return names;
@@ -55,12 +57,21 @@ Outcome<DatasetHandle> openDataset(hid_t parent, const std::string& name) {
 }
 
 Outcome<GroupHandle> openGroupPath(hid_t parent, const std::string& path) {
-  auto group = ownHdf5<GroupHandle>(H5Gopen2(parent, "/", H5P_DEFAULT), "root group");
+  auto group = findGroupPath(parent, path);
+  if (!group.ok() || group->ok()) return group;
+  return Failure{fmt::format("{}: missing", path)};
+}
+
+Outcome<GroupHandle> findGroupPath(hid_t parent, const std::string& path) {
+  auto group = ownHdf5<GroupHandle>(H5Gopen2(parent, ".", H5P_DEFAULT), "group");
   std::size_t start = 0;
-  while (group.ok() && start < path.size()) {
+  while (group.ok() && group->ok() && start < path.size()) {
     const std::size_t slash = std::min(path.find('/', start), path.size());
-    if (slash > start) group = openGroup(group->get(), path.substr(start, slash - start));
+    const std::string name = path.substr(start, slash - start);
     start = slash + 1;
+    if (name.empty() || name == ".") continue;
+    if (H5Lexists(group->get(), name.c_str(), H5P_DEFAULT) == 0) return GroupHandle();
+    group = openGroup(group->get(), name);
   }
   return group;
 }

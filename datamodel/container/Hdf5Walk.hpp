@@ -21,7 +21,10 @@ MemCore::Outcome<std::vector<std::string>> childNames(hid_t group);
 MemCore::Outcome<GroupHandle> openGroup(hid_t parent, const std::string& name);
 MemCore::Outcome<DatasetHandle> openDataset(hid_t parent, const std::string& name);
 
-/// A group by a path of names with '/' between them, from the root or `parent` on.
+/// As openGroupPath, but empty when a group on the way does not exist.
+MemCore::Outcome<GroupHandle> findGroupPath(hid_t parent, const std::string& path);
+
+/// A group by a path of names with '/' between them, from `parent` on.
 MemCore::Outcome<GroupHandle> openGroupPath(hid_t parent, const std::string& path);
 
 }  // namespace Fiber::Container

@@ -19,10 +19,6 @@ using MemCore::StrongPtr;
 
 namespace {
 
-/// Fragments are taken until their arrays make up this much. It must not depend on the machine:
-/// the order of chunks in the file follows from it.
-constexpr std::uint64_t kBatchBytes = std::uint64_t{256} << 20U;
-
 std::uint32_t crc32(std::span<const std::byte> bytes) {
   return libdeflate_crc32(0, bytes.data(), bytes.size());
 }
@@ -85,9 +81,11 @@ Outcome<StrongPtr<MemBase>> arrayOf(const PlannedField& field, const PlannedPart
 
 }  // namespace
 
-RepresentationEncoder::RepresentationEncoder(PlannedRepresentation& plan, StorageKind kind)
+RepresentationEncoder::RepresentationEncoder(PlannedRepresentation& plan, StorageKind kind,
+                                             std::uint64_t batchBytes)
     : plan_(plan),
       kind_(kind),
+      batchBytes_(batchBytes),
       encoders_(plan.fields.size()),
       threadEncoders_(static_cast<std::size_t>(omp_get_max_threads())),
       grids_(plan.rows.size()),
@@ -116,7 +114,7 @@ ChunkEncoder& RepresentationEncoder::threadEncoder(int thread) {
 
 RepresentationEncoder::Batch RepresentationEncoder::takeRows() {
   Batch batch;
-  while (!isFinished() && (batch.rows.empty() || batch.bytes < kBatchBytes)) {
+  while (!isFinished() && (batch.rows.empty() || batch.bytes < batchBytes_)) {
     const PlannedRow& row = plan_.rows[ownRows_[nextRow_]];
     batch.bytes += bytesOfRow(plan_, row);
     batch.endRow = row.start + row.pointCount;
@@ -233,11 +231,11 @@ std::uint64_t RepresentationEncoder::endOf(std::size_t f, const Batch& batch) co
 Outcome<void> RepresentationEncoder::encodeComplete(const Batch& batch, EncodedBatch& encoded) {
   for (std::size_t f = 0; f < encoders_.size(); ++f) {
     if (!encoders_[f] || encoders_[f]->encoding() == Encoding::kPiece) continue;
-    const auto complete = encoders_[f]->takeComplete(endOf(f, batch));
-    if (!complete.empty() && complete.front().row == 0) {
-      auto settled = encoders_[f]->settleFilter(complete, threadEncoder(0));
-      if (!settled.ok()) return settled;
+    if (batch.rows.front() == ownRows_.front()) {
+      if (auto settled = encoders_[f]->settleFilter(threadEncoder(0)); !settled.ok())
+        return settled;
     }
+    const auto complete = encoders_[f]->takeComplete(endOf(f, batch));
     for (const ChunkRange& range : complete) encoded.chunks.push_back({f, range, {}, 0});
   }
   return encodeChunks(batch, encoded);

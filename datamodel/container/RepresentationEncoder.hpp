@@ -39,10 +39,15 @@ struct EncodedBatch {
   std::vector<BatchRows> rows;
 };
 
+/// Fragments are taken until their arrays make up this much. The order of chunks in the file
+/// follows from it, so it must not depend on the machine.
+inline constexpr std::uint64_t kUsualBatchBytes = std::uint64_t{256} << 20U;
+
 class RepresentationEncoder {
  public:
   /// The plan stays with the caller; fields whose points lie on no grid are marked in it.
-  RepresentationEncoder(PlannedRepresentation& plan, StorageKind kind);
+  RepresentationEncoder(PlannedRepresentation& plan, StorageKind kind,
+                        std::uint64_t batchBytes = kUsualBatchBytes);
 
   bool isFinished() const { return nextRow_ == ownRows_.size(); }
   /// Fragments of this file handled so far, and in all.
@@ -92,6 +97,7 @@ class RepresentationEncoder {
 
   PlannedRepresentation& plan_;
   StorageKind kind_;
+  std::uint64_t batchBytes_;
   std::vector<std::size_t> ownRows_;  ///< places in the plan of the fragments of this file
   std::size_t nextRow_ = 0;           ///< place in ownRows_
   std::optional<std::size_t> positions_;

@@ -155,7 +155,8 @@ Outcome<void> RepresentationWriter::finishField(std::size_t f) {
   if (encoder != nullptr && encoder->encoding() == Encoding::kGridColumns) {
     grid = sharedGrid(plan_, encoder_);
   }
-  auto done = writeFieldAttributes(targets_[f].dataset.get(), stored, kind, grid);
+  auto done = writeFieldAttributes(
+      {targets_[f].dataset.get(), group_.get(), plan_.fields[f].dataset}, stored, kind, grid);
   if (!done.ok()) return done;
   return targets_[f].dataset.close("its dataset cannot be closed");
 }

@@ -12,9 +12,9 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <vector>
 
+#include "tests/datamodel/container/FileTexts.hpp"
 #include "tests/support/TempDir.hpp"
 
 namespace Fiber::Container {
@@ -22,19 +22,8 @@ namespace {
 
 using LidarLib::TestSupport::TempDir;
 
-/// How many entries a folder holds.
-std::ptrdiff_t entryCount(const TempDir& folder) {
-  return std::distance(std::filesystem::directory_iterator(folder.path()), {});
-}
-
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
-
-std::string contentsOf(const std::string& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
 
 MemCore::Outcome<void> put(const AtomicFile& file, std::string_view text) {
   return writeAt(file.descriptor(), 0, std::as_bytes(std::span(text)), file.targetPath());
@@ -71,7 +60,7 @@ TEST(AtomicFile, AppearsUnderItsNameOnlyWhenCommitted) {
     EXPECT_EQ(contentsOf(target), "left over");
     ASSERT_TRUE(file->commit(durability).ok());
     EXPECT_EQ(contentsOf(target), "new");
-    EXPECT_EQ(entryCount(folder), 1);
+    EXPECT_EQ(entryCount(folder.path()), 1);
   }
   EXPECT_TRUE(syncFolder(folder / "tile.f5").ok());
   EXPECT_TRUE(syncFolder(folder.path().string()).ok());
@@ -82,11 +71,11 @@ TEST(AtomicFile, DestroyedWithoutCommitLeavesNothing) {
   {
     auto file = AtomicFile::make(folder / "tile.f5");
     ASSERT_TRUE(file.ok());
-    EXPECT_EQ(entryCount(folder), 1);
+    EXPECT_EQ(entryCount(folder.path()), 1);
     const AtomicFile moved = std::move(*file);
-    EXPECT_EQ(entryCount(folder), 1);
+    EXPECT_EQ(entryCount(folder.path()), 1);
   }
-  EXPECT_EQ(entryCount(folder), 0);
+  EXPECT_EQ(entryCount(folder.path()), 0);
 }
 
 TEST(AtomicFile, TwoOfOneTargetDoNotMeet) {
@@ -106,7 +95,7 @@ TEST(AtomicFile, ImpossibleTargetsAreTexts) {
   auto file = AtomicFile::make(folder / "taken");
   ASSERT_TRUE(file.ok());
   EXPECT_THAT(file->commit().error(), HasSubstr("taken: cannot take its name"));
-  EXPECT_EQ(entryCount(folder), 1);
+  EXPECT_EQ(entryCount(folder.path()), 1);
 }
 
 TEST(AtomicFile, UnwritableFolderIsAText) {
@@ -138,7 +127,7 @@ TEST(AtomicFile, FullDiskIsATextAndLeavesNothing) {
     return !written.ok() && written.error().find("cannot write") != std::string::npos ? 0 : 1;
   });
   EXPECT_EQ(code, 0);
-  EXPECT_EQ(entryCount(folder), 0);
+  EXPECT_EQ(entryCount(folder.path()), 0);
 }
 
 TEST(AtomicFile, KilledWriterLeavesOnlyATemporaryWhichIsRemoved) {
@@ -151,11 +140,11 @@ TEST(AtomicFile, KilledWriterLeavesOnlyATemporaryWhichIsRemoved) {
             }),
             0);
   EXPECT_FALSE(std::filesystem::exists(target));
-  EXPECT_EQ(entryCount(folder), 1);
+  EXPECT_EQ(entryCount(folder.path()), 1);
   const auto removed = removeStaleTemporaries(folder.path().string());
   ASSERT_TRUE(removed.ok());
   EXPECT_EQ(*removed, 1);
-  EXPECT_EQ(entryCount(folder), 0);
+  EXPECT_EQ(entryCount(folder.path()), 0);
 }
 
 TEST(AtomicFile, LivingWritersKeepTheirTemporaries) {
@@ -164,7 +153,7 @@ TEST(AtomicFile, LivingWritersKeepTheirTemporaries) {
   ASSERT_TRUE(own.ok());
   makeFile(folder / ("parent.tmp." + std::to_string(::getppid()) + ".0"));
   EXPECT_EQ(*removeStaleTemporaries(folder.path().string()), 0);
-  EXPECT_EQ(entryCount(folder), 2);
+  EXPECT_EQ(entryCount(folder.path()), 2);
 }
 
 TEST(AtomicFile, LockedTemporaryOfAnotherMachineStays) {
@@ -199,7 +188,7 @@ TEST(AtomicFile, OtherNamesAreLeftAlone) {
   makeFile(folder / (".tmp." + dead + ".1"));
   std::filesystem::create_directory(folder / ("dir.tmp." + dead + ".1"));
   EXPECT_EQ(*removeStaleTemporaries(folder.path().string()), 0);
-  EXPECT_EQ(entryCount(folder), 9);
+  EXPECT_EQ(entryCount(folder.path()), 9);
   EXPECT_THAT(removeStaleTemporaries(folder / "none").error(), HasSubstr("cannot read the folder"));
 }
 

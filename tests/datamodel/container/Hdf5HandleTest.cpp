@@ -12,17 +12,13 @@
 #include <vector>
 
 #include "datamodel/container/ChunkCodec.hpp"
+#include "tests/datamodel/container/FileTexts.hpp"
 #include "tests/support/TempDir.hpp"
 
 namespace Fiber::Container {
 namespace {
 
 using LidarLib::TestSupport::TempDir;
-
-/// How many entries a folder holds.
-std::ptrdiff_t entryCount(const TempDir& folder) {
-  return std::distance(std::filesystem::directory_iterator(folder.path()), {});
-}
 
 using ::testing::AllOf;
 using ::testing::HasSubstr;
@@ -132,7 +128,7 @@ TEST(Hdf5Handle, ThreadsTakeTurns) {
     });
   }
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(entryCount(folder), 80);
+  EXPECT_EQ(entryCount(folder.path()), 80);
 }
 
 }  // namespace

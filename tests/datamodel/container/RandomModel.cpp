@@ -78,7 +78,7 @@ class Builder {
       case 2:
         return anyChunk<std::int8_t>(n);
       case 3:
-        return anyChunk<std::uint8_t>(n * 1000);
+        return anyChunk<std::uint8_t>(oneIn(4) ? 100000 : n * 1000);
       case 4:
         return anyChunk<std::int16_t>(n);
       case 5:

@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Coordinates stored as integers where that is exact, and as doubles where it is not.
+
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+
+#include "datamodel/container/Hdf5Handle.hpp"
+#include "tests/datamodel/container/BundleSteps.hpp"
+#include "tests/datamodel/container/FileTexts.hpp"
+#include "tests/datamodel/container/ModelCompare.hpp"
+#include "tests/support/CloudBuilder.hpp"
+#include "tests/support/TempDir.hpp"
+
+namespace Fiber::Container {
+namespace {
+
+using LidarLib::TestSupport::CloudBuilder;
+using LidarLib::TestSupport::Point;
+using LidarLib::TestSupport::TempDir;
+using MemCore::Chunk;
+using MemCore::makeStrong;
+
+constexpr const char* kPath = "/0/points/skeleton_3_0/StandardCartesianChart3D/Positions";
+
+std::vector<Point> gridPoints(std::size_t count, double scale, double offset, std::uint64_t seed) {
+  std::mt19937_64 random(seed);
+  const auto value = [&] {
+    const volatile double product = static_cast<double>(random() % 1000000) * scale;
+    return product + offset;
+  };
+  std::vector<Point> points(count);
+  for (Point& p : points) p = {value(), value(), value()};
+  return points;
+}
+
+/// The class of the dataset's numbers in the file.
+H5T_class_t storedClass(const std::string& file) {
+  const Hdf5Lock lock;
+  const FileHandle opened(H5Fopen(file.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT));
+  const DatasetHandle dataset(H5Dopen2(opened.get(), kPath, H5P_DEFAULT));
+  const DatatypeHandle type(H5Dget_type(dataset.get()));
+  return H5Tget_class(type.get());
+}
+
+bool hasScale(const std::string& file) {
+  const Hdf5Lock lock;
+  const FileHandle opened(H5Fopen(file.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT));
+  return H5Aexists_by_name(opened.get(), kPath, "scale_factor", H5P_DEFAULT) > 0;
+}
+
+void expectRoundTrip(const BundlePtr& bundle, const std::string& file) {
+  const BundlePtr back = loadBundle(file);
+  ASSERT_TRUE(bool(back));
+  EXPECT_EQ(differenceOf(*bundle, *back), "");
+}
+
+TEST(GridStorage, PointsOnAGridAreStoredAsIntegers) {
+  const TempDir folder;
+  CloudBuilder cloud;
+  cloud.fragment(gridPoints(150000, 0.01, 202500, 1)).fragment(gridPoints(10, 0.01, 202500, 2));
+  saveTo(folder / "a.f5", cloud.bundle());
+  EXPECT_EQ(storedClass(folder / "a.f5"), H5T_INTEGER);
+  EXPECT_TRUE(hasScale(folder / "a.f5"));
+  expectRoundTrip(cloud.bundle(), folder / "a.f5");
+}
+
+TEST(GridStorage, HintOfTheFieldIsUsed) {
+  const TempDir folder;
+  // A scale that no search among powers of ten would find.
+  CloudBuilder cloud;
+  cloud.fragment(gridPoints(1000, 1.16451e-06, 1692500.352, 3));
+  saveTo(folder / "without.f5", cloud.bundle());
+  EXPECT_EQ(storedClass(folder / "without.f5"), H5T_FLOAT);
+  const std::vector<double> scale(3, 1.16451e-06);
+  const std::vector<double> offset(3, 1692500.352);
+  cloud.positions()->properties().setAttribute(
+      "GridScale", makeStrong<Chunk<double>>(std::span<const double>(scale)));
+  cloud.positions()->properties().setAttribute(
+      "GridOffset", makeStrong<Chunk<double>>(std::span<const double>(offset)));
+  saveTo(folder / "with.f5", cloud.bundle());
+  EXPECT_EQ(storedClass(folder / "with.f5"), H5T_INTEGER);
+  expectRoundTrip(cloud.bundle(), folder / "with.f5");
+}
+
+TEST(GridStorage, OnePointOffTheGridMakesAllDoubles) {
+  const TempDir folder;
+  for (const double odd : {std::sqrt(2.0), std::numeric_limits<double>::quiet_NaN(), 1e300}) {
+    auto points = gridPoints(5000, 0.01, 0, 4);
+    points[4321].y = odd;
+    CloudBuilder cloud;
+    cloud.fragment(gridPoints(100, 0.01, 0, 5)).fragment(points);
+    saveTo(folder / "a.f5", cloud.bundle());
+    EXPECT_EQ(storedClass(folder / "a.f5"), H5T_FLOAT);
+    EXPECT_FALSE(hasScale(folder / "a.f5"));
+    expectRoundTrip(cloud.bundle(), folder / "a.f5");
+  }
+}
+
+TEST(GridStorage, FragmentsOnDifferentGridsKeepTheirOwn) {
+  const TempDir folder;
+  CloudBuilder cloud;
+  cloud.fragment(gridPoints(70000, 0.01, 202500, 6)).fragment(gridPoints(70000, 0.001, 0, 7));
+  saveTo(folder / "a.f5", cloud.bundle());
+  EXPECT_EQ(storedClass(folder / "a.f5"), H5T_INTEGER);
+  EXPECT_FALSE(hasScale(folder / "a.f5"));
+  expectRoundTrip(cloud.bundle(), folder / "a.f5");
+}
+
+TEST(GridStorage, OtherKindsStoreDoubles) {
+  const TempDir folder;
+  CloudBuilder cloud;
+  cloud.fragment(gridPoints(1000, 0.01, 0, 8));
+  for (const StorageKind kind : {StorageKind::Deflate, StorageKind::Raw}) {
+    saveTo(folder / "a.f5", cloud.bundle(), kind);
+    EXPECT_EQ(storedClass(folder / "a.f5"), H5T_FLOAT);
+    expectRoundTrip(cloud.bundle(), folder / "a.f5");
+  }
+}
+
+TEST(GridStorage, LaterBatchOffTheGridBeginsAgainWithDoubles) {
+  const TempDir folder;
+  CloudBuilder cloud;
+  for (std::uint64_t k = 0; k < 6; ++k) {
+    auto points = gridPoints(30000, 0.01, 100, 20 + k);
+    if (k == 4) points[77].x = std::sqrt(3.0);
+    std::vector<unsigned short> intensity(points.size());
+    for (std::size_t i = 0; i < points.size(); ++i) {
+      intensity[i] = static_cast<unsigned short>(i * (k + 1));
+    }
+    cloud.fragment(points).field("Intensity", intensity);
+  }
+  EXPECT_EQ(writeInBatches(cloud.bundle(), folder / "a.f5", StorageKind::Grid, 1), 2);
+  EXPECT_EQ(storedClass(folder / "a.f5"), H5T_FLOAT);
+  expectRoundTrip(cloud.bundle(), folder / "a.f5");
+  EXPECT_EQ(entryCount(folder.path()), 1);
+}
+
+TEST(GridStorage, BatchesOfAnySizeGiveTheSameBundle) {
+  const TempDir folder;
+  CloudBuilder cloud;
+  for (std::uint64_t k = 0; k < 9; ++k) {
+    const std::size_t count = k % 3 == 1 ? 0 : 20000 + 7 * k;
+    std::vector<unsigned short> samples(5 * count, static_cast<unsigned short>(k));
+    cloud.fragment(gridPoints(count, 0.01, 100, 40 + k)).waveforms("Waveforms", 5, samples);
+  }
+  for (const std::uint64_t batchBytes : {1U, 700000U, 100000000U}) {
+    EXPECT_EQ(writeInBatches(cloud.bundle(), folder / "a.f5", StorageKind::Grid, batchBytes), 1);
+    expectRoundTrip(cloud.bundle(), folder / "a.f5");
+  }
+}
+
+}  // namespace
+}  // namespace Fiber::Container
