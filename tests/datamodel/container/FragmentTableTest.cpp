@@ -1,0 +1,108 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "datamodel/container/FragmentTable.hpp"
+
+#include <gmock/gmock.h>
+
+#include <random>
+
+#include "datamodel/container/FragmentTableStorage.hpp"
+#include "tests/support/TempDir.hpp"
+
+namespace Fiber::Container {
+namespace {
+
+using LidarLib::TestSupport::TempDir;
+using ::testing::HasSubstr;
+
+TableShape fullShape() { return {3, 1, 8, 20, true, true, true, true, true}; }
+
+/// A table whose bytes are all different from zero, texts included.
+FragmentTable filledTable(const TableShape& shape, std::size_t rows) {
+  FragmentTable table(shape, rows);
+  std::mt19937_64 random(7);
+  for (std::byte& b : table.bytes()) b = static_cast<std::byte>('A' + random() % 26);
+  return table;
+}
+
+FileHandle newFile(const std::string& path) {
+  return FileHandle(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT));
+}
+
+TEST(FragmentTable, ColumnsDoNotOverlap) {
+  const TableLayout layout = tableLayout(fullShape());
+  std::size_t end = 0;
+  for (const ColumnPlace& place : layout) {
+    EXPECT_GT(place.count, 0U) << place.name;
+    EXPECT_EQ(place.offset, end) << place.name;
+    end += place.count * entryBytes(place);
+  }
+  EXPECT_EQ(packedRowBytes(layout), end);
+}
+
+TEST(FragmentTable, ColumnsThatNobodyNeedsTakeNoRoom) {
+  const FragmentTable table(TableShape{}, 2);
+  EXPECT_FALSE(table.has(Column::kFile));
+  EXPECT_FALSE(table.has(Column::kFieldMin));
+  EXPECT_TRUE(table.has(Column::kPointCount));
+  EXPECT_EQ(table.rowBytes(), 1U + 4 + 8 + 8 + 24 + 24);
+  EXPECT_EQ(table.text(1, Column::kFile), "");
+  EXPECT_FALSE(table.isLinked(0));
+}
+
+TEST(FragmentTable, EntriesAreKeptApart) {
+  FragmentTable table(fullShape(), 3);
+  table.set<double>(1, Column::kBoxMax, 2.5, 2);
+  table.set<std::uint64_t>(1, Column::kRowShape, 77, 1);
+  table.set<std::uint8_t>(2, Column::kPresent, 1, 0);
+  table.setText(1, Column::kFile, "tiles/a.f5");
+  table.setText(1, Column::kName, "[0x1x2]8");
+  EXPECT_EQ(table.get<double>(1, Column::kBoxMax, 2), 2.5);
+  EXPECT_EQ(table.get<double>(1, Column::kBoxMax, 1), 0.0);
+  EXPECT_EQ(table.get<std::uint64_t>(1, Column::kRowShape, 1), 77U);
+  EXPECT_EQ(table.get<std::uint8_t>(1, Column::kPresent, 0), 0);
+  EXPECT_EQ(table.text(1, Column::kFile), "tiles/a.f5");
+  EXPECT_EQ(table.text(1, Column::kName), "[0x1x2]8");
+  EXPECT_TRUE(table.isLinked(1));
+  EXPECT_FALSE(table.isLinked(2));
+}
+
+TEST(FragmentTable, ReturnsFromTheFile) {
+  const TempDir folder;
+  const Hdf5Lock lock;
+  const FileHandle file = newFile(folder / "t.h5");
+  // A small one lies in the object's header, a large one outside.
+  for (const std::size_t rows : {0U, 1U, 3U, 5000U}) {
+    const TableContents written{filledTable(fullShape(), rows), {"a", "Bb", "c%2Fd"}, {"/0/x"}};
+    ASSERT_TRUE(writeFragmentTable(file.get(), written).ok());
+    const auto read = readFragmentTable(file.get(), 1, 100000000);
+    ASSERT_TRUE(read.ok()) << read.error();
+    EXPECT_EQ(read->table.bytes(), written.table.bytes());
+    EXPECT_EQ(read->table.rowCount(), rows);
+    EXPECT_EQ(read->fieldNames, written.fieldNames);
+    EXPECT_EQ(read->sourceGroups, written.sourceGroups);
+    H5Ldelete(file.get(), "fragments", H5P_DEFAULT);
+    H5Ldelete(file.get(), "source_groups", H5P_DEFAULT);
+  }
+}
+
+TEST(FragmentTable, WrongNumberOfEntriesIsNamed) {
+  const TempDir folder;
+  const Hdf5Lock lock;
+  const FileHandle file = newFile(folder / "t.h5");
+  const TableContents written{
+      filledTable({2, 0, 8, 0, false, false, false, false, false}, 1), {"a", "b", "c"}, {}};
+  ASSERT_TRUE(writeFragmentTable(file.get(), written).ok());
+  EXPECT_THAT(readFragmentTable(file.get(), 0, 100000).error(),
+              HasSubstr("column present has the wrong number of entries, found 2, expected 3"));
+}
+
+TEST(FragmentTable, MissingTableIsAText) {
+  const TempDir folder;
+  const Hdf5Lock lock;
+  const FileHandle file = newFile(folder / "t.h5");
+  EXPECT_THAT(readFragmentTable(file.get(), 0, 100000).error(), HasSubstr("fragments: missing"));
+}
+
+}  // namespace
+}  // namespace Fiber::Container
