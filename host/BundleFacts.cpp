@@ -3,13 +3,16 @@
 #include "host/BundleFacts.hpp"
 
 #include <algorithm>
+#include <filesystem>
 
+#include "datamodel/container/StoredCreator.hpp"
 #include "planning/TilingAttributes.hpp"
 
 namespace Host {
 
 using Fiber::DataCreationMode;
 using MemCore::StrongPtr;
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -76,6 +79,15 @@ FieldFacts fieldFacts(const std::string& name, const Fiber::Field& field, bool c
   return facts;
 }
 
+/// The file that a linked fragment's data are in, told from the folder of the bundle; empty for
+/// data in the bundle itself or in no bundle.
+std::string linkedFile(const Fiber::CreatorHandle& creator, const fs::path& bundle) {
+  const auto stored = MemCore::handleCast<Fiber::Container::StoredCreator>(creator);
+  if (!stored || bundle.empty()) return {};
+  const fs::path file = fs::absolute(stored->place().source->file.path).lexically_normal();
+  return file == bundle ? std::string() : file.lexically_relative(bundle.parent_path()).string();
+}
+
 std::vector<FragmentFacts> fragmentFacts(const Fiber::Field& positions,
                                          const FactOptions& options) {
   const auto mode =
@@ -89,6 +101,7 @@ std::vector<FragmentFacts> fragmentFacts(const Fiber::Field& positions,
     facts.index = Fiber::parseTileIndex(id->name());
     facts.pointCount = Fiber::pointCountOf(*creator);
     Fiber::ExpandBBox(facts.box, *creator, mode);
+    facts.file = linkedFile(creator, options.file);
     fragments.push_back(std::move(facts));
   }
   return fragments;

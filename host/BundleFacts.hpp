@@ -27,7 +27,7 @@ struct FragmentFacts {
   std::optional<Fiber::MultiIndex<3>> index;  ///< of a tile
   std::uint64_t pointCount = 0;
   MemCore::StrongPtr<Eagle::BoundingBox> box;  ///< empty when not known
-  std::string file;  ///< where the data are, relative to the bundle's folder; empty: in it
+  std::string file;  ///< another file that has the data, from the bundle's folder; empty: none
 };
 
 /// The attributes that a split leaves on a grid; absent where there are none.
@@ -50,7 +50,7 @@ struct GridFacts {
 /// How far to go for an answer.
 struct FactOptions {
   bool computeRanges = false;  ///< read the data of fields and boxes that are not known
-  std::string folder;          ///< that files are told relative to; empty: as they are
+  std::string file;            ///< absolute path of the bundle, which linked files are told from
 };
 
 /// Facts of all grids in ascending order of time and name.

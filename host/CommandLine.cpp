@@ -118,6 +118,11 @@ std::string oneLine(std::string text) {
 std::string complaintText(const Parser& parser, const CLI::ParseError& error) {
   const auto commands = parser.root.get_subcommands();
   const std::string command = commands.empty() ? "" : " " + commands.front()->get_name();
+  const auto extras = commands.empty() ? parser.root.remaining() : std::vector<std::string>();
+  if (!extras.empty() && !extras.front().starts_with('-')) {
+    return fmt::format("{}: unknown command, expected info, split, show, import or synth",
+                       extras.front());
+  }
   return fmt::format("{} (see refragment{} --help)", oneLine(error.what()), command);
 }
 

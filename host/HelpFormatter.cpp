@@ -10,7 +10,7 @@ namespace Host {
 
 namespace {
 
-constexpr std::size_t kHelpColumn = 30;
+constexpr std::size_t kHelpColumn = 31;
 
 /// The description in its column; further lines of it are indented alike.
 std::string describedAt(const std::string& left, const std::string& description) {

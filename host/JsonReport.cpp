@@ -164,7 +164,7 @@ Json showJson(const ShowReport& report) {
 
 /// Names of files and grids may hold any bytes: what is no UTF-8 is replaced.
 std::string dumped(const Json& json) {
-  return json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+  return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
 }  // namespace

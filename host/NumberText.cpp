@@ -61,14 +61,17 @@ std::string countsText(const std::array<std::uint64_t, 3>& counts) {
                      countText(counts[2]));
 }
 
-std::string axisText(const Eagle::BoundingBox& box, std::size_t axis) {
-  const double extent = box.max()[axis] - box.min()[axis];
-  if (!(extent > 0.0) || !std::isfinite(extent)) {
-    return fmt::format("{:.10g} to {:.10g}", box.min()[axis], box.max()[axis]);
-  }
-  // Two decimals for a kilometre, seven for a hundredth of a degree.
-  const int decimals = std::clamp(5 - static_cast<int>(std::floor(std::log10(extent))), 2, 9);
+int decimalsFor(double extent) {
+  if (!(extent > 0.0) || !std::isfinite(extent)) return 2;
+  return std::clamp(4 - static_cast<int>(std::floor(std::log10(extent))), 2, 9);
+}
+
+std::string axisText(const Eagle::BoundingBox& box, std::size_t axis, int decimals) {
   return fmt::format("{:.{}f} to {:.{}f}", box.min()[axis], decimals, box.max()[axis], decimals);
+}
+
+std::string axisText(const Eagle::BoundingBox& box, std::size_t axis) {
+  return axisText(box, axis, decimalsFor(box.max()[axis] - box.min()[axis]));
 }
 
 std::string exactText(double value) { return fmt::format("{}", value); }

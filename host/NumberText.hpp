@@ -37,7 +37,13 @@ std::string lengthsText(const Eagle::FixedArray<double, 3>& lengths);
 /// Three counts joined by " x ".
 std::string countsText(const std::array<std::uint64_t, 3>& counts);
 
-/// One axis of a box as "min to max", with as many decimals as its extent deserves.
+/// Decimals that coordinates deserve within an extent: two for kilometres, six for a hundredth of a
+/// degree.
+int decimalsFor(double extent);
+
+/// One axis of a box as "min to max".
+std::string axisText(const Eagle::BoundingBox& box, std::size_t axis, int decimals);
+/// The same with the decimals that the box's own extent deserves.
 std::string axisText(const Eagle::BoundingBox& box, std::size_t axis);
 
 /// A time or another parameter, as short as it reads back exactly.

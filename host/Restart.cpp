@@ -29,16 +29,21 @@ fs::path usualTileFolder(const fs::path& file) {
   return file.parent_path() / LidarLib::fileStem(file.string());
 }
 
-Check checkFile(const OutputPlace& place, const std::string& file) {
+/// Whether the tiles in the output's folder belong to an input bundle.
+bool ownsTiles(const std::string& bundle, const OutputPlace& place) {
+  const auto plan = readPlanFile(planFilePath(place.tileFolder));
+  if (plan.ok() && isSame(bundle, plan->output)) return true;
+  return isSame(usualTileFolder(bundle), place.tileFolder);
+}
+
+Check checkFile(const OutputPlace& place, InputKind kind, const std::string& file) {
   if (isSame(file, place.file)) {
     return usageStop(file + ": is both input and output, choose another --output");
   }
   if (isSame(fs::path(file).parent_path(), place.tileFolder)) {
     return usageStop(file + ": lies where the tiles would go, choose another --output");
   }
-  const auto plan = readPlanFile(planFilePath(place.tileFolder));
-  const bool ownsTiles = plan.ok() && isSame(file, plan->output);
-  if (ownsTiles || isSame(usualTileFolder(file), place.tileFolder)) {
+  if (kind == InputKind::Bundles && ownsTiles(file, place)) {
     return usageStop(
         fmt::format("{}: its own tiles are in {}, where the new ones would go, choose another "
                     "--output",
@@ -58,7 +63,7 @@ Check remove(const std::string& path) {
 
 Check checkInputIsSafe(const OutputPlace& place, const ResolvedInput& input) {
   for (const std::string& file : input.files) {
-    const Check check = checkFile(place, file);
+    const Check check = checkFile(place, input.kind, file);
     if (!check.ok()) return check;
   }
   return std::monostate{};

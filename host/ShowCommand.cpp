@@ -2,8 +2,6 @@
 
 #include "host/ShowCommand.hpp"
 
-#include <filesystem>
-
 #include "host/InputLoader.hpp"
 #include "host/JsonReport.hpp"
 #include "host/TextReport.hpp"
@@ -34,7 +32,7 @@ Result<ShowReport> showInput(const ResolvedInput& input, const ShowOptions& opti
   session.warnOfAll(loaded->notes);
   FactOptions facts;
   facts.computeRanges = options.computeRanges;
-  facts.folder = std::filesystem::path(input.files.front()).parent_path().string();
+  facts.file = input.files.front();
   ShowReport report{titleOf(input), gatherFacts(*loaded->bundle, facts)};
   session.warnOfAll(loaded->lateNotes());
   return report;

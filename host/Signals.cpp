@@ -26,6 +26,8 @@ void noteStopSignals() {
   sigemptyset(&action.sa_mask);
   ::sigaction(SIGINT, &action, nullptr);
   ::sigaction(SIGTERM, &action, nullptr);
+  // A file beyond the user's limit is a failed write like any other.
+  ::signal(SIGXFSZ, SIG_IGN);
 }
 
 bool stopRequested() { return stopWanted.load(std::memory_order_relaxed); }

@@ -7,7 +7,8 @@
 
 namespace Host {
 
-/// From now on the first SIGINT or SIGTERM is noted instead of ending the process.
+/// From now on the first SIGINT or SIGTERM is noted instead of ending the process, and a file that
+/// grows beyond the user's limit is a failed write instead of the end.
 void noteStopSignals();
 
 /// Whether the user has asked to stop. Threads: any.

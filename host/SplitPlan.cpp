@@ -71,6 +71,9 @@ GridForecast forecastGrid(const SelectedGrid& selected, const TilingOptions& til
                           RefragmentAndSplit& operation) {
   GridForecast forecast;
   forecast.source = selected;
+  if (const auto positions = selected.grid->CartesianPositions()) {
+    forecast.pointCount = countPoints(*positions);
+  }
   std::string message;
   const LidarLib::GridSurvey survey =
       LidarLib::surveyGrid(*selected.grid, operation.StartPoint, operation.EndPoint, message);
@@ -78,7 +81,6 @@ GridForecast forecastGrid(const SelectedGrid& selected, const TilingOptions& til
     forecast.failure = surveyFailure(message, tiling);
     return forecast;
   }
-  forecast.pointCount = countPoints(*survey.positions);
   forecast.layout = layoutFor(survey, operation);
   if (!forecast.layout.message.empty()) {
     forecast.failure = forecast.layout.message + " Give longer --fragment-length";

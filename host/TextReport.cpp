@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "host/NumberText.hpp"
 #include "host/PathText.hpp"
 #include "host/TextTable.hpp"
@@ -102,7 +104,11 @@ std::string useText(std::uint64_t points, const ResourceUse& use) {
 
 std::string rangeText(const FieldFacts& field) {
   if (field.type == "point" || field.type == "vector3") return "see box";
-  if (!field.range) return "unknown (--ranges reads the points)";
+  if (!field.range) return "unknown";
+  if (field.type == "float") {
+    return fmt::format("{} to {}", static_cast<float>(field.range->min),
+                       static_cast<float>(field.range->max));
+  }
   return fmt::format("{} to {}", exactText(field.range->min), exactText(field.range->max));
 }
 
@@ -117,24 +123,34 @@ std::string fieldsText(const std::vector<FieldFacts>& fields) {
   return table.text(2);
 }
 
-std::string fragmentsText(const std::vector<FragmentFacts>& fragments, std::size_t most) {
+/// A fragment's row; its coordinates have the decimals that the grid's box deserves.
+std::vector<std::string> fragmentRow(const FragmentFacts& fragment, const GridFacts& grid) {
+  std::vector<std::string> row{fragment.name, countText(fragment.pointCount)};
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    const double extent = grid.box ? grid.box->diagonal()[axis] : 0.0;
+    row.push_back(fragment.box ? axisText(*fragment.box, axis, decimalsFor(extent)) : "unknown");
+  }
+  row.push_back(fragment.file);
+  return row;
+}
+
+std::string fragmentsText(const GridFacts& grid, std::size_t most) {
+  const std::size_t shown = std::min(most, grid.fragments.size());
   TextTable table({1});
   table.add({"Fragment", "Points", "x", "y", "z", "File"});
-  for (std::size_t i = 0; i < std::min(most, fragments.size()); ++i) {
-    const FragmentFacts& fragment = fragments[i];
-    std::vector<std::string> row{fragment.name, countText(fragment.pointCount)};
-    for (std::size_t axis = 0; axis < 3; ++axis) {
-      row.push_back(fragment.box ? axisText(*fragment.box, axis) : "unknown");
-    }
-    row.push_back(fragment.file);
-    table.add(std::move(row));
-  }
+  for (std::size_t i = 0; i < shown; ++i) table.add(fragmentRow(grid.fragments[i], grid));
   std::string text = table.text(2);
-  if (fragments.size() > most) {
-    text +=
-        fmt::format("  ... and {} more (--all lists them)\n", countText(fragments.size() - most));
+  if (grid.fragments.size() > shown) {
+    text += fmt::format("  ... and {} more (--all lists them)\n",
+                        countText(grid.fragments.size() - shown));
   }
   return text;
+}
+
+bool hasUnknowns(const GridFacts& grid) {
+  if (!grid.box && grid.pointCount != 0) return true;
+  return std::any_of(grid.fields.begin(), grid.fields.end(),
+                     [](const FieldFacts& field) { return rangeText(field) == "unknown"; });
 }
 
 void addTilingFacts(TextTable& table, const TilingFacts& tiling) {
@@ -152,12 +168,13 @@ std::string gridText(const GridFacts& grid, bool allFragments) {
                                 countText(grid.pointCount, "point"),
                                 countText(grid.fragments.size(), "fragment"))});
   addTilingFacts(head, grid.tiling);
-  addBox(head, grid.box, grid.pointCount == 0 ? "none" : "unknown (--ranges reads the points)");
+  addBox(head, grid.box, grid.pointCount == 0 ? "none" : "unknown");
   std::string text = head.text();
   if (!grid.fields.empty()) text += "\n" + fieldsText(grid.fields);
   if (!grid.fragments.empty()) {
-    text += "\n" + fragmentsText(grid.fragments, allFragments ? grid.fragments.size() : kScreenful);
+    text += "\n" + fragmentsText(grid, allFragments ? grid.fragments.size() : kScreenful);
   }
+  if (hasUnknowns(grid)) text += "\n  What is unknown, --ranges finds by reading the points.\n";
   return text;
 }
 

@@ -1,0 +1,89 @@
+# SPDX-License-Identifier: Apache-2.0
+"""Places that cannot be written to: one clear line, the right exit status, nothing half-written."""
+
+import os
+import resource
+import subprocess
+import unittest
+
+from support import ProgramTest, leftovers
+
+
+class OutputFailureTest(ProgramTest):
+    def setUp(self) -> None:
+        super().setUp()
+        self.make_survey("in.las", "100k")
+
+    def assert_one_line(self, text: str) -> None:
+        lines = text.strip().split("\n")
+        self.assertEqual(len(lines), 1, text)
+        self.assertTrue(lines[0].startswith("refragment: "), text)
+
+    def test_path_below_a_file(self):
+        (self.folder / "file").write_text("x")
+        for command in (("split", "in.las", "-o", "file/out.f5", "--fragment-length", "50"),
+                        ("import", "in.las", "-o", "file/out.f5"),
+                        ("synth", "-o", "file/out.las", "--points", "100")):
+            done = self.run_program(*command, status=1)
+            self.assert_one_line(done.stderr)
+            self.assertEqual((self.folder / "file").read_text(), "x")
+
+    def test_folder_without_write_permission(self):
+        if os.geteuid() == 0:
+            self.skipTest("permissions do not bind the superuser")
+        closed = self.folder / "closed"
+        closed.mkdir(mode=0o555)
+        done = self.run_program("split", "in.las", "-o", "closed/out.f5", "--fragment-length", "50",
+                                status=1)
+        self.assert_one_line(done.stderr)
+        self.assertEqual(list(closed.iterdir()), [])
+
+    def test_files_that_grow_too_large_fail_their_tiles_only(self):
+        limit = 100_000
+        def restrict() -> None:
+            resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
+        arguments = ("in.las", "-o", "out.f5", "--fragment-length", "40")
+        done = self.run_program("split", *arguments, status=4, preexec_fn=restrict)
+        self.assertIn("the same command again goes on with them", done.stderr)
+        self.assertEqual(leftovers(self.folder), [])
+        healed = self.split_json(*arguments)
+        self.assertGreater(healed["tiles"]["written"], 0)
+        self.assertEqual(healed["tiles"]["failed"], 0)
+        self.assertTrue(healed["points"]["agree"])
+
+    def test_full_disk_fails_tiles_and_room_heals_them(self):
+        disk = self.folder / "disk"
+        disk.mkdir()
+        mount = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=1m", "tmpfs", str(disk)],
+                               capture_output=True, check=False)
+        if mount.returncode != 0:
+            self.skipTest("no file system can be mounted here")
+        self.addCleanup(subprocess.run, ["umount", str(disk)], check=False)
+        arguments = ("in.las", "-o", "disk/out.f5", "--fragment-length", "20")
+        done = self.run_program("split", *arguments, status=4)
+        self.assertIn("No space left on device", done.stderr)
+        self.assertEqual(leftovers(disk), [])
+        subprocess.run(["mount", "-o", "remount,size=100m", str(disk)], check=True)
+        healed = self.split_json(*arguments)
+        self.assertGreater(healed["tiles"]["kept"], 0)
+        self.assertEqual(healed["tiles"]["failed"], 0)
+        self.assertTrue(healed["points"]["agree"])
+
+    def test_import_to_a_full_disk_leaves_nothing(self):
+        def restrict() -> None:
+            resource.setrlimit(resource.RLIMIT_FSIZE, (10_000, 10_000))
+        done = self.run_program("import", "in.las", "-o", "out.f5", status=1, preexec_fn=restrict)
+        self.assert_one_line(done.stderr)
+        self.assertEqual(list(self.folder.glob("out*")), [])
+
+    def test_no_stray_folder_in_the_working_folder(self):
+        (self.folder / "here").mkdir()
+        self.run_program("split", "../in.las", "-o", "../there/out.f5", "--fragment-length", "50",
+                         cwd=self.folder / "here")
+        self.assertEqual(list((self.folder / "here").iterdir()), [])
+        self.assertEqual(sorted(path.name for path in (self.folder / "there").iterdir()),
+                         ["out", "out.f5"])
+
+
+if __name__ == "__main__":
+    unittest.main()
