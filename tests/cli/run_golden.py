@@ -26,7 +26,7 @@ VARIABLE_PARTS = [
     (re.compile(r"\(\d[\d.]* [KMG]?i?B\)"), "(<SIZE>)"),
     (re.compile(r"modified \d+\.\d+"), "modified <TIME>"),
     (re.compile(r'"(seconds|elapsedSeconds)":[-+.e\d]+'), r'"\1":<TIME>'),
-    (re.compile(r'"peakMemoryBytes":\d+'), '"peakMemoryBytes":<SIZE>'),
+    (re.compile(r'"(peakMemoryBytes|bytes)":\d+'), r'"\1":<SIZE>'),
     (re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ"), "<DATE>"),
 ]
 
