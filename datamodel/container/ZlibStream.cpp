@@ -5,13 +5,6 @@
 #include <fmt/format.h>
 #include <libdeflate.h>
 
-#include <cstdint>
-#include <limits>
-
-#ifdef LIDARLIB_HAVE_ISAL
-#include <isa-l/igzip_lib.h>
-#endif
-
 namespace Fiber::Container {
 
 using MemCore::Failure;
@@ -24,35 +17,6 @@ namespace {
 std::size_t streamBound(std::size_t plainBytes) { return plainBytes + plainBytes / 1000 + 1024; }
 
 }  // namespace
-
-#ifdef LIDARLIB_HAVE_ISAL
-
-struct ZlibCompressor::Backend {
-  std::vector<std::uint8_t> levelBuffer = std::vector<std::uint8_t>(ISAL_DEF_LVL1_DEFAULT);
-
-  /// The number of bytes written to `out`, 0 on failure.
-  std::size_t run(std::span<const std::byte> plain, std::span<std::byte> out) {
-    constexpr std::size_t kMaxBytes = std::numeric_limits<std::uint32_t>::max();
-    if (plain.size() > kMaxBytes || out.size() > kMaxBytes) return 0;
-    isal_zstream stream;
-    isal_deflate_stateless_init(&stream);
-    stream.level = 1;
-    stream.level_buf = levelBuffer.data();
-    stream.level_buf_size = static_cast<std::uint32_t>(levelBuffer.size());
-    stream.gzip_flag = IGZIP_ZLIB;
-    stream.end_of_stream = 1;
-    stream.flush = NO_FLUSH;
-    // The library only reads from next_in; its interface merely lacks the const.
-    stream.next_in = const_cast<std::uint8_t*>(reinterpret_cast<const std::uint8_t*>(plain.data()));
-    stream.avail_in = static_cast<std::uint32_t>(plain.size());
-    stream.next_out = reinterpret_cast<std::uint8_t*>(out.data());
-    stream.avail_out = static_cast<std::uint32_t>(out.size());
-    if (isal_deflate_stateless(&stream) != COMP_OK || stream.avail_in != 0) return 0;
-    return stream.total_out;
-  }
-};
-
-#else
 
 struct ZlibCompressor::Backend {
   struct Free {
@@ -67,8 +31,6 @@ struct ZlibCompressor::Backend {
                                     out.size());
   }
 };
-
-#endif
 
 ZlibCompressor::ZlibCompressor() : backend_(std::make_unique<Backend>()) {}
 ZlibCompressor::~ZlibCompressor() = default;

@@ -91,7 +91,8 @@ bool isConsecutive(std::span<const unsigned> indices) {
   unsigned differences = 0;
   const unsigned first = indices.front();
   for (unsigned r = 0; r < indices.size(); ++r) differences |= indices[r] ^ (first + r);
-  return differences == 0;
+  // Indices that wrap around are no run.
+  return differences == 0 && indices.back() >= first;
 }
 
 /// Gathers elements of a size known at compile time; blocks of consecutive indices go as one copy.
