@@ -178,6 +178,20 @@ TEST(Indirection, RangesThatWrapAreRefused) {
   }
 }
 
+TEST(Indirection, IndicesThatStartOverAtZeroAreNoRun) {
+  // Elements that nobody touches cost no memory.
+  const auto input = Chunk<unsigned char>::uninitialised(std::size_t{1} << 32);
+  IndexList list;
+  for (unsigned j = 0; j < 40; ++j) {
+    const unsigned index = 4294967290U + j;  // wraps after six
+    list.push_back(index);
+    (*input)[index] = static_cast<unsigned char>(j + 1);
+  }
+  const auto output = makeStrong<Chunk<unsigned char>>(40);
+  ASSERT_TRUE(CreateIndirection(output, input, nullptr, &list, {0, 40, 0, 0, 1}));
+  for (unsigned j = 0; j < 40; ++j) ASSERT_EQ((*output)[j], j + 1);
+}
+
 TEST(Indirection, NothingToCopyIsFine) {
   const StrongPtr<ChunkBase> output = makeStrong<Chunk<double>>();
   const StrongPtr<ChunkBase> input = makeStrong<Chunk<double>>();
