@@ -118,7 +118,7 @@ Outcome<void> Bundle::bindToNew(const std::string& file,
 
 BundlePtr Bundle::load(bool& ok, const StrongPtr<MemCore::LoaderParameters>& parameters,
                        const StrongPtr<Bundle>& into, std::string* failure) {
-  const BundlePtr bundle = into ? BundlePtr(into) : BundlePtr(new Bundle);
+  BundlePtr bundle = into ? BundlePtr(into) : BundlePtr(new Bundle);
   Outcome<void> loaded = Failure{"bundle: no files to load"};
   try {
     if (parameters) loaded = loadFiles(*parameters, *bundle);

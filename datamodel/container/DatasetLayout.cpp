@@ -97,7 +97,6 @@ Outcome<void> checkChunk(const ChunkPlace& place, const DatasetLayout& layout,
 
 Outcome<ChunkPlace> chunkAt(hid_t dataset, std::uint64_t row, std::uint64_t column) {
   const std::array<hsize_t, kMaxRank> offset = {row, column};
-  ChunkPlace place;
   unsigned skipped = 0;
   haddr_t address = HADDR_UNDEF;
   hsize_t bytes = 0;

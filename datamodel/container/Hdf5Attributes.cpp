@@ -31,7 +31,7 @@ Outcome<void> writeForm(hid_t object, const std::string& name, const ValueForm& 
   if (!attribute.ok()) return attribute.failure();
   const std::string what = fmt::format("attribute {}: cannot be written", name);
   if (value != nullptr) {
-    const auto written = checkHdf5(H5Awrite(attribute->get(), form.type.get(), value), what);
+    auto written = checkHdf5(H5Awrite(attribute->get(), form.type.get(), value), what);
     if (!written.ok()) return written;
   }
   return attribute->close(what);

@@ -29,8 +29,7 @@ class RepresentationBuilder {
  public:
   RepresentationBuilder(const FileIdentity& file, const StoredRepresentation& stored,
                         Representation& representation)
-      : file_(file),
-        stored_(stored),
+      : stored_(stored),
         table_(stored.table),
         representation_(representation),
         ownSource_(std::make_shared<StoredSource>(StoredSource{file, stored.group})),
@@ -57,7 +56,7 @@ class RepresentationBuilder {
 
   StrongPtr<Field> buildField(std::size_t f) {
     const StoredField& stored = stored_.fields[f];
-    const auto field = emptyField(stored);
+    auto field = emptyField(stored);
     field->properties() = stored.properties;
     field->propertyBits = stored.propertyBits;
     field->addInterface(stored.box);
@@ -90,8 +89,7 @@ class RepresentationBuilder {
       place.checksum = table_.get<std::uint32_t>(row, Column::kChecksum, f);
     }
     if (stored_.fields[f].name == kPositions) place.grid = grids_[row];
-    const CreatorHandle creator =
-        makeStrong<StoredCreator>(factsOf(row, f, part), std::move(place));
+    CreatorHandle creator = makeStrong<StoredCreator>(factsOf(row, f, part), std::move(place));
     if (const std::uint32_t set = attributeSet(row, f); set != 0) {
       creator->attributes() = stored_.fields[f].attributeSets[set - 1];
     }
@@ -150,7 +148,6 @@ class RepresentationBuilder {
     return std::make_shared<const CoordinateGrid>(grid);
   }
 
-  const FileIdentity& file_;
   const StoredRepresentation& stored_;
   const FragmentTable& table_;
   Representation& representation_;

@@ -37,7 +37,7 @@ Outcome<void> writeForm(hid_t group, const std::string& name, const ValueForm& f
                              fmt::format("{}: cannot be made", name));
   if (!dataset.ok()) return dataset.failure();
   if (!bytes.empty()) {
-    const auto written = checkHdf5(
+    auto written = checkHdf5(
         H5Dwrite(dataset->get(), form.type.get(), H5S_ALL, H5S_ALL, H5P_DEFAULT, bytes.data()),
         fmt::format("{}: cannot be written", name));
     if (!written.ok()) return written;
@@ -72,9 +72,9 @@ Outcome<FoundDataset> openValue(hid_t group, const std::string& name) {
 Outcome<void> readInto(const FoundDataset& found, const std::string& name,
                        std::span<std::byte> bytes) {
   if (!bytes.empty()) {
-    const auto read = checkHdf5(H5Dread(found.dataset.get(), found.form.type.get(), H5S_ALL,
-                                        H5S_ALL, H5P_DEFAULT, bytes.data()),
-                                fmt::format("{}: cannot be read", name));
+    auto read = checkHdf5(H5Dread(found.dataset.get(), found.form.type.get(), H5S_ALL, H5S_ALL,
+                                  H5P_DEFAULT, bytes.data()),
+                          fmt::format("{}: cannot be read", name));
     if (!read.ok()) return read;
   }
   const auto expected = readNumber<std::uint32_t>(found.dataset.get(), kChecksumAttribute);
