@@ -17,13 +17,6 @@
 #include "tests/support/Seed.hpp"
 #include "tests/support/TempDir.hpp"
 
-// The HDF5 library loses some hundred bytes of its own when it meets damaged metadata; nothing of
-// ours allocates there. AddressSanitizer asks for this function by its name.
-extern "C" const char* __lsan_default_suppressions();   // NOLINT(bugprone-reserved-identifier)
-extern "C" const char* __lsan_default_suppressions() {  // NOLINT(bugprone-reserved-identifier)
-  return "leak:libhdf5_serial";
-}
-
 namespace Fiber::Container {
 namespace {
 
