@@ -27,7 +27,8 @@ endfunction()
 
 lidarlib_shared_library(FiberModel
   OBJECTS fiber_model fiber_container_codecs
-  LINKS fmt::fmt OpenMP::OpenMP_CXX hdf5::hdf5 PkgConfig::LIBDEFLATE PkgConfig::HWY)
+  LINKS fmt::fmt OpenMP::OpenMP_CXX hdf5::hdf5 PkgConfig::LIBDEFLATE PkgConfig::HWY
+        $<TARGET_NAME_IF_EXISTS:PkgConfig::ISAL>)
 lidarlib_shared_library(LidarLib
   OBJECTS lidar_planning lidar_assembly lidar_operation
   LINKS fmt::fmt OpenMP::OpenMP_CXX PkgConfig::HWY)

@@ -5,6 +5,13 @@
 #include <fmt/format.h>
 #include <libdeflate.h>
 
+#include <cstdint>
+#include <limits>
+
+#ifdef LIDARLIB_HAVE_ISAL
+#include <isa-l/igzip_lib.h>
+#endif
+
 namespace Fiber::Container {
 
 using MemCore::Failure;
@@ -17,6 +24,68 @@ namespace {
 std::size_t streamBound(std::size_t plainBytes) { return plainBytes + plainBytes / 1000 + 1024; }
 
 }  // namespace
+
+#ifdef LIDARLIB_HAVE_ISAL
+
+namespace {
+
+/// The library only reads what it is given; its interface merely lacks the const.
+std::uint8_t* readable(std::span<const std::byte> bytes) {
+  return const_cast<std::uint8_t*>(reinterpret_cast<const std::uint8_t*>(bytes.data()));
+}
+
+}  // namespace
+
+/// ISA-L's levels 1 and 2 choose now and then other matches when their state lies at another
+/// address, so that equal input would not give equal bytes. Level 0 is free of that; a Huffman
+/// table of the chunk's own, made from a sample, brings it to the size of level 1's streams.
+struct ZlibCompressor::Backend {
+  isal_zstream stream{};
+  isal_huff_histogram histogram{};
+  isal_hufftables tables{};
+  std::vector<std::byte> sample;
+
+  /// One window in eight, evenly over the whole: the byte planes of shuffled numbers differ.
+  std::span<const std::byte> sampleOf(std::span<const std::byte> plain) {
+    constexpr std::size_t kWindow = 4096;
+    constexpr std::size_t kStride = 8 * kWindow;
+    if (plain.size() < kStride) return plain;
+    sample.clear();
+    for (std::size_t at = 0; at + kWindow <= plain.size(); at += kStride) {
+      const auto window = plain.subspan(at, kWindow);
+      sample.insert(sample.end(), window.begin(), window.end());
+    }
+    return sample;
+  }
+
+  bool settleTables(std::span<const std::byte> plain) {
+    const auto typical = sampleOf(plain);
+    histogram = {};
+    isal_update_histogram(readable(typical), static_cast<int>(typical.size()), &histogram);
+    return isal_create_hufftables(&tables, &histogram) == 0;
+  }
+
+  /// The number of bytes written to `out`, 0 on failure.
+  std::size_t run(std::span<const std::byte> plain, std::span<std::byte> out) {
+    constexpr std::size_t kMaxBytes = std::numeric_limits<std::uint32_t>::max();
+    if (plain.size() > kMaxBytes || out.size() > kMaxBytes || !settleTables(plain)) return 0;
+    isal_deflate_stateless_init(&stream);
+    // Fields that the initialisation leaves alone.
+    stream.hist_bits = 0;
+    stream.hufftables = &tables;
+    stream.gzip_flag = IGZIP_ZLIB;
+    stream.end_of_stream = 1;
+    stream.flush = NO_FLUSH;
+    stream.next_in = readable(plain);
+    stream.avail_in = static_cast<std::uint32_t>(plain.size());
+    stream.next_out = reinterpret_cast<std::uint8_t*>(out.data());
+    stream.avail_out = static_cast<std::uint32_t>(out.size());
+    if (isal_deflate_stateless(&stream) != COMP_OK || stream.avail_in != 0) return 0;
+    return stream.total_out;
+  }
+};
+
+#else
 
 struct ZlibCompressor::Backend {
   struct Free {
@@ -31,6 +100,8 @@ struct ZlibCompressor::Backend {
                                     out.size());
   }
 };
+
+#endif
 
 ZlibCompressor::ZlibCompressor() : backend_(std::make_unique<Backend>()) {}
 ZlibCompressor::~ZlibCompressor() = default;

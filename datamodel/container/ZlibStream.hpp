@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Deflate in zlib's stream format (RFC 1950), whole buffers at a time: what HDF5's deflate filter
-// stores in a chunk, by libdeflate, at level 1. The same input always gives the same bytes, on
-// which reproducible files depend: ISA-L compresses twice as fast, but its streams of equal input
-// were seen to differ now and then.
+// stores in a chunk. Compression is ISA-L's where the build found it and libdeflate's otherwise, at
+// their fast end; reading is libdeflate's. Streams of either are ordinary zlib streams. For one
+// build on one kind of processor the same input always gives the same bytes.
 
 #pragma once
 
