@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "datamodel/memcore/Allocator.hpp"
 #include "datamodel/memcore/Console.hpp"
 #include "formats/cloud/PointCloudReader.hpp"
 #include "operation/RefragmentAndSplit.hpp"
@@ -41,7 +42,9 @@ MemCore::Outcome<std::uint64_t> splitFile(const SplitJob& job) {
   storage.kind = job.storage;
   storage.durable = false;
   Fiber::StorageTransformations::setDefaults(storage);
-  if (job.memoryBytes != 0) MemCore::Cache::MemCache()->setBudget(job.memoryBytes);
+  const auto cache = MemCore::Cache::MemCache();
+  if (job.memoryBytes != 0) cache->setBudget(job.memoryBytes);
+  MemCore::fitAllocator(cache->budget());
 
   LidarLib::RefragmentAndSplit operation;
   operation.inputBundle = Fiber::BundlePtr(new Fiber::Bundle);

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <system_error>
 
+#include "datamodel/memcore/Allocator.hpp"
 #include "datamodel/memcore/Cache.hpp"
 #include "host/PathText.hpp"
 
@@ -23,7 +24,9 @@ Session::Session(const CommonOptions& common, const Terminal& terminal, Messages
       workingFolder_(workingFolderPath()),
       begin_(std::chrono::steady_clock::now()) {
   if (common_.threadCount > 0) omp_set_num_threads(common_.threadCount);
-  if (common_.memoryBytes) MemCore::Cache::MemCache()->setBudget(*common_.memoryBytes);
+  const auto cache = MemCore::Cache::MemCache();
+  if (common_.memoryBytes) cache->setBudget(*common_.memoryBytes);
+  MemCore::fitAllocator(cache->budget());
 }
 
 bool Session::print(const std::string& words, const std::string& json) {

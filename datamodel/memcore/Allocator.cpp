@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "datamodel/memcore/Allocator.hpp"
+
+#ifdef __GLIBC__
+#include <malloc.h>
+
+#include <algorithm>
+#endif
+
+namespace MemCore {
+
+void fitAllocator([[maybe_unused]] std::uint64_t budgetBytes) {
+#ifdef __GLIBC__
+  // Blocks above the first size come from the system and go back to it at once; setting it also
+  // ends glibc's habit of raising it with the sizes it meets. 32 MiB is the most it takes.
+  constexpr std::uint64_t kKiB = 1024;
+  constexpr std::uint64_t kMiB = 1024 * kKiB;
+  const std::uint64_t mapped = std::clamp(budgetBytes / 256, 128 * kKiB, 32 * kMiB);
+  const std::uint64_t kept = std::clamp(budgetBytes / 16, kMiB, 256 * kMiB);
+  mallopt(M_MMAP_THRESHOLD, static_cast<int>(mapped));
+  mallopt(M_TRIM_THRESHOLD, static_cast<int>(kept));
+#endif
+}
+
+}  // namespace MemCore
