@@ -70,8 +70,17 @@ void finishTilePositions(const Fiber::CreatorHandle& creator,
                          const MemCore::StrongPtr<Fiber::Field>& positions) {
   if (!creator) return;
   setCellSizeAttribute(*creator, kNoCellSize);
-  MemCore::StrongPtr<Eagle::BoundingBox> box;
-  Fiber::expandBoundingBox(positions, box);
+  const auto attached = positions ? positions->findInterface<Eagle::BoundingBox>() : nullptr;
+  if (!attached) {
+    MemCore::StrongPtr<Eagle::BoundingBox> box;
+    Fiber::expandBoundingBox(positions, box);
+    return;
+  }
+  // The tiles before this one are in the field's box already: walking all of them again for every
+  // tile would take quadratic time.
+  auto grown = makeStrong<Eagle::BoundingBox>(*attached);
+  Fiber::ExpandBBox(grown, *creator, Fiber::DataCreationMode::KnownOrCreate);
+  positions->addInterface(grown);
 }
 
 }  // namespace LidarLib

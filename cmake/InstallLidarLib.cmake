@@ -30,7 +30,7 @@ lidarlib_shared_library(FiberModel
   LINKS fmt::fmt OpenMP::OpenMP_CXX hdf5::hdf5 PkgConfig::LIBDEFLATE PkgConfig::HWY
         $<TARGET_NAME_IF_EXISTS:PkgConfig::ISAL>)
 lidarlib_shared_library(LidarLib
-  OBJECTS lidar_planning lidar_assembly lidar_operation
+  OBJECTS lidar_planning lidar_assembly lidar_operation lidar_linked
   LINKS fmt::fmt OpenMP::OpenMP_CXX PkgConfig::HWY)
 target_link_libraries(LidarLib PUBLIC FiberModel)
 

@@ -110,6 +110,18 @@ void copyCreators(const std::string& fileName, Fiber::Grid& outputGrid,
   }
 }
 
+std::string saveLinking(const RefragmentAndSplit& operation, Fiber::Bundle& bundle,
+                        StrongPtr<Fiber::StorageTransformations> transformations) {
+  if (!transformations) transformations = makeStrong<Fiber::StorageTransformations>();
+  transformations->linkFragments = true;
+  // Deliberate: the transformations go in the progress position, where they are no progress object
+  // and so an empty handle, and the defaults apply.
+  const auto saved =
+      bundle.save(operation.outputFileName,
+                  MemCore::handleCast<MemCore::LoaderProgress>(transformations), nullptr);
+  return saved.ok() ? std::string() : saved.error();
+}
+
 void addFieldAttributes(Fiber::Grid& grid) {
   const auto vertices = grid.skeletons().findVertices(-1);
   if (!vertices) return;

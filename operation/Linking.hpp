@@ -9,6 +9,7 @@
 #include <string>
 
 #include "assembly/OutputGrid.hpp"
+#include "operation/RefragmentAndSplit.hpp"
 
 namespace LidarLib {
 
@@ -20,5 +21,10 @@ void copyCreators(const std::string& fileName, Fiber::Grid& outputGrid,
 
 /// Attaches to each vertex field of the grid its value range, or its box when it has no range.
 void addFieldAttributes(Fiber::Grid& grid);
+
+/// Saves a bundle of linked tiles as the operation's output file, and switches linking on in the
+/// transformations (made when empty). Returns the failure text.
+std::string saveLinking(const RefragmentAndSplit& operation, Fiber::Bundle& bundle,
+                        MemCore::StrongPtr<Fiber::StorageTransformations> transformations);
 
 }  // namespace LidarLib

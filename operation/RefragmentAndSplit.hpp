@@ -5,6 +5,8 @@
 // members of the base class, and calls one entry point; failures are left in `messages`.
 //
 //   Run()            one bundle file per tile, restartable, linked into one output bundle
+//   RunUnlinked()    all tiles as fragments of one output bundle, in one file
+//   UpdateLinked()   a bundle over tile files that were written earlier
 //   GetSomeInfo()    what a split would produce; writes nothing
 
 #pragma once
@@ -31,6 +33,21 @@ class LIDARLIB_API RefragmentAndSplit : public ConvLib::BasicConverterDefs {
   /// `messages` and skips the tile, the grid or the rest of the slice.
   /// Threads: called by one thread; tiles are built by omp_get_max_threads() threads.
   bool Run() override;
+
+  /// Builds every tile as a fragment of one output bundle: that of the output file, which appears
+  /// when all is done, or the input bundle itself when the output file name is empty. Returns false
+  /// only without an input bundle; every other failure appends to `messages` and skips the tile,
+  /// the grid or the rest of the slice. A refusal of the tile progress skips the rest of the slice.
+  /// Threads: called by one thread; tiles are built one after the other.
+  bool RunUnlinked();
+
+  /// Links the declared input files, one tile each, into the grid "LinkedGrid" of a new bundle, at
+  /// the index in each file's name, and saves it as the output file. Returns false when nothing was
+  /// declared, the first file cannot be loaded, nothing is selected, the bundle cannot be saved
+  /// (see `messages`), or the tile progress refuses. Ends the process with status 1 for a name
+  /// without an index and for an index that occurs twice; throws std::invalid_argument or
+  /// std::out_of_range for an index that is no number. Hosts check their files beforehand.
+  bool UpdateLinked();
 
   /// Reports per selected time and grid what a split would produce. Empty without an input bundle.
   std::string GetSomeInfo();

@@ -92,17 +92,6 @@ void splitSlice(SplitRun& run, double time, const Fiber::Slice& slice) {
   }
 }
 
-void saveOutput(SplitRun& run) {
-  const auto transformations = MemCore::makeStrong<Fiber::StorageTransformations>();
-  transformations->linkFragments = true;
-  // Deliberate: the transformations go in the progress position, where they are no progress object
-  // and so an empty handle, and the defaults apply.
-  const auto saved =
-      run.output->save(run.operation.outputFileName,
-                       MemCore::handleCast<MemCore::LoaderProgress>(transformations), nullptr);
-  if (!saved.ok()) run.operation.appendMessage(saved.error());
-}
-
 void splitBundle(RefragmentAndSplit& operation) {
   operation.printParameters();
   SplitRun run{operation};
@@ -111,7 +100,9 @@ void splitBundle(RefragmentAndSplit& operation) {
     slice->accessSlice();
     if (operation.UseThisTime(time)) splitSlice(run, time, *slice);
   }
-  saveOutput(run);
+  const auto transformations = MemCore::makeStrong<Fiber::StorageTransformations>();
+  const std::string failure = saveLinking(operation, *run.output, transformations);
+  if (!failure.empty()) operation.appendMessage(failure);
   comparePointCounts(run.outputPoints, run.inputPoints, operation.NormalizedOverlap);
 }
 

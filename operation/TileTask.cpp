@@ -4,12 +4,10 @@
 
 #include <exception>
 #include <new>
-#include <unordered_set>
 
-#include "assembly/FieldCopy.hpp"
 #include "datamodel/fiber/Bundle.hpp"
 #include "datamodel/memcore/Console.hpp"
-#include "operation/ReadFailures.hpp"
+#include "operation/TileCopy.hpp"
 
 namespace LidarLib {
 
@@ -30,20 +28,6 @@ bool mayContinue(SplitContext& context) {
   }
   context.operation.appendMessage("Interrupted");
   return false;
-}
-
-/// Why any vertex field of the fragments could not be read; empty when all could.
-std::string readFailure(Fiber::Skeleton& vertices, const FragmentSet& fragments) {
-  std::string failure;
-  std::unordered_set<unsigned long long> visited;
-  vertices.iterate_fields(
-      [&](const MemCore::WeakPtr<Fiber::BaseSpace>&, Fiber::Representation&, const Fiber::FieldID&,
-          const StrongPtr<Fiber::Field>& field) {
-        failure = LidarLib::readFailure(*field, fragments);
-        return failure.empty();
-      },
-      visited);
-  return failure;
 }
 
 void finishPositions(Fiber::Grid& tileGrid) {
@@ -88,29 +72,16 @@ std::string writeTile(SplitContext& context, TileBundle& tile, const FieldCopy& 
 /// Selects the tile's points and writes the tile if there are enough; returns the failure text.
 std::string buildTile(SplitContext& context, const TileCell& cell,
                       const Fiber::MultiIndex<3>& index, const std::string& fileName) {
-  const GridPlan& plan = context.plan;
-  const TileEntry entry =
-      tileEntry(*plan.view, index, plan.layout, context.operation.NormalizedOverlap);
   TileBundle tile(context);
   if (!tile.grid->makeCartesianRepresentation(3, "", 0)) return "no outputfrag representation";
-  const auto& positions = plan.survey.positions;
-  const TileSelection selection = selectPointsInTile(cell.first, positions, entry.second, index);
-  const std::string unreadable = LidarLib::readFailure(*positions, cell.first);
-  if (!unreadable.empty()) return fileName + ": not written: " + unreadable;
-  if (selection.pointCount <= context.operation.MinPointNumber) {
-    if (selection.pointCount != 0) {
-      Console() << "Fragment will be dumped. Low Point Size=" << selection.pointCount;
-    }
-    return std::string();
-  }
-  FieldCopy copy;
-  copy.inputPositions = positions;
-  copy.operation = &context.operation;
+  RefragmentAndSplit& operation = context.operation;
+  const TilePoints points = selectTilePoints(operation, context.plan, cell, index);
+  if (!points.unreadable.empty()) return fileName + ": not written: " + points.unreadable;
+  if (!hasEnoughPoints(operation, points.selection)) return std::string();
+  FieldCopy copy =
+      fieldCopyFor(operation, context.plan, cell, *context.inputGrid, points.selection);
   copy.tileIndex = index;
-  copy.selection = selection;
   copy.outputGrid = tile.grid;
-  copy.fragments = cell.first;
-  copy.waveformLengths = scanWaveformLengths(*context.inputGrid, cell.first, *selection.indexLists);
   return writeTile(context, tile, copy, fileName);
 }
 

@@ -6,6 +6,7 @@
 #include <fmt/format.h>
 
 #include "datamodel/container/AtomicFile.hpp"
+#include "datamodel/container/BoundFile.hpp"
 #include "datamodel/container/BundlePlan.hpp"
 #include "datamodel/container/BundleScan.hpp"
 #include "datamodel/container/BundleWriter.hpp"
@@ -112,8 +113,14 @@ Outcome<void> Bundle::save(const std::string& file,
 }
 
 Outcome<void> Bundle::bindToNew(const std::string& file,
-                                const StrongPtr<StorageTransformations>& /*transformations*/) {
-  return Failure{fmt::format("{}: binding a bundle to a new file is not supported yet", file)};
+                                const StrongPtr<StorageTransformations>& transformations) {
+  StorageTransformations options =
+      transformations ? *transformations : StorageTransformations::defaults();
+  options.linkFragments = false;
+  auto spill = Container::SpillFile::make(file);
+  if (!spill.ok()) return spill.failure();
+  binding = MemCore::makeStrong<Container::BoundFile>(file, options, *spill);
+  return {};
 }
 
 BundlePtr Bundle::load(bool& ok, const StrongPtr<MemCore::LoaderParameters>& parameters,

@@ -33,6 +33,7 @@ class RepresentationPlanner {
       if (auto sized = planParts(row); !sized.ok()) return sized.failure();
       row.link = linkOf(row);
     }
+    dropVacantRows();
     placeRows();
     return std::move(plan_);
   }
@@ -92,6 +93,19 @@ class RepresentationPlanner {
     PlannedRow row;
     row.fragment = std::move(fragment);
     plan_.rows.push_back(std::move(row));
+  }
+
+  /// A place of a regular fragmentation that no field has data for is no more than its index, which
+  /// the counts give back: a tiling of a scattered cloud is stored in the size of its tiles.
+  void dropVacantRows() {
+    const bool isRegular = std::any_of(
+        plan_.fields.begin(), plan_.fields.end(),
+        [](const PlannedField& field) { return field.stored.fragmentCounts.has_value(); });
+    if (!isRegular) return;
+    std::erase_if(plan_.rows, [](const PlannedRow& row) {
+      return std::none_of(row.parts.begin(), row.parts.end(),
+                          [](const PlannedPart& part) { return part.creator != nullptr; });
+    });
   }
 
   Outcome<void> planParts(PlannedRow& row) {

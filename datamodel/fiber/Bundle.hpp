@@ -36,10 +36,18 @@ class FIBER_API Slice {
 
 class BundlePtr;
 
-/// Where a bundle came from or goes to as it grows; defined by the container.
+class Bundle;
+
+/// The file that a growing bundle is bound to. It appears under its name when it is completed;
+/// given up before that, it leaves nothing behind.
 class FIBER_API BundleBinding {
  public:
   virtual ~BundleBinding() = default;
+  /// Moves a fragment's finished data out of memory; they are read back on demand. Does nothing
+  /// for a fragment without data in memory. Errors: the data cannot be written; they then stay.
+  virtual MemCore::Outcome<void> store(Field& field, const FragmentHandle& fragment) = 0;
+  /// Writes the bundle under the file's name. Errors: as Bundle::save.
+  virtual MemCore::Outcome<void> complete(Bundle& bundle) = 0;
 };
 
 /// The slices of a data set, walked in ascending order of time. Threads: reads may run at once;
@@ -61,8 +69,9 @@ class FIBER_API Bundle {
                               const MemCore::StrongPtr<MemCore::LoaderProgress>& progress,
                               const MemCore::StrongPtr<StorageTransformations>& transformations);
 
-  /// Binds the bundle to a new file, so that later changes are written to it. The file appears
-  /// under its name when the bundle is complete (see BundleBinding).
+  /// Binds the bundle to a new file (see BundleBinding), which holds copies of all fragments.
+  /// Empty transformations mean StorageTransformations::defaults(). Errors: nothing can be written
+  /// in the file's folder; the bundle then stays in memory.
   MemCore::Outcome<void> bindToNew(
       const std::string& file, const MemCore::StrongPtr<StorageTransformations>& transformations);
 

@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "tests/operation/SplitFixture.hpp"
+#include "tests/operation/UnreadablePositions.hpp"
 
 namespace LidarLib::TestSupport {
 
@@ -14,21 +15,7 @@ class RunFailureTest : public SplitFixture {};
 
 const std::vector<Point> kCorners = {{0, 0, 0}, {5, 5, 1}};
 
-/// Positions that are known to exist but cannot be read.
-class UnreadablePositions final : public Fiber::CreativeArrayBase {
- public:
-  UnreadablePositions()
-      : CreativeArrayBase({Fiber::FiberTypeBase::find(typeid(Point)), Fiber::DynamicSize{2},
-                           MemCore::makeStrong<Eagle::BoundingBox>(Point{0, 0, 0}, Point{5, 5, 1}),
-                           std::nullopt}) {}
-
- protected:
-  MemCore::Outcome<MemCore::StrongPtr<Fiber::MemBase>> create() override {
-    return MemCore::Failure{"survey.laz: chunk 3 is damaged"};
-  }
-};
-
-/// The same without a box that was known beforehand.
+/// Unreadable positions without a box that was known beforehand.
 class UnsurveyedPositions final : public Fiber::CreativeArrayBase {
  public:
   UnsurveyedPositions()
