@@ -25,12 +25,16 @@ struct Parser {
   CommonOptions common;
   InfoOptions info;
   SplitOptions split;
+  LinkOptions link;
   ShowOptions show;
+  VerifyOptions verify;
   ImportOptions import;
   SynthOptions synth;
   CLI::App* infoApp = nullptr;
   CLI::App* splitApp = nullptr;
+  CLI::App* linkApp = nullptr;
   CLI::App* showApp = nullptr;
+  CLI::App* verifyApp = nullptr;
   CLI::App* importApp = nullptr;
   CLI::App* synthApp = nullptr;
 
@@ -64,7 +68,9 @@ Parser::Parser() {
       ->group(kCommonGroup);
   defineInfoOptions(*(infoApp = addCommand(kInfoHelp)), info);
   defineSplitOptions(*(splitApp = addCommand(kSplitHelp)), split);
+  defineLinkOptions(*(linkApp = addCommand(kLinkHelp)), link);
   defineShowOptions(*(showApp = addCommand(kShowHelp)), show);
+  defineVerifyOptions(*(verifyApp = addCommand(kVerifyHelp)), verify);
   defineImportOptions(*(importApp = addCommand(kImportHelp)), import);
   defineSynthOptions(*(synthApp = addCommand(kSynthHelp)), synth);
 }
@@ -97,6 +103,8 @@ std::variant<ParsedCommand, EarlyExit> Parser::result() const {
     if (!mistake.empty()) return usageError(mistake);
     return ParsedCommand{common, split};
   }
+  if (linkApp->parsed()) return ParsedCommand{common, link};
+  if (verifyApp->parsed()) return ParsedCommand{common, verify};
   if (showApp->parsed()) return ParsedCommand{common, show};
   if (importApp->parsed()) return ParsedCommand{common, import};
   if (synthApp->parsed()) {
@@ -120,8 +128,9 @@ std::string complaintText(const Parser& parser, const CLI::ParseError& error) {
   const std::string command = commands.empty() ? "" : " " + commands.front()->get_name();
   const auto extras = commands.empty() ? parser.root.remaining() : std::vector<std::string>();
   if (!extras.empty() && !extras.front().starts_with('-')) {
-    return fmt::format("{}: unknown command, expected info, split, show, import or synth",
-                       extras.front());
+    return fmt::format(
+        "{}: unknown command, expected info, split, link, show, verify, import or synth",
+        extras.front());
   }
   return fmt::format("{} (see refragment{} --help)", oneLine(error.what()), command);
 }

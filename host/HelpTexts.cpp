@@ -4,11 +4,13 @@
 
 namespace Host {
 
-#define REFRAGMENT_COMMANDS                                                      \
-  "  info    INPUT...              what a split would produce; writes nothing\n" \
-  "  split   INPUT... -o OUT.f5    cut a cloud into tiles, one file each\n"      \
-  "  show    FILE...               what a bundle, LAS or LAZ file holds\n"       \
-  "  import  INPUT... -o OUT.f5    a bundle file from LAS or LAZ files\n"        \
+#define REFRAGMENT_COMMANDS                                                       \
+  "  info    INPUT...              what a split would produce; writes nothing\n"  \
+  "  split   INPUT... -o OUT.f5    cut a cloud into tiles, one file each\n"       \
+  "  link    TILE... -o OUT.f5     a bundle over tile files there are\n"          \
+  "  show    FILE...               what a bundle, LAS or LAZ file holds\n"        \
+  "  verify  FILE...               whether every tile is there and as promised\n" \
+  "  import  INPUT... -o OUT.f5    a bundle file from LAS or LAZ files\n"         \
   "  synth   -o OUT.las            a made-up survey to try things with\n"
 
 const char* const kShortHelp =
@@ -39,7 +41,7 @@ const char* const kLongHelp =
     "    0  done\n"
     "    1  failed: nothing usable was made\n"
     "    2  usage: the command line makes no sense, nothing was touched\n"
-    "    3  done, but point totals do not add up\n"
+    "    3  done, but point totals do not add up, or a file is not as promised\n"
     "    4  some tiles failed; the same command again goes on with them\n"
     "  130  cancelled (Ctrl-C); the same command again goes on where it stopped\n"
     "\n"
@@ -73,9 +75,21 @@ const CommandHelp kSplitHelp = {
     "  refragment split \"flight/*.laz\" -o all.f5 --points-per-tile 2M --min-points 100\n"
     "  refragment split scan.laz -o part.f5 --start -50,-50,0 --end 50,50,100\n"
     "  refragment split scan.laz -o small.f5 --field Intensity --field Classification\n"
+    "  refragment split scan.laz -o one.f5 --single-file  all tiles inside one file\n"
     "\n"
     "Exit status: 0 done, 1 failed, 2 usage, 3 point totals differ, 4 some tiles failed,\n"
     "130 cancelled."};
+
+const CommandHelp kLinkHelp = {
+    "link", "Links tile files that were written earlier into one bundle, without reading points.",
+    "link TILE... -o OUT.f5 [flags]",
+    "The name of each file tells its place in the tiling: F2x0x1T0.000000Gscan.f5 is tile\n"
+    "2, 0, 1. All must come from the same tiling and have the same fields.\n"
+    "\n"
+    "Examples:\n"
+    "  refragment link scan -o scan.f5                   all tiles of a folder\n"
+    "  refragment link \"scan/F*x0x0T*.f5\" -o row.f5     one row of them\n"
+    "  refragment link day1 day2 -o both.f5"};
 
 const CommandHelp kShowHelp = {
     "show", "Shows what files hold: times, grids, fields with type and range, tiles.",
@@ -85,6 +99,16 @@ const CommandHelp kShowHelp = {
     "  refragment show scan.f5 --all                     every tile\n"
     "  refragment show scan.laz --ranges                 value ranges, by reading the points\n"
     "  refragment show scan.f5 --json | jq '.slices[0].grids[0].points'"};
+
+const CommandHelp kVerifyHelp = {
+    "verify", "Checks that every tile of a bundle is there, readable, and holds what was promised.",
+    "verify FILE... [flags]",
+    "Examples:\n"
+    "  refragment verify scan.f5                         reads every point\n"
+    "  refragment verify scan.f5 --quick                 the files alone\n"
+    "  refragment verify scan.f5 --json | jq '.problems'\n"
+    "\n"
+    "Exit status: 0 all is as promised, 3 something is not, 1 a file is no bundle."};
 
 const CommandHelp kImportHelp = {
     "import", "Writes a bundle file with the points of LAS or LAZ files, without cutting them.",

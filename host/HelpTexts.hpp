@@ -20,7 +20,9 @@ extern const char* const kLongHelp;
 
 extern const CommandHelp kInfoHelp;
 extern const CommandHelp kSplitHelp;
+extern const CommandHelp kLinkHelp;
 extern const CommandHelp kShowHelp;
+extern const CommandHelp kVerifyHelp;
 extern const CommandHelp kImportHelp;
 extern const CommandHelp kSynthHelp;
 

@@ -167,6 +167,34 @@ std::string dumped(const Json& json) {
   return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
+/// The grids in short, and the points of all.
+void addGrids(Json& json, const std::vector<GridFacts>& grids) {
+  json["grids"] = Json::array();
+  std::uint64_t points = 0;
+  for (const GridFacts& grid : grids) {
+    Json entry;
+    entry["time"] = number(grid.time);
+    entry["name"] = grid.name;
+    entry["points"] = grid.pointCount;
+    entry["fragments"] = grid.fragments.size();
+    entry["fields"] = grid.fields.size();
+    entry["box"] = boxJson(grid.box);
+    json["grids"].push_back(entry);
+    points += grid.pointCount;
+  }
+  json["points"] = points;
+}
+
+Json verifyJson(const VerifyReport& report) {
+  Json json;
+  json["file"] = report.file;
+  json["tiles"] = report.tiles;
+  json["points"] = report.points;
+  json["pointsRead"] = !report.quick;
+  json["problems"] = report.problems;
+  return json;
+}
+
 }  // namespace
 
 std::string infoJson(const SplitPlan& plan) {
@@ -196,24 +224,28 @@ std::string showJson(const std::vector<ShowReport>& reports) {
   return dumped(json);
 }
 
+std::string linkJson(const LinkReport& report) {
+  Json json;
+  json["output"] = report.output;
+  json["tiles"] = report.tiles;
+  addGrids(json, report.grids);
+  addUse(json, report.use);
+  return dumped(json);
+}
+
+std::string verifyJson(const std::vector<VerifyReport>& reports) {
+  if (reports.size() == 1) return dumped(verifyJson(reports.front()));
+  Json json;
+  json["files"] = Json::array();
+  for (const VerifyReport& report : reports) json["files"].push_back(verifyJson(report));
+  return dumped(json);
+}
+
 std::string importJson(const ImportReport& report) {
   Json json;
   json["output"] = report.output;
   json["inputs"] = report.inputs;
-  json["grids"] = Json::array();
-  std::uint64_t points = 0;
-  for (const GridFacts& grid : report.grids) {
-    Json entry;
-    entry["time"] = number(grid.time);
-    entry["name"] = grid.name;
-    entry["points"] = grid.pointCount;
-    entry["fragments"] = grid.fragments.size();
-    entry["fields"] = grid.fields.size();
-    entry["box"] = boxJson(grid.box);
-    json["grids"].push_back(entry);
-    points += grid.pointCount;
-  }
-  json["points"] = points;
+  addGrids(json, report.grids);
   json["bytes"] = report.bytes;
   addUse(json, report.use);
   return dumped(json);

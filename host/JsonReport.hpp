@@ -24,6 +24,8 @@ std::string splitJson(const SplitReport& report);
 std::string showJson(const std::vector<ShowReport>& reports);
 
 /// {"output", "inputs", "grids", "points", "bytes", "seconds", "peakMemoryBytes"}
+std::string linkJson(const LinkReport& report);
+std::string verifyJson(const std::vector<VerifyReport>& reports);
 std::string importJson(const ImportReport& report);
 
 /// {"output", "points", "pulses", "waveformBytes", "bytes", "seconds", "peakMemoryBytes"}

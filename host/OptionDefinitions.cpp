@@ -153,6 +153,14 @@ void defineTiling(CLI::App& app, TilingOptions& tiling) {
              storeIn(tiling.end));
 }
 
+void defineDurability(CLI::App& app, bool& durable) {
+  app.add_flag_function(
+         "--no-sync", [&durable](std::int64_t) { durable = false; },
+         "Do not wait until the disk has each file: faster, but a power\n"
+         "failure may cost files that were reported as written")
+      ->group(kOutputGroup);
+}
+
 void defineStorage(CLI::App& app, StorageOptions& storage) {
   addParsed(app,
             {"--storage", "KIND",
@@ -160,11 +168,7 @@ void defineStorage(CLI::App& app, StorageOptions& storage) {
              "deflate: compressed doubles; raw: uncompressed",
              kOutputGroup},
             parseStorage, storeIn(storage.kind));
-  app.add_flag_function(
-         "--no-sync", [&storage](std::int64_t) { storage.durable = false; },
-         "Do not wait until the disk has each file: faster, but a power\n"
-         "failure may cost files that were reported as written")
-      ->group(kOutputGroup);
+  defineDurability(app, storage.durable);
 }
 
 void defineOutput(CLI::App& app, const char* help, std::string& output) {
@@ -218,14 +222,38 @@ void defineSplitOptions(CLI::App& app, SplitOptions& options) {
                "The bundle that links the tiles, a .f5 file; the tiles go into a\n"
                "folder of its name beside it",
                options.output);
+  CLI::Option* single =
+      app.add_flag("--single-file", options.singleFile,
+                   "Put all tiles inside the output file itself, one after the other;\n"
+                   "a run that was stopped leaves nothing")
+          ->group(kOutputGroup);
   addText(app, {"--output-dir", "DIR", "Put the folder of tiles into DIR instead", kOutputGroup},
           options.outputDirectory);
+  single->excludes("--output-dir");
   addText(app,
           {"--output-grid", "NAME", "Name of the output grid [that of the input]", kOutputGroup},
           options.outputGrid);
   defineStorage(app, options.storage);
   defineForce(app, "Delete tiles of another plan, or an output file of other origin",
               options.force);
+}
+
+void defineLinkOptions(CLI::App& app, LinkOptions& options) {
+  app.add_option("TILE", options.inputs, "Tile files, folders of them, or patterns in quotes")
+      ->required()
+      ->type_name("");
+  defineOutput(app, "The bundle that links the tiles, a .f5 file", options.output);
+  defineDurability(app, options.durable);
+  defineForce(app, "Replace a file that exists", options.force);
+}
+
+void defineVerifyOptions(CLI::App& app, VerifyOptions& options) {
+  app.add_option("FILE", options.inputs, "Bundle files, folders of them, or patterns in quotes")
+      ->required()
+      ->type_name("");
+  app.add_flag("--quick", options.quick,
+               "Look whether every tile is there and is the one that was linked;\n"
+               "leave its points unread");
 }
 
 void defineShowOptions(CLI::App& app, ShowOptions& options) {

@@ -15,7 +15,9 @@ namespace Host {
 void defineCommonOptions(CLI::App& app, CommonOptions& options);
 void defineInfoOptions(CLI::App& app, InfoOptions& options);
 void defineSplitOptions(CLI::App& app, SplitOptions& options);
+void defineLinkOptions(CLI::App& app, LinkOptions& options);
 void defineShowOptions(CLI::App& app, ShowOptions& options);
+void defineVerifyOptions(CLI::App& app, VerifyOptions& options);
 void defineImportOptions(CLI::App& app, ImportOptions& options);
 void defineSynthOptions(CLI::App& app, SynthOptions& options);
 

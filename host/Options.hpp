@@ -66,7 +66,20 @@ struct SplitOptions {
   std::string output;
   std::string outputDirectory;  ///< empty: the folder of the output
   std::string outputGrid;       ///< empty: the name of the first input grid
+  bool singleFile = false;      ///< all tiles inside the output
   bool force = false;
+};
+
+struct LinkOptions {
+  std::vector<std::string> inputs;
+  std::string output;
+  bool durable = true;
+  bool force = false;
+};
+
+struct VerifyOptions {
+  std::vector<std::string> inputs;
+  bool quick = false;  ///< leave the points unread
 };
 
 struct ShowOptions {
@@ -90,7 +103,7 @@ struct SynthOptions {
   bool force = false;
 };
 
-using CommandOptions =
-    std::variant<InfoOptions, SplitOptions, ShowOptions, ImportOptions, SynthOptions>;
+using CommandOptions = std::variant<InfoOptions, SplitOptions, LinkOptions, ShowOptions,
+                                    VerifyOptions, ImportOptions, SynthOptions>;
 
 }  // namespace Host

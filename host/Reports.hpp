@@ -42,6 +42,21 @@ struct ImportReport {
   ResourceUse use;
 };
 
+struct LinkReport {
+  std::string output;
+  std::uint64_t tiles = 0;
+  std::vector<GridFacts> grids;
+  ResourceUse use;
+};
+
+struct VerifyReport {
+  std::string file;
+  std::uint64_t tiles = 0;  ///< or other fragments
+  std::uint64_t points = 0;
+  bool quick = false;
+  std::vector<std::string> problems;  ///< one line each
+};
+
 struct SynthReport {
   std::string output;
   std::uint64_t pointCount = 0;

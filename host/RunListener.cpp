@@ -4,13 +4,11 @@
 
 #include <charconv>
 #include <optional>
-#include <string_view>
 
 namespace Host {
 
 namespace {
 
-constexpr std::string_view kGridBegins = "RefragmentAndSplit2: Grid: ";
 constexpr std::string_view kTileDropped = "Fragment will be dumped. Low Point Size=";
 constexpr std::string_view kWarning = "Warning: ";
 
@@ -28,7 +26,7 @@ std::optional<std::uint64_t> numberAfter(std::string_view message, std::string_v
 }  // namespace
 
 void RunListener::hear(const std::string& message) {
-  if (message.starts_with(kGridBegins)) {
+  if (message.starts_with(gridBegins_)) {
     dropped_.emplace_back();
     beginGrid_(dropped_.size() - 1);
   }

@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/Messages.hpp"
@@ -21,13 +22,18 @@ struct DroppedTiles {
   std::uint64_t points = 0;
 };
 
+/// The console message with which each kind of run comes to its next grid.
+inline constexpr std::string_view kSplitGridBegins = "RefragmentAndSplit2: Grid: ";
+inline constexpr std::string_view kUnlinkedGridBegins = "\nNeeded time for bbox mapping: ";
+
 /// Threads: hear() is called by one thread at a time, as the console does.
 class RunListener {
  public:
   /// `beginGrid` is called with the number of the grid, from 0, when the run comes to it.
   /// Requires: `messages` outlives this object.
-  RunListener(Messages& messages, std::function<void(std::size_t)> beginGrid)
-      : messages_(messages), beginGrid_(std::move(beginGrid)) {}
+  RunListener(Messages& messages, std::function<void(std::size_t)> beginGrid,
+              std::string_view gridBegins = kSplitGridBegins)
+      : messages_(messages), beginGrid_(std::move(beginGrid)), gridBegins_(gridBegins) {}
 
   /// Takes in one message of the console.
   void hear(const std::string& message);
@@ -38,6 +44,7 @@ class RunListener {
  private:
   Messages& messages_;
   std::function<void(std::size_t)> beginGrid_;
+  const std::string_view gridBegins_;
   std::vector<DroppedTiles> dropped_;
 };
 

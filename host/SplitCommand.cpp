@@ -14,6 +14,7 @@
 #include "host/JsonReport.hpp"
 #include "host/NameRules.hpp"
 #include "host/NumberText.hpp"
+#include "host/OutputFile.hpp"
 #include "host/Restart.hpp"
 #include "host/RunListener.hpp"
 #include "host/Signals.hpp"
@@ -29,6 +30,7 @@ struct SplitJob {
   const SplitOptions& options;
   Session& session;
   OutputPlace place{};
+  std::string runOutput{};  ///< what the run writes: the output, or what becomes it
   ResolvedInput input{};
   LoadedInput loaded{};
   LidarLib::RefragmentAndSplit operation{};
@@ -67,7 +69,10 @@ void configure(SplitJob& job, const std::string& firstGrid) {
   applyOptions(job.options.tiling, job.options.filters, operation);
   operation.inputBundle = job.loaded.bundle;
   operation.outputDirectory = job.place.directory;
-  operation.outputFileName = job.place.file;
+  // A single file gets its name when the run has come to its end: one that was cancelled has
+  // written only some of the tiles.
+  job.runOutput = job.options.singleFile ? job.place.file + ".unfinished" : job.place.file;
+  operation.outputFileName = job.runOutput;
   operation.outputGridName = job.options.outputGrid.empty() ? firstGrid : job.options.outputGrid;
   operation.provenanceSource = sourceText(job.input.files);
   operation.provenanceDescription = "refragment " REFRAGMENT_VERSION;
@@ -108,6 +113,10 @@ Check removeLeftovers(const OutputPlace& place) {
 /// Takes the place in possession: folders, plan file, nothing of other plans.
 Check occupyPlace(SplitJob& job) {
   if (stopRequested()) return Stop{ExitCode::Cancelled, "cancelled, nothing was written"};
+  if (job.options.singleFile) {
+    const auto output = prepareOutputFile(job.options.output, ".f5", job.options.force);
+    return output.ok() ? Check(std::monostate{}) : Check(output.stop());
+  }
   if (job.options.force) {
     const auto start = judgeExisting(job.place, job.record);
     if (!start.ok()) {
@@ -147,14 +156,21 @@ Check runOperation(SplitJob& job) {
       MemCore::makeStrong<TileProgress>(settleProgressMode(session.common(), session.terminal()),
                                         session.terminal().columns, session.messages());
   job.operation.tileProgress = progress;
-  RunListener listener(session.messages(), [&](std::size_t grid) {
-    progress->beginGrid(grid < job.plan.grids.size() ? job.plan.grids[grid].pointCount : 0);
-  });
+  RunListener listener(
+      session.messages(),
+      [&](std::size_t grid) {
+        progress->beginGrid(grid < job.plan.grids.size() ? job.plan.grids[grid].pointCount : 0);
+      },
+      job.options.singleFile ? kUnlinkedGridBegins : kSplitGridBegins);
   job.evidence.filesBefore = listTileFiles(job.place.tileFolder).size();
   {
     const MemCore::ConsoleRedirection redirection(
         [&listener](const std::string& message) { listener.hear(message); });
-    job.operation.Run();
+    if (job.options.singleFile) {
+      job.operation.RunUnlinked();
+    } else {
+      job.operation.Run();
+    }
   }
   progress->finish();
   job.evidence.filesAfter = listTileFiles(job.place.tileFolder).size();
@@ -163,12 +179,46 @@ Check runOperation(SplitJob& job) {
   return std::monostate{};
 }
 
+/// The text with every `from` replaced.
+std::string replaced(std::string text, const std::string& from, const std::string& to) {
+  for (auto at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
+    text.replace(at, from.size(), to);
+  }
+  return text;
+}
+
+/// Gives a single file its name, or removes it when the run was cancelled.
+Check publishSingleFile(SplitJob& job) {
+  if (!job.options.singleFile) return std::monostate{};
+  auto& messages = job.operation.messages;
+  for (std::string& text : messages) text = replaced(text, job.runOutput, job.place.file);
+  std::error_code error;
+  if (std::find(messages.begin(), messages.end(), "Interrupted") != messages.end()) {
+    std::filesystem::remove(job.runOutput, error);
+    return Stop{ExitCode::Cancelled, "cancelled, nothing was written"};
+  }
+  if (!std::filesystem::exists(job.runOutput, error)) return std::monostate{};  // messages tell why
+  std::filesystem::rename(job.runOutput, job.place.file, error);
+  if (error) return failedStop(job.place.file + ": cannot be written: " + error.message());
+  if (!job.options.storage.durable) return std::monostate{};
+  const auto synced = Fiber::Container::syncFolder(job.place.file);
+  return synced.ok() ? Check(std::monostate{}) : Check(synced.failure());
+}
+
 /// The bundle that the run has written; empty when it cannot be read.
 Fiber::BundlePtr loadOutput(const std::string& file) {
   bool ok = false;
   const auto parameters =
       MemCore::makeStrong<MemCore::LoaderParameters>(MemCore::LoaderParameters{{file}, false});
   return Fiber::Bundle::load(ok, parameters, nullptr);
+}
+
+/// Tiles that a bundle holds data of.
+std::uint64_t tilesIn(const Fiber::BundlePtr& bundle) {
+  std::uint64_t tiles = 0;
+  if (!bundle) return tiles;
+  for (const GridFacts& grid : gatherFacts(*bundle, {})) tiles += grid.fragments.size();
+  return tiles;
 }
 
 /// The operation's messages and the host's warnings, once each.
@@ -185,15 +235,16 @@ std::vector<std::string> allMessages(const SplitJob& job) {
   return messages;
 }
 
-SplitReport makeReport(const SplitJob& job, const RunMessages& messages) {
+SplitReport makeReport(SplitJob& job, const RunMessages& messages) {
+  const Fiber::BundlePtr output = loadOutput(job.place.file);
+  if (job.options.singleFile) job.evidence.filesAfter = tilesIn(output);
   SplitReport report;
   report.output = job.place.file;
-  report.tileFolder = job.place.tileFolder;
+  if (!job.options.singleFile) report.tileFolder = job.place.tileFolder;
   report.plan = job.plan;
   report.tiling = job.options.tiling;
   report.isResumed = job.start == StartKind::Resumed;
   report.tiles = summariseTiles(job.plan, job.evidence, messages, job.dropped);
-  const Fiber::BundlePtr output = loadOutput(job.place.file);
   report.balances = balancePoints(job.plan, job.dropped, output, job.operation.outputGridName);
   report.isCompared = output && job.options.tiling.overlap == 0.0 && report.tiles.failed == 0 &&
                       report.tiles.pending == 0;
@@ -225,8 +276,10 @@ ExitCode judge(const SplitReport& report, const RunMessages& sorted, Messages& m
     return ExitCode::Cancelled;
   }
   if (!tiles.empty()) {
-    messages.error(fmt::format("{} failed; the same command again goes on with them",
-                               countText(tiles.size(), "tile")));
+    messages.error(fmt::format("{} failed; {}", countText(tiles.size(), "tile"),
+                               report.tileFolder.empty()
+                                   ? "the output lacks them"
+                                   : "the same command again goes on with them"));
     return ExitCode::TilesFailed;
   }
   if (!sorted.failures.empty()) return ExitCode::Failed;
@@ -238,7 +291,9 @@ ExitCode judge(const SplitReport& report, const RunMessages& sorted, Messages& m
 ExitCode conclude(SplitJob& job) {
   Session& session = job.session;
   session.warnOfAll(job.loaded.lateNotes());
-  const RunMessages sorted = sortMessages(job.operation.messages, job.place.tileFolder);
+  const RunMessages sorted =
+      sortMessages(job.operation.messages, job.options.singleFile ? job.place.file + ": tile "
+                                                                  : job.place.tileFolder + "/");
   const SplitReport report = makeReport(job, sorted);
   const bool printed = session.print("\n" + splitText(report), splitJson(report));
   return session.afterPrint(printed, judge(report, sorted, session.messages()));
@@ -260,8 +315,10 @@ ExitCode runSplit(const SplitOptions& options, Session& session) {
         "going on with {} of the same plan in {}",
         countText(listTileFiles(job.place.tileFolder).size(), "tile"), job.place.tileFolder));
   }
-  const Check ran = runOperation(job);
-  if (!ran.ok()) return session.stop(ran.stop());
+  for (const auto step : {runOperation, publishSingleFile}) {
+    const Check done = step(job);
+    if (!done.ok()) return session.stop(done.stop());
+  }
   return conclude(job);
 }
 

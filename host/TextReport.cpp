@@ -102,6 +102,27 @@ std::string useText(std::uint64_t points, const ResourceUse& use) {
                      byteText(use.peakMemoryBytes));
 }
 
+/// A row per grid; returns the points of all.
+std::uint64_t addClouds(TextTable& table, const std::vector<GridFacts>& grids) {
+  std::uint64_t points = 0;
+  for (const GridFacts& grid : grids) {
+    points += grid.pointCount;
+    table.add({"Cloud", fmt::format("{} at time {}, {} in {}, {}", grid.name, exactText(grid.time),
+                                    countText(grid.pointCount, "point"),
+                                    countText(grid.fragments.size(), "fragment"),
+                                    countText(grid.fields.size(), "field"))});
+  }
+  return points;
+}
+
+std::string verdictText(const VerifyReport& report) {
+  if (!report.problems.empty()) {
+    return countText(report.problems.size(), "tile") + " NOT as promised";
+  }
+  return report.quick ? "every file is the one that was linked; points were not read"
+                      : "every value is there and as promised";
+}
+
 std::string rangeText(const FieldFacts& field) {
   if (field.type == "point" || field.type == "vector3") return "see box";
   if (!field.range) return "unknown";
@@ -205,16 +226,31 @@ std::string showText(const ShowReport& report, bool allFragments) {
   return text;
 }
 
+std::string linkText(const LinkReport& report) {
+  TextTable table;
+  table.add({"Tiles", countText(report.tiles) + " linked"});
+  const std::uint64_t points = addClouds(table, report.grids);
+  table.add({"Time", useText(points, report.use)});
+  table.add({"Output", report.output});
+  table.add({"Next", "refragment verify " + shellWord(report.output)});
+  return table.text();
+}
+
+std::string verifyText(const std::vector<VerifyReport>& reports) {
+  std::string text;
+  for (const VerifyReport& report : reports) {
+    TextTable table;
+    table.add({"Bundle", report.file});
+    table.add({"Tiles", countText(report.tiles) + ", " + countText(report.points, "point")});
+    table.add({"Check", verdictText(report)});
+    text += (text.empty() ? "" : "\n") + table.text();
+  }
+  return text;
+}
+
 std::string importText(const ImportReport& report) {
   TextTable table;
-  std::uint64_t points = 0;
-  for (const GridFacts& grid : report.grids) {
-    points += grid.pointCount;
-    table.add({"Cloud", fmt::format("{} at time {}, {} in {}, {}", grid.name, exactText(grid.time),
-                                    countText(grid.pointCount, "point"),
-                                    countText(grid.fragments.size(), "fragment"),
-                                    countText(grid.fields.size(), "field"))});
-  }
+  const std::uint64_t points = addClouds(table, report.grids);
   table.add({"Time", useText(points, report.use)});
   table.add({"Output", fmt::format("{} ({})", report.output, byteText(report.bytes))});
   table.add({"Next", "refragment show " + shellWord(report.output)});

@@ -21,6 +21,8 @@ std::string splitText(const SplitReport& report);
 /// What files hold. Not more than a screenful of fragments per grid, unless all are wanted.
 std::string showText(const ShowReport& report, bool allFragments);
 
+std::string linkText(const LinkReport& report);
+std::string verifyText(const std::vector<VerifyReport>& reports);
 std::string importText(const ImportReport& report);
 std::string synthText(const SynthReport& report);
 

@@ -25,9 +25,8 @@ std::uint64_t difference(std::uint64_t whole, std::uint64_t part) {
 
 }  // namespace
 
-RunMessages sortMessages(const std::list<std::string>& messages, const std::string& tileFolder) {
+RunMessages sortMessages(const std::list<std::string>& messages, const std::string& tilePrefix) {
   RunMessages sorted;
-  const std::string tilePrefix = tileFolder + "/";
   for (const std::string& message : messages) {
     if (message == "Interrupted") {
       ++sorted.interrupted;

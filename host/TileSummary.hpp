@@ -23,8 +23,8 @@ struct RunMessages {
   std::vector<std::string> failures;      ///< about a grid or the output file
 };
 
-/// Sorts a message list. A text that begins with a file in the folder of tiles is about a tile.
-RunMessages sortMessages(const std::list<std::string>& messages, const std::string& tileFolder);
+/// Sorts a message list. A text that begins with `tilePrefix` is about a tile.
+RunMessages sortMessages(const std::list<std::string>& messages, const std::string& tilePrefix);
 
 /// Counts of tiles over all grids.
 struct TileSummary {

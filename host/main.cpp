@@ -11,10 +11,12 @@
 #include "host/CommandLine.hpp"
 #include "host/ImportCommand.hpp"
 #include "host/InfoCommand.hpp"
+#include "host/LinkCommand.hpp"
 #include "host/ShowCommand.hpp"
 #include "host/Signals.hpp"
 #include "host/SplitCommand.hpp"
 #include "host/SynthCommand.hpp"
+#include "host/VerifyCommand.hpp"
 
 namespace {
 
@@ -26,6 +28,8 @@ struct Runner {
 
   ExitCode operator()(const Host::InfoOptions& options) { return runInfo(options, session); }
   ExitCode operator()(const Host::SplitOptions& options) { return runSplit(options, session); }
+  ExitCode operator()(const Host::LinkOptions& options) { return runLink(options, session); }
+  ExitCode operator()(const Host::VerifyOptions& options) { return runVerify(options, session); }
   ExitCode operator()(const Host::ShowOptions& options) { return runShow(options, session); }
   ExitCode operator()(const Host::ImportOptions& options) { return runImport(options, session); }
   ExitCode operator()(const Host::SynthOptions& options) { return runSynth(options, session); }

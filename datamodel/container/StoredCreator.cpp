@@ -55,23 +55,43 @@ Outcome<void> fill(MemBase& array, const DatasetLayout& layout, int descriptor,
 
 }  // namespace
 
-Outcome<StrongPtr<MemBase>> StoredCreator::create() {
+/// The rows of a creator in their open file.
+struct StoredCreator::OpenRows {
+  std::shared_ptr<SourceFile> file;
+  std::shared_ptr<const DatasetLayout> layout;
+  RowRange range;
+};
+
+Outcome<StoredCreator::OpenRows> StoredCreator::openRows() const {
   const ArrayFacts known = facts();
-  const StoredSource& source = *place_.source;
-  const auto within = [&](const std::string& text) {
-    return Failure{
-        fmt::format("{}: {}/{}: {}", source.file.path, source.group, *place_.dataset, text)};
-  };
-  const auto file = SourceFiles::instance().find(source.file);
+  auto file = SourceFiles::instance().find(place_.source->file);
   if (!file.ok()) return file.failure();
-  const auto layout = (*file)->layout(source.group, *place_.dataset);
+  auto layout = (*file)->layout(place_.source->group, *place_.dataset);
   if (!layout.ok()) return layout.failure();
   const RowRange range = rangeFor(*known.size, *known.type, place_.start);
-  // Before anything is allocated: rows that exist are bounded by the size of the file.
   if (auto there = requireRange(**layout, range); !there.ok()) return within(there.error());
+  return OpenRows{std::move(*file), std::move(*layout), range};
+}
+
+Failure StoredCreator::within(const std::string& text) const {
+  const StoredSource& source = *place_.source;
+  return Failure{
+      fmt::format("{}: {}/{}: {}", source.file.path, source.group, *place_.dataset, text)};
+}
+
+Outcome<void> StoredCreator::checkSource() const {
+  const auto rows = openRows();
+  return rows.ok() ? Outcome<void>() : Outcome<void>(rows.failure());
+}
+
+Outcome<StrongPtr<MemBase>> StoredCreator::create() {
+  // Before anything is allocated: rows that exist are bounded by the size of the file.
+  const auto rows = openRows();
+  if (!rows.ok()) return rows.failure();
+  const ArrayFacts known = facts();
   const auto array = arrayToFill(known.type, *known.size);
   if (!array) return within("no arrays of its type and rank");
-  const auto filled = fill(*array, **layout, (*file)->descriptor(), range, place_);
+  const auto filled = fill(*array, *rows->layout, rows->file->descriptor(), rows->range, place_);
   if (!filled.ok()) return within(filled.error());
   return array;
 }

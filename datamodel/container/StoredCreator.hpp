@@ -40,10 +40,19 @@ class StoredCreator final : public CreativeArrayBase {
 
   const StoredPlace& place() const { return place_; }
 
+  /// Whether the file is there, is the one that was meant and has the rows; reads none of them.
+  /// Errors: "<path>: ...".
+  MemCore::Outcome<void> checkSource() const;
+
  protected:
   MemCore::Outcome<MemCore::StrongPtr<MemBase>> create() override;
 
  private:
+  struct OpenRows;
+
+  MemCore::Outcome<OpenRows> openRows() const;
+  MemCore::Failure within(const std::string& text) const;
+
   StoredPlace place_;
 };
 

@@ -26,7 +26,7 @@ TEST(TileSummary, MessagesAreSortedByWhatTheyAreAbout) {
   const RunMessages sorted =
       sortMessages({"Interrupted", "/out/t/F0x0x0T0.000000Ga.f5: disk full", "Interrupted",
                     "no outputfrag representation", "/out/t.f5: disk full"},
-                   "/out/t");
+                   "/out/t/");
   EXPECT_EQ(sorted.interrupted, 2U);
   EXPECT_EQ(sorted.tileFailures.size(), 2U);
   EXPECT_EQ(sorted.failures, (std::vector<std::string>{"/out/t.f5: disk full"}));
