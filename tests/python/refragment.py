@@ -78,6 +78,15 @@ def representation_of(file: h5py.File) -> h5py.Group:
     return found[0]
 
 
+def representation_of_table(file: h5py.File) -> h5py.Group:
+    """The group of the one table of fragments, in a file that may hold no points of its own."""
+    found = []
+    file.visititems(lambda _, node: found.append(node.parent)
+                    if isinstance(node, h5py.Dataset) and node.name.endswith("/fragments") else None)
+    assert len(found) == 1, f"{file.filename}: {len(found)} tables of fragments, expected 1"
+    return found[0]
+
+
 def read_tile(path: pathlib.Path) -> Tile:
     index = tuple(int(number) for number in TILE_NAME.fullmatch(path.name).groups()[:3])
     with h5py.File(path, "r") as file:
