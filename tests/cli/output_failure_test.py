@@ -38,10 +38,14 @@ class OutputFailureTest(ProgramTest):
         self.assert_one_line(done.stderr)
         self.assertEqual(list(closed.iterdir()), [])
 
+    def limit_file_sizes(self, limit: int):
+        """What starts the program with a limit that no file may outgrow."""
+        if os.environ.get("LIDARLIB_SANITIZE") == "thread":
+            self.skipTest("the OpenMP runtime of this build makes a larger file when it starts")
+        return lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
+
     def test_files_that_grow_too_large_fail_their_tiles_only(self):
-        limit = 100_000
-        def restrict() -> None:
-            resource.setrlimit(resource.RLIMIT_FSIZE, (limit, limit))
+        restrict = self.limit_file_sizes(100_000)
         arguments = ("in.las", "-o", "out.f5", "--fragment-length", "40")
         done = self.run_program("split", *arguments, status=4, preexec_fn=restrict)
         self.assertIn("the same command again goes on with them", done.stderr)
@@ -70,8 +74,7 @@ class OutputFailureTest(ProgramTest):
         self.assertTrue(healed["points"]["agree"])
 
     def test_import_to_a_full_disk_leaves_nothing(self):
-        def restrict() -> None:
-            resource.setrlimit(resource.RLIMIT_FSIZE, (10_000, 10_000))
+        restrict = self.limit_file_sizes(10_000)
         done = self.run_program("import", "in.las", "-o", "out.f5", status=1, preexec_fn=restrict)
         self.assert_one_line(done.stderr)
         self.assertEqual(list(self.folder.glob("out*")), [])

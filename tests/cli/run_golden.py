@@ -64,6 +64,8 @@ def run_file(path: pathlib.Path, program: str) -> list[str]:
         os.mkdir(programs)
         os.symlink(os.path.abspath(program), os.path.join(programs, "refragment"))
         environment = {"PATH": programs + ":" + os.environ.get("PATH", ""), "LC_ALL": "C.UTF-8"}
+        environment |= {name: value for name, value in os.environ.items()
+                        if name.endswith("SAN_OPTIONS")}
         for line in path.read_text(encoding="utf-8").splitlines():
             if line.startswith(("1>", "2>", "exit ")):
                 continue
