@@ -4,11 +4,13 @@
 
 #include <fmt/format.h>
 #include <omp.h>
-#include <sys/resource.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string_view>
 #include <system_error>
 
 #include "datamodel/memcore/Allocator.hpp"
@@ -16,6 +18,25 @@
 #include "host/PathText.hpp"
 
 namespace Host {
+
+namespace {
+
+/// The most memory that this program has had; 0 where the system does not tell. From the status
+/// file, because the figure of getrusage begins with that of the program that started this one.
+std::uint64_t peakMemoryBytes() {
+  constexpr std::string_view kPeak = "VmHWM:";
+  constexpr std::uint64_t kUnitBytes = 1024;
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (!line.starts_with(kPeak)) continue;
+    std::uint64_t units = 0;
+    std::istringstream(line.substr(kPeak.size())) >> units;
+    return units * kUnitBytes;
+  }
+  return 0;
+}
+
+}  // namespace
 
 Session::Session(const CommonOptions& common, const Terminal& terminal, Messages& messages)
     : common_(common),
@@ -62,11 +83,7 @@ void Session::warnOfAll(const std::vector<std::string>& lines) {
 ResourceUse Session::use() const {
   ResourceUse use;
   use.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin_).count();
-  rusage usage{};
-  constexpr std::uint64_t kUnitBytes = 1024;  // of ru_maxrss
-  if (::getrusage(RUSAGE_SELF, &usage) == 0) {
-    use.peakMemoryBytes = static_cast<std::uint64_t>(usage.ru_maxrss) * kUnitBytes;
-  }
+  use.peakMemoryBytes = peakMemoryBytes();
   return use;
 }
 

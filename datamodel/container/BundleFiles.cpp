@@ -89,9 +89,10 @@ Outcome<void> readEverything(const Bundle& bundle) {
 Outcome<void> loadFiles(const MemCore::LoaderParameters& parameters, Bundle& bundle) {
   if (parameters.files.empty()) return Failure{"bundle: no files to load"};
   for (const std::string& file : parameters.files) {
-    const auto stored = Container::scanBundle(file);
-    if (!stored.ok()) return stored.failure();
-    if (auto built = Container::buildModel(*stored, bundle); !built.ok()) return built;
+    auto scanned = Container::scanBundle(file);
+    if (!scanned.ok()) return scanned.failure();
+    const auto stored = std::make_shared<const Container::StoredBundle>(std::move(scanned).value());
+    if (auto built = Container::buildModel(stored, bundle); !built.ok()) return built;
   }
   return parameters.eager ? readEverything(bundle) : Outcome<void>();
 }

@@ -98,14 +98,24 @@ class RepresentationPlanner {
   /// A place of a regular fragmentation that no field has data for is no more than its index, which
   /// the counts give back: a tiling of a scattered cloud is stored in the size of its tiles.
   void dropVacantRows() {
-    const bool isRegular = std::any_of(
+    const auto regular = std::find_if(
         plan_.fields.begin(), plan_.fields.end(),
         [](const PlannedField& field) { return field.stored.fragmentCounts.has_value(); });
-    if (!isRegular) return;
-    std::erase_if(plan_.rows, [](const PlannedRow& row) {
-      return std::none_of(row.parts.begin(), row.parts.end(),
-                          [](const PlannedPart& part) { return part.creator != nullptr; });
+    if (regular == plan_.fields.end()) return;
+    const MultiIndex<3>& counts = *regular->stored.fragmentCounts;
+    std::erase_if(plan_.rows, [&](const PlannedRow& row) {
+      const bool isVacant =
+          std::none_of(row.parts.begin(), row.parts.end(),
+                       [](const PlannedPart& part) { return part.creator != nullptr; });
+      return isVacant && isPlaceOf(*row.fragment, counts);
     });
+  }
+
+  /// Whether a fragment has the name and number that its place in a tiling gives it.
+  static bool isPlaceOf(const FragmentID& fragment, const MultiIndex<3>& counts) {
+    const auto index = parseTileIndex(fragment.name());
+    return index && (*index)[0] < counts[0] && (*index)[1] < counts[1] &&
+           (*index)[0] + counts[0] * ((*index)[1] + counts[1] * (*index)[2]) == fragment.number();
   }
 
   Outcome<void> planParts(PlannedRow& row) {

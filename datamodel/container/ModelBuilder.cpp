@@ -4,9 +4,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <map>
+#include <mutex>
+#include <ranges>
 
 #include "datamodel/container/FormatNames.hpp"
 #include "datamodel/container/StoredCreator.hpp"
@@ -24,76 +26,48 @@ namespace {
 
 using Point = Eagle::PhysicalSpace::point;
 
-/// Builds the fields of one representation.
-class RepresentationBuilder {
+/// The rows of one representation, from which the creators of its fields are made. Threads: any.
+class StoredRows {
  public:
-  RepresentationBuilder(const FileIdentity& file, const StoredRepresentation& stored,
-                        Representation& representation)
-      : stored_(stored),
-        table_(stored.table),
-        representation_(representation),
-        ownSource_(std::make_shared<StoredSource>(StoredSource{file, stored.group})),
-        folder_(std::filesystem::path(file.path).parent_path()) {}
+  /// `stored` is part of a bundle description that it keeps alive.
+  StoredRows(const FileIdentity& file, std::shared_ptr<const StoredRepresentation> stored)
+      : stored_(std::move(stored)),
+        table_(stored_->table),
+        ownSource_(std::make_shared<StoredSource>(StoredSource{file, stored_->group})),
+        folder_(std::filesystem::path(file.path).parent_path()),
+        linkedSources_(table_.has(Column::kFile) ? table_.rowCount() : 0) {}
 
-  void build() {
-    makeFragments();
-    for (std::size_t f = 0; f < stored_.fields.size(); ++f) {
-      representation_.setField(stored_.fields[f].name, buildField(f));
-    }
-  }
-
- private:
-  void makeFragments() {
-    const auto& collection = representation_.fragments();
-    for (std::size_t row = 0; row < table_.rowCount(); ++row) {
-      fragments_.push_back(
-          collection->makeFragmentID(originalName(table_.text(row, Column::kName)),
-                                     table_.get<std::uint32_t>(row, Column::kNumber)));
-      sources_.push_back(sourceOf(row));
-      grids_.push_back(gridOf(row));
-    }
-  }
-
-  StrongPtr<Field> buildField(std::size_t f) {
-    const StoredField& stored = stored_.fields[f];
-    auto field = emptyField(stored);
-    field->properties() = stored.properties;
-    field->propertyBits = stored.propertyBits;
-    field->addInterface(stored.box);
-    if (stored.range) field->addInterface(makeStrong<DataRangeBase>(*stored.range));
-    const auto dataset =
-        std::make_shared<const std::string>(storedName(stored.name, kRepresentationWords));
-    for (std::size_t row = 0; row < table_.rowCount(); ++row) {
-      if (const auto creator = makeCreator(row, f, dataset)) {
-        field->setCreator(fragments_[row], creator);
-      }
-    }
-    return field;
-  }
-
-  StrongPtr<Field> emptyField(const StoredField& stored) const {
-    if (!stored.fragmentCounts) return makeStrong<Field>(representation_.fragments());
-    return makeStrong<RegularlyFragmentedField<3>>(*stored.fragmentCounts, stored.fragmentationName,
-                                                   representation_.fragments());
-  }
-
-  CreatorHandle makeCreator(std::size_t row, std::size_t f,
+  /// The creator of field f for the fragment of a number; empty when there is none.
+  CreatorHandle makeCreator(unsigned number, std::size_t f,
                             const std::shared_ptr<const std::string>& dataset) const {
-    const FieldPart part = fieldPart(stored_, row, f);
+    const std::size_t row = rowOf(number);
+    if (row == table_.rowCount()) return nullptr;
+    const FieldPart part = fieldPart(*stored_, row, f);
     if (!part.present) return nullptr;
     StoredPlace place;
-    place.source = sources_[row];
+    place.source = sourceOf(row);
     place.dataset = dataset;
     place.start = part.start;
     if (table_.has(Column::kChecksum)) {
       place.checksum = table_.get<std::uint32_t>(row, Column::kChecksum, f);
     }
-    if (stored_.fields[f].name == kPositions) place.grid = grids_[row];
+    if (stored_->fields[f].name == kPositions) place.grid = gridOf(row);
     CreatorHandle creator = makeStrong<StoredCreator>(factsOf(row, f, part), std::move(place));
     if (const std::uint32_t set = attributeSet(row, f); set != 0) {
-      creator->attributes() = stored_.fields[f].attributeSets[set - 1];
+      creator->attributes() = stored_->fields[f].attributeSets[set - 1];
     }
     return creator;
+  }
+
+ private:
+  /// Rows are in ascending order of number. The count of rows where there is none.
+  std::size_t rowOf(unsigned number) const {
+    const auto rows = std::views::iota(std::size_t{0}, table_.rowCount());
+    const auto numberAt = [&](std::size_t row) {
+      return table_.get<std::uint32_t>(row, Column::kNumber);
+    };
+    const auto found = std::ranges::lower_bound(rows, number, {}, numberAt);
+    return found != rows.end() && numberAt(*found) == number ? *found : table_.rowCount();
   }
 
   std::uint32_t attributeSet(std::size_t row, std::size_t f) const {
@@ -103,9 +77,9 @@ class RepresentationBuilder {
 
   ArrayFacts factsOf(std::size_t row, std::size_t f, const FieldPart& part) const {
     ArrayFacts facts;
-    facts.type = stored_.fields[f].type;
+    facts.type = stored_->fields[f].type;
     facts.size = part.size;
-    if (stored_.fields[f].name == kPositions) facts.box = boxOf(row);
+    if (stored_->fields[f].name == kPositions) facts.box = boxOf(row);
     const ValueRange range{table_.get<double>(row, Column::kFieldMin, f),
                            table_.get<double>(row, Column::kFieldMax, f)};
     if (!std::isnan(range.min) && !std::isnan(range.max)) facts.range = range;
@@ -126,14 +100,22 @@ class RepresentationBuilder {
     return makeStrong<Eagle::BoundingBox>(min, max);
   }
 
-  std::shared_ptr<const StoredSource> sourceOf(std::size_t row) {
+  /// The file of a row, shared by all fields.
+  std::shared_ptr<const StoredSource> sourceOf(std::size_t row) const {
     if (!table_.isLinked(row)) return ownSource_;
+    const std::lock_guard lock(mutex_);
+    auto& known = linkedSources_[row];
+    if (!known) known = linkedSource(row);
+    return known;
+  }
+
+  std::shared_ptr<const StoredSource> linkedSource(std::size_t row) const {
     const auto group = table_.get<std::uint32_t>(row, Column::kSourceGroup);
     StoredSource source;
     source.file.path = (folder_ / table_.text(row, Column::kFile)).lexically_normal().string();
     source.file.sizeBytes = table_.get<std::uint64_t>(row, Column::kFileSize);
     source.file.contentId = table_.get<std::uint64_t>(row, Column::kContentId);
-    source.group = stored_.sourceGroups[group];
+    source.group = stored_->sourceGroups[group];
     return std::make_shared<const StoredSource>(std::move(source));
   }
 
@@ -148,17 +130,66 @@ class RepresentationBuilder {
     return std::make_shared<const CoordinateGrid>(grid);
   }
 
-  const StoredRepresentation& stored_;
+  const std::shared_ptr<const StoredRepresentation> stored_;
   const FragmentTable& table_;
-  Representation& representation_;
-  std::shared_ptr<const StoredSource> ownSource_;
-  std::filesystem::path folder_;
-  std::vector<FragmentHandle> fragments_;  ///< by row, as the two below
-  std::vector<std::shared_ptr<const StoredSource>> sources_;
-  std::vector<std::shared_ptr<const CoordinateGrid>> grids_;
+  const std::shared_ptr<const StoredSource> ownSource_;
+  const std::filesystem::path folder_;
+  mutable std::mutex mutex_;
+  mutable std::vector<std::shared_ptr<const StoredSource>> linkedSources_;  ///< by row
 };
 
-void buildGrid(const FileIdentity& file, const StoredGrid& stored, Grid& grid) {
+/// The creators of one field.
+class StoredFieldSource final : public CreatorSource {
+ public:
+  StoredFieldSource(std::shared_ptr<const StoredRows> rows, std::size_t field,
+                    const std::string& name)
+      : rows_(std::move(rows)),
+        field_(field),
+        dataset_(std::make_shared<const std::string>(storedName(name, kRepresentationWords))) {}
+
+  CreatorHandle make(unsigned fragmentNumber) const override {
+    return rows_->makeCreator(fragmentNumber, field_, dataset_);
+  }
+
+ private:
+  std::shared_ptr<const StoredRows> rows_;
+  std::size_t field_;
+  std::shared_ptr<const std::string> dataset_;
+};
+
+void makeFragments(const FragmentTable& table, FragmentIDCollection& collection) {
+  for (std::size_t row = 0; row < table.rowCount(); ++row) {
+    collection.makeFragmentID(originalName(table.text(row, Column::kName)),
+                              table.get<std::uint32_t>(row, Column::kNumber));
+  }
+}
+
+StrongPtr<Field> emptyField(const StoredField& stored,
+                            const StrongPtr<FragmentIDCollection>& fragments) {
+  if (!stored.fragmentCounts) return makeStrong<Field>(fragments);
+  return makeStrong<RegularlyFragmentedField<3>>(*stored.fragmentCounts, stored.fragmentationName,
+                                                 fragments);
+}
+
+void buildRepresentation(const FileIdentity& file,
+                         const std::shared_ptr<const StoredRepresentation>& stored,
+                         Representation& representation) {
+  makeFragments(stored->table, *representation.fragments());
+  const auto rows = std::make_shared<const StoredRows>(file, stored);
+  for (std::size_t f = 0; f < stored->fields.size(); ++f) {
+    const StoredField& description = stored->fields[f];
+    const auto field = emptyField(description, representation.fragments());
+    field->properties() = description.properties;
+    field->propertyBits = description.propertyBits;
+    field->addInterface(description.box);
+    if (description.range) field->addInterface(makeStrong<DataRangeBase>(*description.range));
+    field->setCreatorSource(makeStrong<StoredFieldSource>(rows, f, description.name));
+    representation.setField(description.name, field);
+  }
+}
+
+void buildGrid(const std::shared_ptr<const StoredBundle>& bundle, const StoredGrid& stored,
+               Grid& grid) {
   grid.attributes() = stored.attributes;
   grid.propertyBits = stored.propertyBits;
   for (const StoredSkeleton& skeleton : stored.skeletons) {
@@ -166,22 +197,22 @@ void buildGrid(const FileIdentity& file, const StoredGrid& stored, Grid& grid) {
     for (const StoredRepresentation& representation : skeleton.representations) {
       grid.makeCartesianChart(representation.chart, 0);
       const auto target = (*made)[grid.baseSpace(representation.chart)];
-      RepresentationBuilder(file, representation, *target).build();
+      buildRepresentation(bundle->file, {bundle, &representation}, *target);
     }
   }
 }
 
 }  // namespace
 
-Outcome<void> buildModel(const StoredBundle& stored, Bundle& bundle) {
-  for (const StoredSlice& storedSlice : stored.slices) {
+Outcome<void> buildModel(const std::shared_ptr<const StoredBundle>& stored, Bundle& bundle) {
+  for (const StoredSlice& storedSlice : stored->slices) {
     const auto slice = bundle[storedSlice.time];
     for (const StoredGrid& storedGrid : storedSlice.grids) {
       if (slice->findGrid(storedGrid.name)) {
         return Failure{fmt::format("{}: grid {} at time {}: the bundle has one of that name",
-                                   stored.file.path, storedGrid.name, timeText(storedSlice.time))};
+                                   stored->file.path, storedGrid.name, timeText(storedSlice.time))};
       }
-      buildGrid(stored.file, storedGrid, *slice->newGrid(storedGrid.name));
+      buildGrid(stored, storedGrid, *slice->newGrid(storedGrid.name));
     }
   }
   return {};

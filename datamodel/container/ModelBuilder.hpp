@@ -10,8 +10,10 @@
 
 namespace Fiber::Container {
 
-/// Adds everything described to a bundle. Errors: "<path>: ..." when the bundle holds a grid of
-/// that name and time already; the bundle then has some of the grids.
-MemCore::Outcome<void> buildModel(const StoredBundle& stored, Bundle& bundle);
+/// Adds everything described to a bundle. The creators of the fields are made from the description
+/// when they are asked for. Errors: "<path>: ..." when the bundle holds a grid of that name and
+/// time already; the bundle then has some of the grids.
+MemCore::Outcome<void> buildModel(const std::shared_ptr<const StoredBundle>& stored,
+                                  Bundle& bundle);
 
 }  // namespace Fiber::Container

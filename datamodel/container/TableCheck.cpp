@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <optional>
 #include <unordered_set>
 
 namespace Fiber::Container {
@@ -99,12 +100,13 @@ FieldPart fieldPart(const StoredRepresentation& stored, std::size_t row, std::si
 }
 
 Outcome<void> checkTable(const StoredRepresentation& stored) {
-  std::unordered_set<std::uint32_t> numbers;
   std::unordered_set<std::string> names;
+  std::optional<std::uint32_t> before;
   for (std::size_t row = 0; row < stored.table.rowCount(); ++row) {
-    if (!numbers.insert(stored.table.get<std::uint32_t>(row, Column::kNumber)).second) {
-      return rowFailure(row, "its number is taken by another fragment");
-    }
+    const auto number = stored.table.get<std::uint32_t>(row, Column::kNumber);
+    if (before == number) return rowFailure(row, "its number is taken by another fragment");
+    if (before > number) return rowFailure(row, "its number is below that of the row before");
+    before = number;
     if (!names.insert(stored.table.text(row, Column::kName)).second) {
       return rowFailure(row, "its name is taken by another fragment");
     }

@@ -29,11 +29,29 @@ FragmentHandle Field::makeFragmentID(const std::string& name) {
 
 CreatorHandle Field::getCreator(const FragmentHandle& fragment) const {
   if (!fragment) return nullptr;
-  const std::shared_lock lock(mutex_);
-  return creators_.find(fragment->number());
+  const unsigned number = fragment->number();
+  {
+    const std::shared_lock lock(mutex_);
+    CreatorHandle known = creators_.find(number);
+    if (known || !source_ || removed_.contains(number)) return known;
+  }
+  CreatorHandle made = source_->make(number);
+  if (!made) return nullptr;
+  const std::unique_lock lock(mutex_);
+  // Another thread may have been quicker, to store or to remove.
+  CreatorHandle known = creators_.find(number);
+  if (known || removed_.contains(number)) return known;
+  creators_.set(number, made);
+  return made;
 }
 
 CreatorHandle Field::getFirstCreator() const {
+  if (source_) {
+    for (const FragmentHandle& fragment : fragments_->all()) {
+      if (CreatorHandle creator = getCreator(fragment)) return creator;
+    }
+    return nullptr;
+  }
   CreatorHandle first;
   const std::shared_lock lock(mutex_);
   creators_.walk([&](const CreatorHandle& creator) {
@@ -47,6 +65,11 @@ void Field::setCreator(const FragmentHandle& fragment, const CreatorHandle& crea
   if (!fragment) return;
   const std::unique_lock lock(mutex_);
   creators_.set(fragment->number(), creator);
+  if (creator) {
+    removed_.erase(fragment->number());
+  } else if (source_) {
+    removed_.insert(fragment->number());
+  }
 }
 
 StrongPtr<MemBase> Field::getData(const FragmentHandle& fragment) const {

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <shared_mutex>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "datamodel/fiber/CreativeArrayBase.hpp"
@@ -21,6 +22,15 @@
 namespace Fiber {
 
 using CreatorHandle = MemCore::StrongPtr<CreativeArrayBase>;
+
+/// Makes the creators of a field's fragments when they are first asked for, so that a field over
+/// very many fragments costs nothing until it is used.
+class FIBER_API CreatorSource {
+ public:
+  virtual ~CreatorSource() = default;
+  /// A new creator for the fragment of a number; empty when there is none. Threads: any.
+  virtual CreatorHandle make(unsigned fragmentNumber) const = 0;
+};
 
 /// Name of a field within its representation.
 struct FieldID {
@@ -47,6 +57,8 @@ class FIBER_API Field : public MemCore::Intercube, public std::enable_shared_fro
   CreatorHandle getCreator(const FragmentHandle& fragment) const;
   /// The creator of the lowest-numbered fragment that has one.
   CreatorHandle getFirstCreator() const;
+  /// Where creators come from that were not stored. To be set before the field is shared.
+  void setCreatorSource(MemCore::StrongPtr<CreatorSource> source) { source_ = std::move(source); }
   /// Stores or replaces a fragment's creator; an empty handle removes it.
   void setCreator(const FragmentHandle& fragment, const CreatorHandle& creator);
   /// The data of a fragment, made on demand; empty when there is no creator or it fails.
@@ -74,7 +86,9 @@ class FIBER_API Field : public MemCore::Intercube, public std::enable_shared_fro
  private:
   MemCore::StrongPtr<FragmentIDCollection> fragments_;
   mutable std::shared_mutex mutex_;
-  NumberTable<CreatorHandle> creators_;  ///< by fragment number
+  mutable NumberTable<CreatorHandle> creators_;  ///< by fragment number
+  std::unordered_set<unsigned> removed_;         ///< numbers that the source is not asked for
+  MemCore::StrongPtr<CreatorSource> source_;
   MemCore::Attributes properties_;
 };
 
