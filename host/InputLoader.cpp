@@ -40,6 +40,8 @@ Result<LoadedInput> loadInput(const ResolvedInput& input, const CloudPlace& plac
                                           : loadClouds(input.files, place);
 }
 
+Result<LoadedInput> loadBundle(const std::string& file) { return loadBundles({file}); }
+
 Result<LoadedInput> openInput(const std::vector<std::string>& names) {
   const auto resolved = resolveInput(names);
   if (!resolved.ok()) return resolved.stop();

@@ -30,6 +30,9 @@ struct LoadedInput {
 /// Errors: a file that cannot be read as what it claims to be (failed).
 Result<LoadedInput> loadInput(const ResolvedInput& input, const CloudPlace& place);
 
+/// One bundle file. Errors: as loadInput.
+Result<LoadedInput> loadBundle(const std::string& file);
+
 /// Resolves and loads in one step.
 Result<LoadedInput> openInput(const std::vector<std::string>& names);
 

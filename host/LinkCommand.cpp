@@ -8,7 +8,7 @@
 #include <stdexcept>
 
 #include "datamodel/memcore/Console.hpp"
-#include "host/InputResolver.hpp"
+#include "host/InputLoader.hpp"
 #include "host/JsonReport.hpp"
 #include "host/NumberText.hpp"
 #include "host/OutputFile.hpp"
@@ -29,13 +29,6 @@ struct TileFile {
   GridFacts facts;
 };
 
-Fiber::BundlePtr load(const std::string& path, std::string* failure) {
-  bool ok = false;
-  const auto parameters =
-      MemCore::makeStrong<MemCore::LoaderParameters>(MemCore::LoaderParameters{{path}, false});
-  return Fiber::Bundle::load(ok, parameters, nullptr, failure);
-}
-
 Result<Fiber::MultiIndex<3>> indexOf(const std::string& path) {
   constexpr const char* kExpected =
       "the name tells no tile, expected one such as F2x0x1T0.000000Gscan.f5";
@@ -54,10 +47,9 @@ Result<Fiber::MultiIndex<3>> indexOf(const std::string& path) {
 Result<TileFile> openTile(const std::string& path) {
   const auto index = indexOf(path);
   if (!index.ok()) return index.stop();
-  std::string failure;
-  const Fiber::BundlePtr bundle = load(path, &failure);
-  if (!bundle) return failedStop(failure);
-  auto grids = gatherFacts(*bundle, {});
+  const auto loaded = loadBundle(path);
+  if (!loaded.ok()) return loaded.stop();
+  auto grids = gatherFacts(*loaded->bundle, {});
   if (grids.size() != 1 || grids.front().fragments.size() != 1) {
     const std::size_t fragments = grids.size() == 1 ? grids.front().fragments.size() : 0;
     return failedStop(fmt::format("{}: is no tile, found {} with {}, expected one of each", path,
@@ -185,13 +177,9 @@ ExitCode runLink(const LinkOptions& options, Session& session) {
   LinkReport report;
   report.output = *output;
   report.tiles = files->size();
-  std::string failure;
-  if (const auto bundle = load(*output, &failure)) {
-    FactOptions facts;
-    facts.file = *output;
-    report.grids = gatherFacts(*bundle, facts);
-  }
-  if (!failure.empty()) return session.stop(failedStop(failure));
+  const auto bundle = loadBundle(*output);
+  if (!bundle.ok()) return session.stop(bundle.stop());
+  report.grids = gatherFacts(*bundle->bundle, {});
   report.use = session.use();
   return session.afterPrint(session.print(linkText(report), linkJson(report)), ExitCode::Done);
 }

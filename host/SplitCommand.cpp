@@ -205,14 +205,6 @@ Check publishSingleFile(SplitJob& job) {
   return synced.ok() ? Check(std::monostate{}) : Check(synced.failure());
 }
 
-/// The bundle that the run has written; empty when it cannot be read.
-Fiber::BundlePtr loadOutput(const std::string& file) {
-  bool ok = false;
-  const auto parameters =
-      MemCore::makeStrong<MemCore::LoaderParameters>(MemCore::LoaderParameters{{file}, false});
-  return Fiber::Bundle::load(ok, parameters, nullptr);
-}
-
 /// Tiles that a bundle holds data of.
 std::uint64_t tilesIn(const Fiber::BundlePtr& bundle) {
   std::uint64_t tiles = 0;
@@ -236,7 +228,8 @@ std::vector<std::string> allMessages(const SplitJob& job) {
 }
 
 SplitReport makeReport(SplitJob& job, const RunMessages& messages) {
-  const Fiber::BundlePtr output = loadOutput(job.place.file);
+  const auto written = loadBundle(job.place.file);
+  const Fiber::BundlePtr output = written.ok() ? written->bundle : Fiber::BundlePtr();
   if (job.options.singleFile) job.evidence.filesAfter = tilesIn(output);
   SplitReport report;
   report.output = job.place.file;

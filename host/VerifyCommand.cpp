@@ -130,7 +130,7 @@ std::vector<std::string> findProblems(const std::vector<Fragment>& fragments, bo
 
 Result<VerifyReport> verifyFile(const std::string& file, const VerifyOptions& options,
                                 Session& session) {
-  const auto loaded = loadInput({InputKind::Bundles, {file}}, {});
+  const auto loaded = loadBundle(file);
   if (!loaded.ok()) return loaded.stop();
   const std::vector<Fragment> fragments = fragmentsOf(*loaded->bundle);
   VerifyReport report;

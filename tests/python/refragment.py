@@ -69,22 +69,23 @@ def plain(values: np.ndarray) -> np.ndarray:
     return np.lib.recfunctions.structured_to_unstructured(values) if values.dtype.names else values
 
 
-def representation_of(file: h5py.File) -> h5py.Group:
-    """The group of the one representation that a tile file has."""
+def _group_with(file: h5py.File, name: str) -> h5py.Group:
+    """The one group of a file that has a dataset of that name."""
     found = []
     file.visititems(lambda _, node: found.append(node.parent)
-                    if isinstance(node, h5py.Dataset) and node.name.endswith("/Positions") else None)
-    assert len(found) == 1, f"{file.filename}: {len(found)} position datasets, expected 1"
+                    if isinstance(node, h5py.Dataset) and node.name.endswith("/" + name) else None)
+    assert len(found) == 1, f"{file.filename}: {len(found)} datasets {name}, expected 1"
     return found[0]
+
+
+def representation_of(file: h5py.File) -> h5py.Group:
+    """The group of the one representation that a tile file has."""
+    return _group_with(file, "Positions")
 
 
 def representation_of_table(file: h5py.File) -> h5py.Group:
-    """The group of the one table of fragments, in a file that may hold no points of its own."""
-    found = []
-    file.visititems(lambda _, node: found.append(node.parent)
-                    if isinstance(node, h5py.Dataset) and node.name.endswith("/fragments") else None)
-    assert len(found) == 1, f"{file.filename}: {len(found)} tables of fragments, expected 1"
-    return found[0]
+    """The same by its table of fragments, for a file that may hold no points of its own."""
+    return _group_with(file, "fragments")
 
 
 def read_tile(path: pathlib.Path) -> Tile:
