@@ -187,17 +187,45 @@ std::string replaced(std::string text, const std::string& from, const std::strin
   return text;
 }
 
-/// Gives a single file its name, or removes it when the run was cancelled.
+RunMessages sortedMessages(const SplitJob& job) {
+  return sortMessages(job.operation.messages, job.options.singleFile ? job.place.file + ": tile "
+                                                                     : job.place.tileFolder + "/");
+}
+
+/// Says what went wrong, the first few tiles by name.
+void tellFailures(const RunMessages& sorted, Messages& messages) {
+  constexpr std::size_t kHandful = 3;
+  const auto& tiles = sorted.tileFailures;
+  for (std::size_t i = 0; i < std::min(kHandful, tiles.size()); ++i) messages.error(tiles[i]);
+  for (std::size_t i = kHandful; i < tiles.size(); ++i) messages.detail(tiles[i]);
+  for (const std::string& failure : sorted.failures) messages.error(failure);
+}
+
+/// Why a single file must not get its name: it lacks tiles.
+Check requireAllTiles(SplitJob& job) {
+  const RunMessages sorted = sortedMessages(job);
+  if (sorted.interrupted != 0) return Stop{ExitCode::Cancelled, "cancelled, nothing was written"};
+  tellFailures(sorted, job.session.messages());
+  if (!sorted.tileFailures.empty()) {
+    return failedStop(countText(sorted.tileFailures.size(), "tile") +
+                      " failed, nothing was written");
+  }
+  if (!sorted.failures.empty()) return failedStop(job.place.file + ": nothing was written");
+  return std::monostate{};
+}
+
+/// Gives a single file its name, or removes it when it lacks tiles.
 Check publishSingleFile(SplitJob& job) {
   if (!job.options.singleFile) return std::monostate{};
-  auto& messages = job.operation.messages;
-  for (std::string& text : messages) text = replaced(text, job.runOutput, job.place.file);
-  std::error_code error;
-  if (std::find(messages.begin(), messages.end(), "Interrupted") != messages.end()) {
-    std::filesystem::remove(job.runOutput, error);
-    return Stop{ExitCode::Cancelled, "cancelled, nothing was written"};
+  for (std::string& text : job.operation.messages) {
+    text = replaced(text, job.runOutput, job.place.file);
   }
-  if (!std::filesystem::exists(job.runOutput, error)) return std::monostate{};  // messages tell why
+  std::error_code error;
+  const Check isWhole = requireAllTiles(job);
+  if (!isWhole.ok()) {
+    std::filesystem::remove(job.runOutput, error);
+    return isWhole;
+  }
   std::filesystem::rename(job.runOutput, job.place.file, error);
   if (error) return failedStop(job.place.file + ": cannot be written: " + error.message());
   if (!job.options.storage.durable) return std::monostate{};
@@ -256,23 +284,17 @@ void tellDifferences(const SplitReport& report, Messages& messages) {
   }
 }
 
-/// Says what went wrong, the first few tiles by name, and settles the exit status.
+/// Says what went wrong and settles the exit status.
 ExitCode judge(const SplitReport& report, const RunMessages& sorted, Messages& messages) {
-  constexpr std::size_t kHandful = 3;
-  const auto& tiles = sorted.tileFailures;
-  for (std::size_t i = 0; i < std::min(kHandful, tiles.size()); ++i) messages.error(tiles[i]);
-  for (std::size_t i = kHandful; i < tiles.size(); ++i) messages.detail(tiles[i]);
-  for (const std::string& failure : sorted.failures) messages.error(failure);
+  tellFailures(sorted, messages);
   if (sorted.interrupted != 0) {
     messages.error(fmt::format("cancelled with {} to do; the same command again goes on from here",
                                countText(report.tiles.pending, "tile")));
     return ExitCode::Cancelled;
   }
-  if (!tiles.empty()) {
-    messages.error(fmt::format("{} failed; {}", countText(tiles.size(), "tile"),
-                               report.tileFolder.empty()
-                                   ? "the output lacks them"
-                                   : "the same command again goes on with them"));
+  if (!sorted.tileFailures.empty()) {
+    messages.error(fmt::format("{} failed; the same command again goes on with them",
+                               countText(sorted.tileFailures.size(), "tile")));
     return ExitCode::TilesFailed;
   }
   if (!sorted.failures.empty()) return ExitCode::Failed;
@@ -284,9 +306,7 @@ ExitCode judge(const SplitReport& report, const RunMessages& sorted, Messages& m
 ExitCode conclude(SplitJob& job) {
   Session& session = job.session;
   session.warnOfAll(job.loaded.lateNotes());
-  const RunMessages sorted =
-      sortMessages(job.operation.messages, job.options.singleFile ? job.place.file + ": tile "
-                                                                  : job.place.tileFolder + "/");
+  const RunMessages sorted = sortedMessages(job);
   const SplitReport report = makeReport(job, sorted);
   const bool printed = session.print("\n" + splitText(report), splitJson(report));
   return session.afterPrint(printed, judge(report, sorted, session.messages()));

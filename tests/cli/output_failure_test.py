@@ -55,6 +55,14 @@ class OutputFailureTest(ProgramTest):
         self.assertEqual(healed["tiles"]["failed"], 0)
         self.assertTrue(healed["points"]["agree"])
 
+    def test_single_file_that_grows_too_large_leaves_nothing(self):
+        arguments = ("split", "in.las", "-o", "out.f5", "--fragment-length", "40", "--single-file")
+        for limit in (10_000, 1_000_000):  # at the first tile; when the file is put together
+            done = self.run_program(*arguments, status=1, preexec_fn=self.limit_file_sizes(limit))
+            self.assertIn("nothing was written", done.stderr.splitlines()[-1])
+            self.assertEqual(sorted(path.name for path in self.folder.iterdir()), ["in.las"])
+        self.run_program(*arguments)
+
     def test_full_disk_fails_tiles_and_room_heals_them(self):
         disk = self.folder / "disk"
         disk.mkdir()
