@@ -57,6 +57,9 @@ say "The split: ${split[*]}"
 say "What came out: $refragment show $output"
 "$refragment" show "$output"
 
+say "All there? $refragment verify $output"
+"$refragment" verify "$output"
+
 cat <<TEXT
 
 Try next:
