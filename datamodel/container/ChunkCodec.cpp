@@ -66,11 +66,7 @@ Outcome<EncodedChunk> ChunkEncoder::encode(std::span<const std::byte> plain,
   if (filter.deflate) {
     const auto stream = compressor_.compress(current);
     if (!stream.ok()) return stream.failure();
-    if (stream->size() < current.size()) {
-      current = *stream;
-    } else {
-      chunk.skippedFilters = deflateBit(filter);
-    }
+    current = *stream;
   }
   chunk.bytes.reserve(current.size() + Sum().size());
   chunk.bytes.assign(current.begin(), current.end());

@@ -3,8 +3,8 @@
 // One chunk of a dataset between its plain bytes and the bytes stored in the file: shuffle, then
 // deflate, then a checksum, as HDF5's filter pipeline would have done it. Chunks are encoded and
 // decoded in the caller's thread, so that the container library, which runs one call at a time,
-// only ever sees finished bytes. A chunk that deflate cannot shrink is stored as it is, and its
-// filter mask says so in HDF5's own way, so that any reader copes.
+// only ever sees finished bytes. A chunk that deflate cannot shrink goes through it all the same: a
+// zlib stream tells a chunk that was overwritten with zeros, the checksum of zeros alone is zero.
 
 #pragma once
 
@@ -26,11 +26,9 @@ struct ChunkFilter {
   bool operator==(const ChunkFilter&) const = default;
 };
 
-/// The stored form of one chunk. Bit i of skippedFilters set means that filter i of the dataset's
-/// pipeline (counting only those that the dataset has) was not applied to this chunk.
+/// The stored form of one chunk, with all filters of its dataset applied.
 struct EncodedChunk {
   std::vector<std::byte> bytes;
-  std::uint32_t skippedFilters = 0;
 };
 
 /// Encodes chunks. Threads: one object per thread, it reuses its work space.
@@ -45,7 +43,8 @@ class ChunkEncoder {
   std::vector<std::byte> shuffled_;
 };
 
-/// A stored chunk as read from a file.
+/// A stored chunk as read from a file. Bit i of skippedFilters set means that filter i of the
+/// dataset's pipeline (counting only those that the dataset has) was not applied to this chunk.
 struct StoredChunk {
   std::span<const std::byte> bytes;
   std::uint32_t skippedFilters = 0;

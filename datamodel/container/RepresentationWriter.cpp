@@ -101,10 +101,9 @@ Outcome<void> RepresentationWriter::writeChunks(const EncodedBatch& batch) {
   for (const BatchChunk& chunk : batch.chunks) {
     const std::array<hsize_t, 2> offset = {chunk.range.row, chunk.range.column};
     const auto& bytes = chunk.chunk.bytes;
-    const auto done = checkHdf5(
-        H5Dwrite_chunk(targets_[chunk.field].dataset.get(), H5P_DEFAULT, chunk.chunk.skippedFilters,
-                       offset.data(), bytes.size(), bytes.data()),
-        fmt::format("{} bytes cannot be written", bytes.size()));
+    const auto done = checkHdf5(H5Dwrite_chunk(targets_[chunk.field].dataset.get(), H5P_DEFAULT, 0,
+                                               offset.data(), bytes.size(), bytes.data()),
+                                fmt::format("{} bytes cannot be written", bytes.size()));
     if (!done.ok()) return within(chunk.field, done.error());
     output_.contents.add(chunk.field);
     output_.contents.add(chunk.range.row);
