@@ -4,11 +4,9 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <mutex>
-#include <ranges>
 
 #include "datamodel/container/FormatNames.hpp"
 #include "datamodel/container/StoredCreator.hpp"
@@ -60,14 +58,22 @@ class StoredRows {
   }
 
  private:
-  /// Rows are in ascending order of number. The count of rows where there is none.
+  /// The row of a fragment, by halving: rows are in ascending order of number. The count of rows
+  /// where there is none.
   std::size_t rowOf(unsigned number) const {
-    const auto rows = std::views::iota(std::size_t{0}, table_.rowCount());
-    const auto numberAt = [&](std::size_t row) {
-      return table_.get<std::uint32_t>(row, Column::kNumber);
-    };
-    const auto found = std::ranges::lower_bound(rows, number, {}, numberAt);
-    return found != rows.end() && numberAt(*found) == number ? *found : table_.rowCount();
+    std::size_t low = 0;
+    std::size_t high = table_.rowCount();
+    while (low < high) {
+      const std::size_t middle = low + (high - low) / 2;
+      const auto found = table_.get<std::uint32_t>(middle, Column::kNumber);
+      if (found == number) return middle;
+      if (found < number) {
+        low = middle + 1;
+      } else {
+        high = middle;
+      }
+    }
+    return table_.rowCount();
   }
 
   std::uint32_t attributeSet(std::size_t row, std::size_t f) const {
