@@ -48,7 +48,11 @@ class UpdateLinkedTest : public SplitFixture {
   }
 };
 
-using UpdateLinkedDeathTest = UpdateLinkedTest;
+class UpdateLinkedDeathTest : public UpdateLinkedTest {
+ protected:
+  // The child begins anew: a runtime of threads does not survive a mere fork.
+  UpdateLinkedDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+};
 
 /// Console lines go to the standard error of a child process, where death tests look.
 void toStandardError(const std::string& line) { std::fprintf(stderr, "%s\n", line.c_str()); }
