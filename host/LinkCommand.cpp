@@ -101,7 +101,7 @@ Check checkTogether(const std::vector<TileFile>& tiles) {
                                     expected[i].first, tiles.front().path, found[i].second,
                                     expected[i].second));
     }
-    const Check isInside = checkInsideTiling(tile);
+    Check isInside = checkInsideTiling(tile);
     if (!isInside.ok()) return isInside;
     const auto [place, isNew] =
         places.try_emplace({tile.index[0], tile.index[1], tile.index[2]}, &tile);

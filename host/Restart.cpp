@@ -63,7 +63,7 @@ Check remove(const std::string& path) {
 
 Check checkInputIsSafe(const OutputPlace& place, const ResolvedInput& input) {
   for (const std::string& file : input.files) {
-    const Check check = checkFile(place, input.kind, file);
+    Check check = checkFile(place, input.kind, file);
     if (!check.ok()) return check;
   }
   return std::monostate{};

@@ -49,7 +49,7 @@ Check openJob(SplitJob& job) {
   auto input = resolveInput(job.options.inputs);
   if (!input.ok()) return input.stop();
   job.input = std::move(*input);
-  const Check isSafe = checkInputIsSafe(job.place, job.input);
+  Check isSafe = checkInputIsSafe(job.place, job.input);
   if (!isSafe.ok()) return isSafe;
   auto loaded = loadInput(job.input, {});
   if (!loaded.ok()) return loaded.stop();
@@ -82,7 +82,7 @@ void configure(SplitJob& job, const std::string& firstGrid) {
 Check planJob(SplitJob& job) {
   const auto grids = selectGrids(*job.loaded.bundle, job.options.filters);
   if (!grids.ok()) return grids.stop();
-  const Check isDistinct = checkDistinctTimes(*grids);
+  Check isDistinct = checkDistinctTimes(*grids);
   if (!isDistinct.ok()) return isDistinct;
   configure(job, grids->front().name);
   const auto name = checkOutputGridName(job.operation.outputGridName);
@@ -120,16 +120,16 @@ Check occupyPlace(SplitJob& job) {
   if (job.options.force) {
     const auto start = judgeExisting(job.place, job.record);
     if (!start.ok()) {
-      const Check deleted = deleteExisting(job.place);
+      Check deleted = deleteExisting(job.place);
       if (!deleted.ok()) return deleted;
     }
   }
   const auto start = judgeExisting(job.place, job.record);
   if (!start.ok()) return start.stop();
   job.start = *start;
-  const Check made = makeFolders(job.place);
+  Check made = makeFolders(job.place);
   if (!made.ok()) return made;
-  const Check isClean = removeLeftovers(job.place);
+  Check isClean = removeLeftovers(job.place);
   if (!isClean.ok()) return isClean;
   const auto written = writePlanFile(planFilePath(job.place.tileFolder), job.record);
   if (written.ok()) return std::monostate{};
@@ -221,7 +221,7 @@ Check publishSingleFile(SplitJob& job) {
     text = replaced(text, job.runOutput, job.place.file);
   }
   std::error_code error;
-  const Check isWhole = requireAllTiles(job);
+  Check isWhole = requireAllTiles(job);
   if (!isWhole.ok()) {
     std::filesystem::remove(job.runOutput, error);
     return isWhole;

@@ -172,10 +172,12 @@ PlanOutcome tileGrid(UnlinkedRun& run, double time, const StrongPtr<Fiber::Grid>
 }
 
 void tileSlice(UnlinkedRun& run, double time, const Fiber::Slice& slice) {
-  // A copy: when the output is the input bundle itself, the walk is over what was there before.
-  const auto grids = slice.grids();
-  for (const auto& [name, grid] : grids) {
-    if (!grid || !run.operation.UseThisGrid(name)) continue;
+  // When the output is the input bundle itself, the walk is over what was there before.
+  std::vector<StrongPtr<Fiber::Grid>> inputGrids;
+  for (const auto& [name, grid] : slice.grids()) {
+    if (grid && run.operation.UseThisGrid(name)) inputGrids.push_back(grid);
+  }
+  for (const auto& grid : inputGrids) {
     if (tileGrid(run, time, grid) == PlanOutcome::SkipSlice) return;
   }
 }

@@ -38,7 +38,8 @@ class SpillFile {
 /// Threads: store by one thread at a time; what was stored may be read by any.
 class BoundFile final : public BundleBinding {
  public:
-  BoundFile(std::string target, StorageTransformations options, std::shared_ptr<SpillFile> spill)
+  BoundFile(std::string target, const StorageTransformations& options,
+            std::shared_ptr<SpillFile> spill)
       : target_(std::move(target)), options_(options), spill_(std::move(spill)) {}
 
   MemCore::Outcome<void> store(Field& field, const FragmentHandle& fragment) override;

@@ -22,7 +22,7 @@ class UpdateLinkedTest : public SplitFixture {
   }
 
   std::string save(const std::string& baseName, const CloudBuilder& cloud) const {
-    const std::string file = folder / (baseName + ".f5");
+    std::string file = folder / (baseName + ".f5");
     const auto saved = cloud.bundle()->save(file, nullptr, nullptr);
     EXPECT_TRUE(saved.ok()) << saved.error();
     return file;
