@@ -60,7 +60,9 @@ Parser::Parser() {
   root.require_subcommand(0, 1);
   root.set_help_flag("-h,--help", "Show this help");
   root.formatter(std::make_shared<CLI::FormatterLambda>(
-      [](const CLI::App*, std::string, CLI::AppFormatMode) { return std::string(kLongHelp); }));
+      [](const CLI::App*, const std::string&, CLI::AppFormatMode) {
+        return std::string(kLongHelp);
+      }));
   defineCommonOptions(root, common);
   root.config_formatter(std::make_shared<ConfigFile>(root));
   root.set_config("--config", "", "Read flags from a TOML or INI file (same names, no dashes)")

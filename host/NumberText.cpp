@@ -37,7 +37,7 @@ std::string durationText(double seconds) {
   if (!(seconds >= 0.0) || seconds > 1e12) return "-";
   if (seconds < 10.0) return fmt::format("{:.2f} s", seconds);
   if (seconds < 60.0) return fmt::format("{:.1f} s", seconds);
-  const auto whole = static_cast<std::uint64_t>(seconds + 0.5);
+  const auto whole = static_cast<std::uint64_t>(std::llround(seconds));
   if (whole < 3600) return fmt::format("{} min {:02} s", whole / 60, whole % 60);
   return fmt::format("{} h {:02} min", whole / 3600, whole % 3600 / 60);
 }

@@ -157,7 +157,7 @@ Outcome<void> writePlanFile(const std::string& path, const PlanRecord& record) {
   const std::string text = json.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
   auto file = Fiber::Container::AtomicFile::make(path);
   if (!file.ok()) return file.failure();
-  const auto written =
+  auto written =
       Fiber::Container::writeAt(file->descriptor(), 0, std::as_bytes(std::span(text)), path);
   if (!written.ok()) return written;
   return file->commit();
