@@ -5,7 +5,7 @@
 //
 //   link     UpdateLinked over all files
 //   open     loading the linked bundle: the facts of every tile
-//   look up  one tile's box, by its index, in an opened bundle
+//   look up  opening, and then the box of every tile by its index, in scattered order
 //   verify   whether every tile is the one that was linked, points unread
 //
 // All tiles are copies of one small file under different names.
@@ -60,10 +60,8 @@ Outcome<void> saveTile(const std::string& file, std::uint32_t edge) {
   const auto points = MemCore::makeStrong<MemCore::Chunk<PhysicalSpace::point>>();
   for (int i = 0; i < 100; ++i) points->push_back({0.25 * i, 0.5 * i, 1.0});
   const auto representation = grid->makeCartesianRepresentation(3, "", 0);
-  const auto positions =
-      representation->makeField(representation->makeFieldID("Positions"), nullptr,
-                                Fiber::makeArray<PhysicalSpace::point>(points));
-  static_cast<void>(positions);
+  representation->makeField(representation->makeFieldID("Positions"), nullptr,
+                            Fiber::makeArray<PhysicalSpace::point>(points));
   return bundle->save(file, nullptr, nullptr);
 }
 
@@ -128,7 +126,7 @@ Outcome<std::uint64_t> verifyAll(const Scene& scene) {
   return good;
 }
 
-/// Seconds for one tile in a bundle that is open, over many draws.
+/// Asks for the boxes of all tiles in scattered order.
 Outcome<std::uint64_t> lookUpMany(const Scene& scene) {
   const auto regular =
       MemCore::handleCast<Fiber::RegularlyFragmentedField<3>>(positionsOf(load(scene.linked())));
