@@ -88,11 +88,11 @@ FragmentTable::FragmentTable(const TableLayout& layout, std::size_t rowBytes, st
 FragmentTable::FragmentTable(const TableShape& shape, std::size_t rowCount)
     : FragmentTable(tableLayout(shape), packedRowBytes(tableLayout(shape)), rowCount) {}
 
-std::string FragmentTable::text(std::size_t row, Column column) const {
-  if (!has(column)) return std::string();
+std::string_view FragmentTable::text(std::size_t row, Column column) const {
+  if (!has(column)) return {};
   const auto* start = reinterpret_cast<const char*>(at(row, column));
   const std::string_view padded(start, place(column).count);
-  return std::string(padded.substr(0, padded.find('\0')));
+  return padded.substr(0, padded.find('\0'));
 }
 
 void FragmentTable::setText(std::size_t row, Column column, std::string_view text) {

@@ -111,8 +111,9 @@ class FragmentTable {
   bool isLinked(std::size_t row) const {
     return has(Column::kFile) && *at(row, Column::kFile) != std::byte{0};
   }
-  /// A text without its padding; "" when the column does not exist.
-  std::string text(std::size_t row, Column column) const;
+  /// A text without its padding, which lives as long as the table; "" when the column does not
+  /// exist.
+  std::string_view text(std::size_t row, Column column) const;
   /// Requires: the text fits the column.
   void setText(std::size_t row, Column column, std::string_view text);
 

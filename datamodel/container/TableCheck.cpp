@@ -8,6 +8,7 @@
 #include <array>
 #include <limits>
 #include <optional>
+#include <string_view>
 #include <unordered_set>
 
 namespace Fiber::Container {
@@ -100,7 +101,8 @@ FieldPart fieldPart(const StoredRepresentation& stored, std::size_t row, std::si
 }
 
 Outcome<void> checkTable(const StoredRepresentation& stored) {
-  std::unordered_set<std::string> names;
+  std::unordered_set<std::string_view> names;
+  names.reserve(stored.table.rowCount());
   std::optional<std::uint32_t> before;
   for (std::size_t row = 0; row < stored.table.rowCount(); ++row) {
     const auto number = stored.table.get<std::uint32_t>(row, Column::kNumber);
