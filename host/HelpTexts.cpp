@@ -120,12 +120,12 @@ const CommandHelp kImportHelp = {
 const CommandHelp kSynthHelp = {
     "synth",
     "Writes a made-up airborne survey: terrain, buildings, trees, flight lines, waveforms.",
-    "synth -o OUT.las [flags]",
+    "synth -o OUT.las|OUT.laz [flags]",
     "The same flags always give the same bytes.\n"
     "\n"
     "Examples:\n"
     "  refragment synth -o town.las                      five million points\n"
     "  refragment synth -o tiny.las --points 10k --no-waveforms\n"
-    "  refragment synth -o big.las --points 200M --lines 8 --seed 7"};
+    "  refragment synth -o big.laz --points 200M --lines 8 --seed 7"};
 
 }  // namespace Host

@@ -63,7 +63,7 @@ ExitCode runImport(const ImportOptions& options, Session& session) {
   const auto loaded = openClouds(options, input);
   if (!loaded.ok()) return session.stop(loaded.stop());
   session.warnOfAll(loaded->notes);
-  const auto output = prepareOutputFile(options.output, ".f5", options.force);
+  const auto output = prepareOutputFile(options.output, {".f5"}, options.force);
   if (!output.ok()) return session.stop(output.stop());
   const Check saved = saveBundle(*loaded->bundle, *output, options.storage);
   if (!saved.ok()) return session.stop(saved.stop());

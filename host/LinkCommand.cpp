@@ -165,7 +165,7 @@ Check linkTiles(const std::vector<std::string>& files, const std::string& output
 }  // namespace
 
 ExitCode runLink(const LinkOptions& options, Session& session) {
-  const auto output = prepareOutputFile(options.output, ".f5", options.force);
+  const auto output = prepareOutputFile(options.output, {".f5"}, options.force);
   if (!output.ok()) return session.stop(output.stop());
   const auto files = resolveTiles(options, *output);
   if (!files.ok()) return session.stop(files.stop());

@@ -276,7 +276,7 @@ void defineImportOptions(CLI::App& app, ImportOptions& options) {
 void defineSynthOptions(CLI::App& app, SynthOptions& options) {
   Synth::SurveyOptions& survey = options.survey;
   constexpr auto kMost32 = std::numeric_limits<std::uint32_t>::max();
-  defineOutput(app, "The LAS file to write", options.output);
+  defineOutput(app, "The file to write; .laz compresses", options.output);
   defineForce(app, "Replace a file that exists", options.force);
   addParsed(app, {"--points", "N", "About so many points, such as 5M [5M]", kSurveyGroup},
             countParser<std::uint64_t>(1, Synth::kMostPoints), storeIn(survey.pointCount));

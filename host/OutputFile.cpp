@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <system_error>
 
@@ -13,13 +14,15 @@ namespace Host {
 
 namespace fs = std::filesystem;
 
-Result<std::string> prepareOutputFile(const std::string& output, const std::string& ending,
-                                      bool force) {
+Result<std::string> prepareOutputFile(const std::string& output,
+                                      const std::vector<std::string>& endings, bool force) {
   const fs::path path = fs::absolute(output).lexically_normal();
-  if (path.extension() != ending || path.stem().empty()) {
+  const bool isKnown =
+      std::find(endings.begin(), endings.end(), path.extension().string()) != endings.end();
+  if (!isKnown || path.stem().empty()) {
     return usageStop(
         fmt::format("--output: \"{}\" does not end in {}, expected a name such as out{}", output,
-                    ending, ending));
+                    fmt::join(endings, " or "), endings.front()));
   }
   std::error_code error;
   if (fs::is_directory(path, error)) {

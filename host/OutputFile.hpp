@@ -5,15 +5,16 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "host/Result.hpp"
 
 namespace Host {
 
 /// The absolute path for an output file; makes the folder above it and removes what dead runs left
-/// there. Errors: usage, for a name that does not end in `ending`; failed, for a file that exists
+/// there. Errors: usage, for a name that has none of the `endings`; failed, for a file that exists
 /// (unless forced), a folder of that name, or a folder that cannot be made.
-Result<std::string> prepareOutputFile(const std::string& output, const std::string& ending,
-                                      bool force);
+Result<std::string> prepareOutputFile(const std::string& output,
+                                      const std::vector<std::string>& endings, bool force);
 
 }  // namespace Host

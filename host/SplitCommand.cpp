@@ -114,7 +114,7 @@ Check removeLeftovers(const OutputPlace& place) {
 Check occupyPlace(SplitJob& job) {
   if (stopRequested()) return Stop{ExitCode::Cancelled, "cancelled, nothing was written"};
   if (job.options.singleFile) {
-    const auto output = prepareOutputFile(job.options.output, ".f5", job.options.force);
+    const auto output = prepareOutputFile(job.options.output, {".f5"}, job.options.force);
     return output.ok() ? Check(std::monostate{}) : Check(output.stop());
   }
   if (job.options.force) {

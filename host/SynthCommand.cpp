@@ -17,7 +17,7 @@
 namespace Host {
 
 ExitCode runSynth(const SynthOptions& options, Session& session) {
-  const auto output = prepareOutputFile(options.output, ".las", options.force);
+  const auto output = prepareOutputFile(options.output, {".las", ".laz"}, options.force);
   if (!output.ok()) return session.stop(output.stop());
   const bool hasBar = settleProgressMode(session.common(), session.terminal()) == ProgressMode::Bar;
   const auto progress = [&](double fraction) {

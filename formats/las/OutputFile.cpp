@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <limits>
 #include <system_error>
 #include <utility>
 
@@ -86,6 +87,16 @@ Outcome<void> OutputFile::overwrite(std::uint64_t offset, std::span<const std::b
   return writeAt(offset, bytes);
 }
 
+Outcome<std::uint64_t> OutputFile::reserve(std::uint64_t byteCount) {
+  if (Outcome<void> flushed = flush(); !flushed) return flushed.failure();
+  constexpr auto kMostBytes = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
+  if (byteCount > kMostBytes - sizeBytes_) return failure("written", EFBIG);
+  if (::ftruncate(descriptor_, static_cast<off_t>(sizeBytes_ + byteCount)) != 0) {
+    return failure("written", errno);
+  }
+  return std::exchange(sizeBytes_, sizeBytes_ + byteCount);
+}
+
 Outcome<void> OutputFile::appendAll(OutputFile& source) {
   if (Outcome<void> flushed = source.flush(); !flushed) return flushed;
   std::vector<std::byte> piece(kBufferBytes);
@@ -125,7 +136,7 @@ Outcome<void> OutputFile::flush() {
   return written;
 }
 
-Outcome<void> OutputFile::writeAt(std::uint64_t offset, std::span<const std::byte> bytes) {
+Outcome<void> OutputFile::writeAt(std::uint64_t offset, std::span<const std::byte> bytes) const {
   std::size_t done = 0;
   while (done < bytes.size()) {
     const ssize_t put = ::pwrite(descriptor_, bytes.data() + done, bytes.size() - done,

@@ -2,7 +2,7 @@
 //
 // OutputFile: a file that appears under its name only when it is complete. It is written as
 // NAME.tmp.PID.N in the same folder; publish() renames it, anything else removes it.
-// Threads: one thread at a time per object.
+// Threads: one thread at a time per object, but for writeReserved().
 
 #pragma once
 
@@ -37,6 +37,17 @@ class OutputFile {
   /// Overwrites bytes that were appended before.
   MemCore::Outcome<void> overwrite(std::uint64_t offset, std::span<const std::byte> bytes);
 
+  /// Makes room for bytes that writeReserved brings; what it leaves out reads as zeros and takes no
+  /// room on the disk. Returns the offset of the first. Errors: more than a file can hold.
+  MemCore::Outcome<std::uint64_t> reserve(std::uint64_t byteCount);
+
+  /// Writes into what was reserved, in any order. Threads: any number of them at once, also beside
+  /// one that appends. Requires: bytes that were reserved.
+  MemCore::Outcome<void> writeReserved(std::uint64_t offset,
+                                       std::span<const std::byte> bytes) const {
+    return writeAt(offset, bytes);
+  }
+
   /// Appends all that `source` holds, in pieces.
   MemCore::Outcome<void> appendAll(OutputFile& source);
 
@@ -46,7 +57,7 @@ class OutputFile {
  private:
   OutputFile(std::string path, std::string temporaryPath, int descriptor);
   MemCore::Outcome<void> flush();
-  MemCore::Outcome<void> writeAt(std::uint64_t offset, std::span<const std::byte> bytes);
+  MemCore::Outcome<void> writeAt(std::uint64_t offset, std::span<const std::byte> bytes) const;
   MemCore::Failure failure(const char* action, int error) const;
   void discard();
 

@@ -54,4 +54,10 @@ bool hasId(const VariableRecord& record, std::string_view userId, std::uint16_t 
 const VariableRecord* findRecord(const std::vector<VariableRecord>& records,
                                  std::string_view userId, std::uint16_t recordId);
 
+/// The header of a VLR as it goes to disk; of an EVLR by serialiseExtendedHeader, which is told the
+/// size of a payload that need not be in memory.
+std::vector<std::byte> serialiseRecordHeader(const VariableRecord& record);
+std::vector<std::byte> serialiseExtendedHeader(const VariableRecord& record,
+                                               std::uint64_t payloadBytes);
+
 }  // namespace Formats

@@ -82,8 +82,9 @@ Formats::VariableRecord descriptorRecord(std::uint8_t lengthNumber, const Survey
   return record;
 }
 
-Formats::LasWriterOptions fileOptions(const SurveyOptions& options) {
+Formats::LasWriterOptions fileOptions(const SurveyOptions& options, const std::string& path) {
   Formats::LasWriterOptions file;
+  file.header.isCompressed = path.ends_with(".laz");
   file.header.globalEncoding = Formats::kGpsTimeIsStandard | Formats::kWktCoordinateSystem;
   file.header.systemIdentifier = "Synthetic airborne survey";
   file.header.generatingSoftware = "LidarLib";
@@ -135,7 +136,7 @@ Outcome<SurveySummary> SurveyRun::run() {
   if (!plan) return plan.failure();
   plan_ = *plan;
   if (const auto begun = report(0.0); !begun) return begun.failure();
-  auto writer = Formats::LasWriter::create(path_, fileOptions(options_));
+  auto writer = Formats::LasWriter::create(path_, fileOptions(options_, path_));
   if (!writer) return writer.failure();
   writer_ = std::move(*writer);
   writeBlocks();

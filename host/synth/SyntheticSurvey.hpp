@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// SyntheticSurvey: writes a made-up airborne laser survey of any size as a LAS 1.4 file, for
-// trials, tests and measurements where no real data may be used or none is large enough: hills, a
-// river, streets, buildings and trees, flown over in parallel lines that overlap, with several
-// returns per pulse and their waveforms. Coordinates are UTM zone 32 north (EPSG:25832) in metres.
+// SyntheticSurvey: writes a made-up airborne laser survey of any size as a LAS 1.4 file (LAZ by its
+// name), for trials, tests and measurements where no real data may be used or none is large enough:
+// hills, a river, streets, buildings and trees, flown over in parallel lines that overlap, with
+// several returns per pulse and their waveforms. Coordinates are UTM zone 32 north (EPSG:25832) in
+// metres.
 //
 // Threads: blocks of scan lines are made by as many threads as allowed and written one after the
 // other, by whichever thread has made the next one. Each thread holds one block of 5 to 20
@@ -37,9 +38,10 @@ struct SurveySummary {
 /// run, never by two at once.
 using SurveyProgress = std::function<bool(double)>;
 
-/// Writes a survey to `path`, replacing an older file. The file appears under its name only when
-/// complete. Errors: an option out of its range, a path that cannot be written, no memory, or a
-/// stop by `progress` (which may be empty); nothing is left behind then.
+/// Writes a survey to `path`, replacing an older file; a name that ends in .laz makes it
+/// compressed. The file appears under its name only when complete. Errors: an option out of its
+/// range, a path that cannot be written, no memory, or a stop by `progress` (which may be empty);
+/// nothing is left behind then.
 MemCore::Outcome<SurveySummary> writeSyntheticSurvey(const SurveyOptions& options,
                                                      const std::string& path,
                                                      const SurveyProgress& progress);

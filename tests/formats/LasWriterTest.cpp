@@ -59,21 +59,27 @@ std::shared_ptr<LasFile> opened(const std::string& path) {
 struct Kind {
   std::uint8_t versionMinor;
   std::uint8_t pointFormat;
+  bool isCompressed;
 };
 
 void PrintTo(const Kind& kind, std::ostream* stream) {
-  *stream << fmt::format("1.{} format {}", kind.versionMinor, kind.pointFormat);
+  *stream << fmt::format("1.{} format {}{}", kind.versionMinor, kind.pointFormat,
+                         kind.isCompressed ? ", compressed" : "");
 }
 
 std::vector<Kind> allKinds() {
   std::vector<Kind> kinds;
-  for (std::uint8_t format = 0; format <= kMaxPointFormat; ++format) kinds.push_back({4, format});
-  for (std::uint8_t format = 0; format <= 5; ++format) kinds.push_back({3, format});
-  for (std::uint8_t format = 0; format <= 3; ++format) kinds.push_back({2, format});
-  for (std::uint8_t minor = 0; minor <= 1; ++minor) {
-    kinds.push_back({minor, 0});
-    kinds.push_back({minor, 1});
-  }
+  const auto add = [&kinds](std::uint8_t minor, std::uint8_t newestFormat) {
+    for (std::uint8_t format = 0; format <= newestFormat; ++format) {
+      kinds.push_back({minor, format, false});
+      kinds.push_back({minor, format, true});
+    }
+  };
+  add(4, kMaxPointFormat);
+  add(3, 5);
+  add(2, 3);
+  add(1, 1);
+  add(0, 1);
   return kinds;
 }
 
@@ -88,6 +94,7 @@ TEST_P(LasWriterOfKind, WritesWhatTheReaderReads) {
   LasWriterOptions options = optionsFor(kind.versionMinor, kind.pointFormat);
   options.header.recordBytes =
       static_cast<std::uint16_t>(standardRecordBytes(kind.pointFormat) + 3);
+  options.header.isCompressed = kind.isCompressed;
   options.vlrs.push_back({1, "someone", 42, "a thing", std::vector<std::byte>(77, std::byte{9})});
   const auto writer = created(folder / "x.las", options);
   ASSERT_NE(writer, nullptr);
@@ -103,7 +110,8 @@ TEST_P(LasWriterOfKind, WritesWhatTheReaderReads) {
   EXPECT_EQ(file->header().versionMinor, kind.versionMinor);
   EXPECT_EQ(file->pointCount(), 5000U);
   EXPECT_EQ(file->header().legacyPointCount, kind.pointFormat >= 6 ? 0U : 5000U);
-  ASSERT_EQ(file->vlrs().size(), 1U);
+  EXPECT_EQ(file->isCompressed(), kind.isCompressed);
+  ASSERT_EQ(file->vlrs().size(), kind.isCompressed ? 2U : 1U);
   EXPECT_EQ(file->vlrs()[0].userId, "someone");
   EXPECT_EQ(file->vlrs()[0].description, "a thing");
   EXPECT_EQ(file->vlrs()[0].reserved, 1);
@@ -115,10 +123,12 @@ TEST_P(LasWriterOfKind, HeaderTellsBoundsAndReturns) {
   const TempDir folder;
   const Kind kind = GetParam();
   const std::vector<std::byte> records = surveyRecords(kind.pointFormat, 0, 3000, 12);
-  const LasWriterOptions options = optionsFor(kind.versionMinor, kind.pointFormat);
+  LasWriterOptions options = optionsFor(kind.versionMinor, kind.pointFormat);
+  options.header.isCompressed = kind.isCompressed;
   const auto writer = created(folder / "x.las", options);
   ASSERT_NE(writer, nullptr);
   ASSERT_TRUE(writer->writeRecords(records).ok());
+  EXPECT_EQ(writer->pointCount(), 3000U);
   ASSERT_TRUE(writer->finish().ok());
   const auto file = opened(folder / "x.las");
   ASSERT_NE(file, nullptr);
@@ -277,24 +287,31 @@ class LasWriterData : public LasData, public testing::WithParamInterface<KnownFi
 
 INSTANTIATE_TEST_SUITE_P(Known, LasWriterData, testing::ValuesIn(smallKnownFiles()), testNameOf);
 
-TEST_P(LasWriterData, RealFileIsWrittenBackWithAllItsRecords) {
+void expectWrittenBack(const LasFile& source, bool isCompressed) {
   const TempDir folder;
-  const auto source = open(GetParam().name);
-  ASSERT_NE(source, nullptr);
-  LasWriterOptions options{source->header(), source->vlrs(), source->evlrs()};
+  LasWriterOptions options{source.header(), source.vlrs(), source.evlrs()};
+  options.header.isCompressed = isCompressed;
   std::erase_if(options.evlrs, [](const VariableRecord& record) { return !record.isLoaded; });
   const auto writer = created(folder / "x.las", options);
   ASSERT_NE(writer, nullptr);
-  const std::vector<std::byte> records = readAllRecords(*source);
+  const std::vector<std::byte> records = readAllRecords(source);
   ASSERT_TRUE(writer->writeRecords(records).ok());
   ASSERT_TRUE(writer->finish().ok());
   const auto copy = opened(folder / "x.las");
   ASSERT_NE(copy, nullptr);
   EXPECT_TRUE(readAllRecords(*copy) == records);
-  EXPECT_EQ(copy->vlrs().size(), source->vlrs().size() - (source->isCompressed() ? 1U : 0U));
-  EXPECT_EQ(copy->header().systemIdentifier, source->header().systemIdentifier);
-  EXPECT_EQ(copy->header().projectGuid, source->header().projectGuid);
-  EXPECT_EQ(copy->layout().fields().size(), source->layout().fields().size());
+  EXPECT_EQ(copy->vlrs().size() + (source.isCompressed() ? 1U : 0U),
+            source.vlrs().size() + (isCompressed ? 1U : 0U));
+  EXPECT_EQ(copy->header().systemIdentifier, source.header().systemIdentifier);
+  EXPECT_EQ(copy->header().projectGuid, source.header().projectGuid);
+  EXPECT_EQ(copy->layout().fields().size(), source.layout().fields().size());
+}
+
+TEST_P(LasWriterData, RealFileIsWrittenBackWithAllItsRecords) {
+  const auto source = open(GetParam().name);
+  ASSERT_NE(source, nullptr);
+  expectWrittenBack(*source, false);
+  expectWrittenBack(*source, true);
 }
 
 }  // namespace
