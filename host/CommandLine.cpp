@@ -29,6 +29,7 @@ struct Parser {
   ShowOptions show;
   VerifyOptions verify;
   ImportOptions import;
+  ExportOptions exporting;
   SynthOptions synth;
   CLI::App* infoApp = nullptr;
   CLI::App* splitApp = nullptr;
@@ -36,6 +37,7 @@ struct Parser {
   CLI::App* showApp = nullptr;
   CLI::App* verifyApp = nullptr;
   CLI::App* importApp = nullptr;
+  CLI::App* exportApp = nullptr;
   CLI::App* synthApp = nullptr;
 
   Parser();
@@ -74,6 +76,7 @@ Parser::Parser() {
   defineShowOptions(*(showApp = addCommand(kShowHelp)), show);
   defineVerifyOptions(*(verifyApp = addCommand(kVerifyHelp)), verify);
   defineImportOptions(*(importApp = addCommand(kImportHelp)), import);
+  defineExportOptions(*(exportApp = addCommand(kExportHelp)), exporting);
   defineSynthOptions(*(synthApp = addCommand(kSynthHelp)), synth);
 }
 
@@ -109,6 +112,7 @@ std::variant<ParsedCommand, EarlyExit> Parser::result() const {
   if (verifyApp->parsed()) return ParsedCommand{common, verify};
   if (showApp->parsed()) return ParsedCommand{common, show};
   if (importApp->parsed()) return ParsedCommand{common, import};
+  if (exportApp->parsed()) return ParsedCommand{common, exporting};
   if (synthApp->parsed()) {
     // The survey's own ranges are usage mistakes here, before a file is touched.
     const auto checked = Synth::checkOptions(synth.survey);
@@ -131,7 +135,7 @@ std::string complaintText(const Parser& parser, const CLI::ParseError& error) {
   const auto extras = commands.empty() ? parser.root.remaining() : std::vector<std::string>();
   if (!extras.empty() && !extras.front().starts_with('-')) {
     return fmt::format(
-        "{}: unknown command, expected info, split, link, show, verify, import or synth",
+        "{}: unknown command, expected info, split, link, show, verify, import, export or synth",
         extras.front());
   }
   return fmt::format("{} (see refragment{} --help)", oneLine(error.what()), command);

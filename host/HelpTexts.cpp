@@ -4,13 +4,14 @@
 
 namespace Host {
 
-#define REFRAGMENT_COMMANDS                                                       \
-  "  info    INPUT...              what a split would produce; writes nothing\n"  \
-  "  split   INPUT... -o OUT.f5    cut a cloud into tiles, one file each\n"       \
-  "  link    TILE... -o OUT.f5     a bundle over tile files there are\n"          \
-  "  show    FILE...               what a bundle, LAS or LAZ file holds\n"        \
-  "  verify  FILE...               whether every tile is there and as promised\n" \
-  "  import  INPUT... -o OUT.f5    a bundle file from LAS or LAZ files\n"         \
+#define REFRAGMENT_COMMANDS                                                        \
+  "  info    INPUT...              what a split would produce; writes nothing\n"   \
+  "  split   INPUT... -o OUT.f5    cut a cloud into tiles, one file each\n"        \
+  "  link    TILE... -o OUT.f5     a bundle over tile files there are\n"           \
+  "  show    FILE...               what a bundle, LAS or LAZ file holds\n"         \
+  "  verify  FILE...               whether every tile is there and as promised\n"  \
+  "  import  INPUT... -o OUT.f5    a bundle file from LAS or LAZ files\n"          \
+  "  export  FILE.f5 -o OUT        LAS or LAZ files from a bundle, without loss\n" \
   "  synth   -o OUT.las            a made-up survey to try things with\n"
 
 const char* const kShortHelp =
@@ -116,6 +117,23 @@ const CommandHelp kImportHelp = {
     "Examples:\n"
     "  refragment import scan.laz -o scan.f5\n"
     "  refragment import \"flight/*.laz\" -o flight.f5 --grid flight --time 2024.5"};
+
+const CommandHelp kExportHelp = {
+    "export",
+    "Writes the points of a bundle as LAS or LAZ: one file, or a folder with one per tile.",
+    "export FILE.f5 -o OUT [flags]",
+    "OUT is one file when it ends in .las or .laz, and a folder otherwise. What the points' own\n"
+    "files said (format, scale, coordinate system, extra bytes, waveforms) comes back.\n"
+    "\n"
+    "Examples:\n"
+    "  refragment export town.f5 -o town.laz             all points in one file\n"
+    "  refragment export town.f5 -o tiles                a folder, one .laz per tile\n"
+    "  refragment export town.f5 -o tiles --as las --name '{grid}_{xmin}_{ymin}'\n"
+    "  refragment export town.f5 -o tiles --overlap flag keep the margins, marked\n"
+    "  refragment export town.f5 -o back --files source  the files that were imported\n"
+    "                                                    (with --keep-order)\n"
+    "\n"
+    "Exit status: 0 done, 1 failed, 2 usage, 4 some files failed, 130 cancelled."};
 
 const CommandHelp kSynthHelp = {
     "synth",

@@ -24,6 +24,7 @@ extern const CommandHelp kLinkHelp;
 extern const CommandHelp kShowHelp;
 extern const CommandHelp kVerifyHelp;
 extern const CommandHelp kImportHelp;
+extern const CommandHelp kExportHelp;
 extern const CommandHelp kSynthHelp;
 
 }  // namespace Host

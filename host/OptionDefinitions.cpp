@@ -20,6 +20,7 @@ constexpr const char* kTilingGroup = "Tiles";
 constexpr const char* kFilterGroup = "Selection";
 constexpr const char* kOutputGroup = "Output";
 constexpr const char* kSurveyGroup = "Survey";
+constexpr const char* kPointFileGroup = "Point files";
 
 /// How a flag is written and explained.
 struct FlagText {
@@ -81,22 +82,31 @@ void defineInputs(CLI::App& app, std::vector<std::string>& inputs) {
       ->type_name("");
 }
 
-Outcome<Fiber::StorageKind> parseStorage(const std::string& text) {
-  if (text == "grid") return Fiber::StorageKind::Grid;
-  if (text == "deflate") return Fiber::StorageKind::Deflate;
-  if (text == "raw") return Fiber::StorageKind::Raw;
-  return MemCore::Failure{"found \"" + text + "\", expected grid, deflate or raw"};
+/// A flag that takes one of a few words.
+template <class Value>
+void addChoice(CLI::App& app, const FlagText& flag,
+               std::vector<std::pair<std::string, Value>> choices, Value& target) {
+  const auto parse = [choices = std::move(choices)](const std::string& text) -> Outcome<Value> {
+    std::string expected;
+    for (std::size_t i = 0; i < choices.size(); ++i) {
+      if (choices[i].first == text) return choices[i].second;
+      const char* between = i == 0 ? "" : i + 1 == choices.size() ? " or " : ", ";
+      expected += between + choices[i].first;
+    }
+    return MemCore::Failure{"found \"" + text + "\", expected " + expected};
+  };
+  addParsed(app, flag, parse, storeIn(target));
 }
 
-Outcome<ProgressMode> parseProgress(const std::string& text) {
-  if (text == "auto") return ProgressMode::Auto;
-  if (text == "bar") return ProgressMode::Bar;
-  if (text == "json") return ProgressMode::Json;
-  if (text == "none") return ProgressMode::None;
-  return MemCore::Failure{"found \"" + text + "\", expected auto, bar, json or none"};
+/// A repeatable flag of names.
+void addNames(CLI::App& app, const FlagText& flag, std::set<std::string>& target) {
+  app.add_option(flag.names, target, flag.help)
+      ->type_name(flag.valueName)
+      ->group(flag.group)
+      ->allow_extra_args(false);
 }
 
-void defineFilters(CLI::App& app, FilterOptions& filters) {
+void defineGridFilters(CLI::App& app, FilterOptions& filters) {
   // Repeatable flags keep every value in a list of texts, read one by one.
   app.add_option_function<std::vector<std::string>>(
          "--time",
@@ -111,14 +121,13 @@ void defineFilters(CLI::App& app, FilterOptions& filters) {
       ->type_name("T")
       ->group(kFilterGroup)
       ->allow_extra_args(false);
-  const auto addNames = [&app](const FlagText& flag, std::set<std::string>& target) {
-    app.add_option(flag.names, target, flag.help)
-        ->type_name(flag.valueName)
-        ->group(flag.group)
-        ->allow_extra_args(false);
-  };
-  addNames({"--grid", "NAME", "Take only this grid; repeatable", kFilterGroup}, filters.grids);
-  addNames({"--field", "NAME", "Take only this field (positions always come along);\nrepeatable",
+  addNames(app, {"--grid", "NAME", "Take only this grid; repeatable", kFilterGroup}, filters.grids);
+}
+
+void defineFilters(CLI::App& app, FilterOptions& filters) {
+  defineGridFilters(app, filters);
+  addNames(app,
+           {"--field", "NAME", "Take only this field (positions always come along);\nrepeatable",
             kFilterGroup},
            filters.fields);
 }
@@ -162,12 +171,15 @@ void defineDurability(CLI::App& app, bool& durable) {
 }
 
 void defineStorage(CLI::App& app, StorageOptions& storage) {
-  addParsed(app,
+  addChoice(app,
             {"--storage", "KIND",
              "grid: smallest, coordinates as whole numbers where exact [grid]\n"
              "deflate: compressed doubles; raw: uncompressed",
              kOutputGroup},
-            parseStorage, storeIn(storage.kind));
+            {{"grid", Fiber::StorageKind::Grid},
+             {"deflate", Fiber::StorageKind::Deflate},
+             {"raw", Fiber::StorageKind::Raw}},
+            storage.kind);
   defineDurability(app, storage.durable);
 }
 
@@ -193,12 +205,16 @@ void defineCommonOptions(CLI::App& app, CommonOptions& options) {
       ->group(kCommonGroup)
       ->excludes("--quiet");
   app.add_flag("--json", options.json, "Print the result as one JSON object")->group(kCommonGroup);
-  addParsed(app,
+  addChoice(app,
             {"--progress", "MODE",
              "auto: a bar if standard error is a terminal [auto]; bar; json:\n"
              "one object per line on standard error; none",
              kCommonGroup},
-            parseProgress, storeIn(options.progress));
+            {{"auto", ProgressMode::Auto},
+             {"bar", ProgressMode::Bar},
+             {"json", ProgressMode::Json},
+             {"none", ProgressMode::None}},
+            options.progress);
   addText(app, {"--log", "FILE", "Append all messages to a file", kCommonGroup}, options.logFile);
   addParsed(app, {"--threads", "N", "Use N threads [all]", kCommonGroup},
             countParser(1, kMostThreads), storeCount(options.threadCount));
@@ -271,6 +287,60 @@ void defineImportOptions(CLI::App& app, ImportOptions& options) {
             storeIn(options.time));
   defineStorage(app, options.storage);
   defineForce(app, "Replace a file that exists", options.force);
+}
+
+void defineExportOptions(CLI::App& app, ExportOptions& options) {
+  app.add_option("FILE", options.inputs, "The bundle, a .f5 file")->required()->type_name("");
+  app.add_option("-o,--output", options.output,
+                 "A .las or .laz file, or a folder for one file per tile")
+      ->required()
+      ->type_name("OUT")
+      ->group(kOutputGroup);
+  addText(app,
+          {"--name", "TEMPLATE",
+           "Names of a folder's files, from {grid} {time} {i} {j} {k} {n}\n"
+           "{xmin} {ymin} {zmin} [{grid}_{i}_{j}_{k}]",
+           kOutputGroup},
+          options.name);
+  addChoice(app, {"--as", "TYPE", "Type of a folder's files: las or laz [laz]", kOutputGroup},
+            {{"las", "las"}, {"laz", "laz"}}, options.fileType);
+  addChoice(app,
+            {"--files", "KIND",
+             "tile: a folder gets one file per tile [tile]; source: one per\n"
+             "imported file, in its order (needs --keep-order before)",
+             kOutputGroup},
+            {{"tile", FileDivision::Tile}, {"source", FileDivision::Source}}, options.division);
+  addChoice(app,
+            {"--overlap", "RULE",
+             "Points in the margins of tiles. drop: each once, in the tile\n"
+             "that owns it [drop]; keep: as they stand; flag: kept and marked\n"
+             "as overlap",
+             kPointFileGroup},
+            {{"drop", OverlapRule::Drop}, {"keep", OverlapRule::Keep}, {"flag", OverlapRule::Flag}},
+            options.overlap);
+  addParsed(
+      app, {"--format", "N", "Point format, 0 to 10 [that of the imported files]", kPointFileGroup},
+      countParser(0, 10), [&options](std::uint64_t format) {
+        options.pointFormat = static_cast<std::uint8_t>(format);
+      });
+  addNumbers(app, {"--scale", "S[,Y,Z]", "Steps of the coordinates [likewise]", kPointFileGroup},
+             parseScale, storeIn(options.scale));
+  addNumbers(app, {"--offset", "X,Y,Z", "Offsets of the coordinates [likewise]", kPointFileGroup},
+             parsePoint, storeIn(options.offset));
+  app.add_flag("--lossy", options.lossy, "Round and leave out what the files cannot hold exactly")
+      ->group(kPointFileGroup);
+  addChoice(app,
+            {"--waveforms", "PLACE",
+             "external: in a .wdp file beside [external]; internal: in the\n"
+             "file itself; none: leave them out",
+             kPointFileGroup},
+            {{"external", WaveformChoice::External},
+             {"internal", WaveformChoice::Internal},
+             {"none", WaveformChoice::None}},
+            options.waveforms);
+  defineGridFilters(app, options.filters);
+  defineDurability(app, options.durable);
+  defineForce(app, "Replace files that exist", options.force);
 }
 
 void defineSynthOptions(CLI::App& app, SynthOptions& options) {

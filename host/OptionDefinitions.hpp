@@ -19,6 +19,7 @@ void defineLinkOptions(CLI::App& app, LinkOptions& options);
 void defineShowOptions(CLI::App& app, ShowOptions& options);
 void defineVerifyOptions(CLI::App& app, VerifyOptions& options);
 void defineImportOptions(CLI::App& app, ImportOptions& options);
+void defineExportOptions(CLI::App& app, ExportOptions& options);
 void defineSynthOptions(CLI::App& app, SynthOptions& options);
 
 }  // namespace Host

@@ -97,6 +97,35 @@ struct ImportOptions {
   bool force = false;
 };
 
+/// What becomes of points in the margins of tiles that overlap.
+enum class OverlapRule {
+  Drop,  ///< every point once, in the tile that owns it
+  Keep,  ///< as they stand, in every tile that holds them
+  Flag   ///< kept, and marked
+};
+
+enum class WaveformChoice { External, Internal, None };
+
+/// How points are divided into files in a folder.
+enum class FileDivision { Tile, Source };
+
+struct ExportOptions {
+  std::vector<std::string> inputs;
+  FilterOptions filters;
+  std::string output;
+  std::string name;              ///< template of tile names; empty: the usual one
+  std::string fileType = "laz";  ///< of the files in a folder
+  FileDivision division = FileDivision::Tile;
+  std::optional<std::uint8_t> pointFormat;
+  std::optional<Eagle::PhysicalSpace::point> scale;
+  std::optional<Eagle::PhysicalSpace::point> offset;
+  bool lossy = false;
+  OverlapRule overlap = OverlapRule::Drop;
+  WaveformChoice waveforms = WaveformChoice::External;
+  bool durable = true;
+  bool force = false;
+};
+
 struct SynthOptions {
   Synth::SurveyOptions survey;
   std::string output;
@@ -104,6 +133,6 @@ struct SynthOptions {
 };
 
 using CommandOptions = std::variant<InfoOptions, SplitOptions, LinkOptions, ShowOptions,
-                                    VerifyOptions, ImportOptions, SynthOptions>;
+                                    VerifyOptions, ImportOptions, ExportOptions, SynthOptions>;
 
 }  // namespace Host

@@ -20,6 +20,7 @@
 #include "host/Signals.hpp"
 #include "host/TextReport.hpp"
 #include "host/TileProgress.hpp"
+#include "host/export/TileOwnership.hpp"
 
 namespace Host {
 
@@ -147,10 +148,18 @@ void setStorage(const StorageOptions& storage) {
 
 /// Runs the operation and counts what can only be counted while it runs. Errors: the output
 /// directory cannot be entered.
+/// Tiles inherit what the grids of the input say.
+void keepTilingOrigins(const SplitPlan& plan) {
+  for (const GridForecast& forecast : plan.grids) {
+    keepTilingOrigin(*forecast.source.grid, forecast.layout);
+  }
+}
+
 Check runOperation(SplitJob& job) {
   const auto inside = WorkingFolder::enter(job.place.directory);
   if (!inside.ok()) return inside.stop();
   setStorage(job.options.storage);
+  keepTilingOrigins(job.plan);
   Session& session = job.session;
   const auto progress =
       MemCore::makeStrong<TileProgress>(settleProgressMode(session.common(), session.terminal()),

@@ -143,6 +143,16 @@ Outcome<Eagle::FixedArray<double, 3>> parseFragmentLength(const std::string& tex
   return length;
 }
 
+Outcome<Eagle::PhysicalSpace::point> parseScale(const std::string& text) {
+  const std::vector<double> numbers = numberList(text);
+  const bool isPositive =
+      std::all_of(numbers.begin(), numbers.end(), [](double n) { return n > 0.0; });
+  if ((numbers.size() != 1 && numbers.size() != 3) || !isPositive) {
+    return unexpected(text, "one or three finite numbers above 0");
+  }
+  return Eagle::PhysicalSpace::point{numbers.front(), numbers[numbers.size() / 2], numbers.back()};
+}
+
 Outcome<double> parseOverlap(const std::string& text) {
   const auto value = wholeNumber(text);
   if (!value || *value < 0.0) return unexpected(text, "a finite number of at least 0");

@@ -31,6 +31,9 @@ MemCore::Outcome<Eagle::PhysicalSpace::point> parsePoint(const std::string& text
 /// both above 0, or both 0.
 MemCore::Outcome<Eagle::FixedArray<double, 3>> parseFragmentLength(const std::string& text);
 
+/// "S" or "X,Y,Z": steps of coordinates, all finite and above 0; one value is for all axes.
+MemCore::Outcome<Eagle::PhysicalSpace::point> parseScale(const std::string& text);
+
 /// A finite overlap of at least 0.
 MemCore::Outcome<double> parseOverlap(const std::string& text);
 

@@ -17,6 +17,7 @@
 #include "host/SplitCommand.hpp"
 #include "host/SynthCommand.hpp"
 #include "host/VerifyCommand.hpp"
+#include "host/export/ExportCommand.hpp"
 
 namespace {
 
@@ -32,6 +33,7 @@ struct Runner {
   ExitCode operator()(const Host::VerifyOptions& options) { return runVerify(options, session); }
   ExitCode operator()(const Host::ShowOptions& options) { return runShow(options, session); }
   ExitCode operator()(const Host::ImportOptions& options) { return runImport(options, session); }
+  ExitCode operator()(const Host::ExportOptions& options) { return runExport(options, session); }
   ExitCode operator()(const Host::SynthOptions& options) { return runSynth(options, session); }
 };
 

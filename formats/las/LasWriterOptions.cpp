@@ -18,13 +18,6 @@ namespace {
 constexpr std::uint8_t kNewestMinor = 4;
 constexpr std::size_t kMaxVlrPayload = std::numeric_limits<std::uint16_t>::max();
 
-/// The oldest version 1.x that has the point format.
-std::uint8_t oldestMinorOf(std::uint8_t pointFormat) {
-  if (pointFormat >= 6) return 4;
-  if (pointFormat >= 4) return 3;
-  return pointFormat >= 2 ? 2 : 0;
-}
-
 Outcome<void> checkVersion(const std::string& path, const LasWriterOptions& options) {
   const LasHeader& header = options.header;
   if (header.versionMajor != 1 || header.versionMinor > kNewestMinor) {
@@ -74,6 +67,12 @@ Outcome<void> checkRecords(const std::string& path, const LasWriterOptions& opti
 }
 
 }  // namespace
+
+std::uint8_t oldestMinorOf(std::uint8_t pointFormat) {
+  if (pointFormat >= 6) return 4;
+  if (pointFormat >= 4) return 3;
+  return pointFormat >= 2 ? 2 : 0;
+}
 
 std::uint64_t mostPointsOf(const LasHeader& header) {
   return header.versionMinor < 4 ? std::numeric_limits<std::uint32_t>::max()

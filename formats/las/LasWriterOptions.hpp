@@ -33,6 +33,9 @@ struct LasWriterOptions {
   bool isDurable = false;  ///< Flush to the disk before the file gets its name.
 };
 
+/// The oldest version 1.x that has the point format.
+std::uint8_t oldestMinorOf(std::uint8_t pointFormat);
+
 /// Points that a file of this version can count; beyond it a writer has to refuse them.
 std::uint64_t mostPointsOf(const LasHeader& header);
 

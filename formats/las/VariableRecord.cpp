@@ -32,6 +32,12 @@ bool hasId(const VariableRecord& record, std::string_view userId, std::uint16_t 
   return record.recordId == recordId && textBeforeNul(record.userId) == userId;
 }
 
+bool isWaveformDescriptor(const VariableRecord& record) {
+  return textBeforeNul(record.userId) == kLasSpecUserId &&
+         record.recordId >= kFirstWaveformDescriptorId &&
+         record.recordId <= kLastWaveformDescriptorId;
+}
+
 const VariableRecord* findRecord(const std::vector<VariableRecord>& records,
                                  std::string_view userId, std::uint16_t recordId) {
   const auto found =

@@ -50,6 +50,9 @@ std::string_view textBeforeNul(std::string_view text);
 /// Does the record carry this user id (compared in front of the first NUL) and record id?
 bool hasId(const VariableRecord& record, std::string_view userId, std::uint16_t recordId);
 
+/// Does the record describe waveform packets?
+bool isWaveformDescriptor(const VariableRecord& record);
+
 /// The first record with these ids, or null.
 const VariableRecord* findRecord(const std::vector<VariableRecord>& records,
                                  std::string_view userId, std::uint16_t recordId);

@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// FragmentColumns: the data of one fragment that go into a file, in memory, and which of its points
+// go.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <vector>
+
+#include "datamodel/memcore/Outcome.hpp"
+#include "formats/export/ExportSource.hpp"
+
+namespace Formats {
+
+/// Which points of a fragment go, and which of those lie in the margin of their tile.
+struct PointChoice {
+  bool takesAll = true;
+  std::vector<std::uint32_t> rows;     ///< ascending; those to take where not all are
+  std::vector<std::uint8_t> isMargin;  ///< per point of the fragment; empty: none is
+
+  std::uint64_t countOf(const ExportFragment& fragment) const {
+    return takesAll ? fragment.pointCount : rows.size();
+  }
+};
+
+using PositionArray = Fiber::MemArray<1, Eagle::PhysicalSpace::point>;
+
+/// Invariant: all columns hold a value for each of the fragment's points.
+struct FragmentColumns {
+  const ExportFragment* fragment = nullptr;
+  MemCore::StrongPtr<PositionArray> positions;
+  /// By number of the field in ExportSource; empty where the field is not needed or the fragment
+  /// has none, which stands for zeros.
+  std::vector<MemCore::StrongPtr<Fiber::MemBase>> fields;
+  MemCore::StrongPtr<Fiber::MemBase> samples;
+  MemCore::StrongPtr<Fiber::MemBase> lengths;
+  PointChoice choice;
+};
+
+/// Chooses points of a fragment whose columns are loaded. Threads: several fragments at once.
+using PointChooser = std::function<PointChoice(const FragmentColumns& fragment)>;
+
+/// A chooser that takes all points.
+PointChooser everyPoint();
+
+/// A chooser and the numbers of the fields that it looks at.
+struct ChooserWithFields {
+  PointChooser choose;
+  std::vector<std::size_t> fields;
+};
+
+/// What is to be loaded besides the positions.
+struct ColumnNeeds {
+  std::vector<std::size_t> fields;  ///< numbers in ExportSource::fields
+  bool samples = false;
+  bool lengths = false;
+};
+
+/// Loads fragments, several columns at once, and chooses their points.
+/// Errors: the first column that cannot be had.
+MemCore::Outcome<std::vector<FragmentColumns>> loadFragments(
+    const ExportSource& source, std::span<const ExportFragment> fragments, const ColumnNeeds& needs,
+    const PointChooser& choose);
+
+/// The elements of some chosen points of a column. Shape: [count][width bytes].
+class ChosenElements {
+ public:
+  /// Points `first` to `first + count` (half-open) among the chosen ones. The column must outlive
+  /// the object.
+  ChosenElements(const Fiber::MemBase& column, const FragmentColumns& fragment, std::size_t first,
+                 std::size_t count);
+  std::span<const std::byte> bytes() const { return bytes_; }
+
+ private:
+  std::span<const std::byte> bytes_;
+  std::vector<std::byte> gathered_;  ///< where the chosen points do not lie in a row
+};
+
+/// The number of the n-th chosen point within its fragment.
+std::size_t chosenRow(const FragmentColumns& fragment, std::size_t n);
+
+}  // namespace Formats

@@ -1,0 +1,283 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "formats/export/LasExport.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstring>
+#include <optional>
+
+#include "datamodel/container/ParallelTexts.hpp"
+#include "formats/cloud/CloudFields.hpp"
+#include "formats/export/OriginalOrder.hpp"
+#include "formats/export/PacketPlan.hpp"
+#include "formats/export/RecordEncoder.hpp"
+#include "formats/export/RecordStore.hpp"
+#include "formats/las/ExceptionEdge.hpp"
+#include "formats/las/LasWriter.hpp"
+
+namespace Formats {
+
+using Fiber::Container::parallelTexts;
+using MemCore::Failure;
+using MemCore::Outcome;
+
+namespace {
+
+/// Points that are loaded together: enough chunks for some threads.
+constexpr std::uint64_t kBatchPoints = 16 * LasWriter::chunkPoints();
+
+/// Chosen points of a fragment that stand in a row.
+struct Stretch {
+  const FragmentColumns* fragment = nullptr;
+  std::size_t first = 0;
+  std::size_t count = 0;
+};
+
+/// The records of one chunk.
+struct Piece {
+  std::vector<Stretch> stretches;
+  std::vector<std::byte> records;
+  std::size_t carriedPoints = 0;  ///< at the front, encoded before
+  EncodedChunk encoded;
+};
+
+LasWriterOptions writerOptions(const LasExportJob& job) {
+  LasWriterOptions options = job.target->writer;
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    options.header.scale[axis] = job.grid[axis].scale;
+    options.header.offset[axis] = job.grid[axis].offset;
+  }
+  return options;
+}
+
+/// One export in progress.
+class Exporter {
+ public:
+  explicit Exporter(const LasExportJob& job)
+      : job_(job),
+        encoder_(*job.source, *job.target, job.grid, job.isLossy),
+        recordBytes_(job.target->writer.header.recordBytes) {}
+
+  Outcome<LasExportResult> run() {
+    if (auto begun = begin(); !begun) return begun.failure();
+    auto rest = job_.fragments;
+    while (!rest.empty()) {
+      const std::size_t count = batchSize(rest);
+      if (auto done = exportBatch(rest.first(count)); !done) return done.failure();
+      rest = rest.subspan(count);
+      const std::size_t done = job_.fragments.size() - rest.size();
+      if (job_.listener && !job_.listener(done)) return Failure{kExportStopped};
+    }
+    if (auto done = ordered_ ? writeOrdered() : writeCarried(); !done) return done.failure();
+    if (result_.points == 0) return std::move(result_);
+    if (auto done = writer_->finish(); !done) return done.failure();
+    result_.lossyFields = encoder_.lossyFields();
+    return std::move(result_);
+  }
+
+ private:
+  Outcome<void> begin() {
+    const LasWriterOptions options = writerOptions(job_);
+    needs_.fields = encoder_.neededFields();
+    needs_.fields.insert(needs_.fields.end(), job_.choosesBy.begin(), job_.choosesBy.end());
+    if (auto begun = beginOrder(); !begun) return begun;
+    if (options.waveforms != WaveformPlace::Nowhere) {
+      if (auto planned = planPackets(options); !planned) return planned;
+    }
+    auto writer = LasWriter::create(job_.path, options);
+    if (!writer) return writer.failure();
+    writer_ = std::move(*writer);
+    if (!packets_ || packets_->byteCount() == 0) return {};
+    const auto reserved = writer_->reserveWaveformPackets(packets_->byteCount());
+    return reserved ? Outcome<void>() : Outcome<void>(reserved.failure());
+  }
+
+  Outcome<void> planPackets(const LasWriterOptions& options) {
+    const auto descriptor = job_.source->numberOf(kWaveDescriptorField);
+    const auto offset = job_.source->numberOf(kWaveOffsetField);
+    const auto size = job_.source->numberOf(kWaveSizeField);
+    if (!descriptor || !offset || !size) return {};
+    needs_.samples = true;
+    needs_.lengths = true;
+    auto plan = PacketPlan::make(*job_.source, job_.fragments, {*descriptor, *offset, *size},
+                                 options.vlrs, {job_.choose, job_.choosesBy});
+    if (!plan) return plan.failure();
+    packets_ = std::move(*plan);
+    return {};
+  }
+
+  /// Learns the former order, where it is known and wanted, and makes room for all records.
+  Outcome<void> beginOrder() {
+    if (!job_.restoresOrder || !OriginalOrder::isKnown(*job_.source)) return {};
+    auto order = OriginalOrder::read(*job_.source, job_.fragments, {job_.choose, job_.choosesBy});
+    if (!order) return order.failure();
+    auto store = RecordStore::make(job_.path, order->pointCount() * recordBytes_);
+    if (!store) return store.failure();
+    needs_.fields.push_back(order->fileField());
+    needs_.fields.push_back(order->indexField());
+    ordered_.emplace(Ordered{std::move(*order), std::move(*store)});
+    return {};
+  }
+
+  /// At least one fragment, and as many more as keep the batch small.
+  static std::size_t batchSize(std::span<const ExportFragment> fragments) {
+    std::uint64_t points = fragments.front().pointCount;
+    std::size_t count = 1;
+    while (count < fragments.size() && points + fragments[count].pointCount <= kBatchPoints) {
+      points += fragments[count++].pointCount;
+    }
+    return count;
+  }
+
+  Outcome<void> exportBatch(std::span<const ExportFragment> fragments) {
+    const auto loaded = loadFragments(*job_.source, fragments, needs_, job_.choose);
+    if (!loaded) return loaded.failure();
+    std::vector<Piece> pieces = cut(*loaded);
+    std::uint64_t bytes = 0;
+    for (const Piece& piece : pieces) bytes += piecePoints(piece) * recordBytes_;
+    const auto encoded =
+        parallelTexts(pieces.size(), bytes, [&](std::size_t i) { return encode(pieces[i]); });
+    if (!encoded) return encoded.failure();
+    for (Piece& piece : pieces) {
+      if (auto done = append(piece); !done) return done;
+    }
+    return {};
+  }
+
+  /// The chosen points of the batch as chunks; what was carried over begins the first.
+  std::vector<Piece> cut(const std::vector<FragmentColumns>& loaded) {
+    std::vector<Piece> pieces;
+    const auto startPiece = [&] {
+      Piece& piece = pieces.emplace_back();
+      piece.records = std::exchange(carried_, {});
+      piece.carriedPoints = piece.records.size() / recordBytes_;
+    };
+    for (const FragmentColumns& fragment : loaded) {
+      const std::size_t count = fragment.choice.countOf(*fragment.fragment);
+      for (std::size_t first = 0; first < count;) {
+        if (pieces.empty() || piecePoints(pieces.back()) == LasWriter::chunkPoints()) startPiece();
+        const std::size_t room = LasWriter::chunkPoints() - piecePoints(pieces.back());
+        const std::size_t taken = std::min(room, count - first);
+        pieces.back().stretches.push_back({&fragment, first, taken});
+        first += taken;
+      }
+    }
+    return pieces;
+  }
+
+  static std::size_t piecePoints(const Piece& piece) {
+    std::size_t points = piece.carriedPoints;
+    for (const Stretch& stretch : piece.stretches) points += stretch.count;
+    return points;
+  }
+
+  Outcome<void> encode(Piece& piece) {
+    const std::size_t points = piecePoints(piece);
+    piece.records.resize(points * recordBytes_);
+    auto rest = std::span(piece.records).subspan(piece.carriedPoints * recordBytes_);
+    std::vector<std::uint64_t> waveOffsets;
+    for (const Stretch& stretch : piece.stretches) {
+      if (packets_) {
+        waveOffsets.resize(stretch.count);
+        auto done = packets_->write(*stretch.fragment, stretch.first, waveOffsets, *writer_);
+        if (!done) return done;
+      }
+      const auto records = rest.first(stretch.count * recordBytes_);
+      auto done = encoder_.encode(*stretch.fragment, stretch.first, waveOffsets, records);
+      if (!done) return Failure{fmt::format("{}: {}", job_.path, done.error())};
+      rest = rest.subspan(records.size());
+    }
+    if (ordered_) return scatter(piece);
+    if (points < LasWriter::chunkPoints()) return {};
+    auto encoded = writer_->encodeChunk(piece.records);
+    if (!encoded) return encoded.failure();
+    piece.encoded = std::move(*encoded);
+    return {};
+  }
+
+  /// Puts each record where it was. Every place has one writer.
+  Outcome<void> scatter(const Piece& piece) {
+    const std::byte* from = piece.records.data();
+    std::byte* to = ordered_->store.bytes().data();
+    std::vector<std::uint64_t> places;
+    for (const Stretch& stretch : piece.stretches) {
+      places.resize(stretch.count);
+      ordered_->order.placesOf(*stretch.fragment, stretch.first, places);
+      for (const std::uint64_t place : places) {
+        std::memcpy(to + place * recordBytes_, from, recordBytes_);
+        from += recordBytes_;
+      }
+    }
+    return {};
+  }
+
+  Outcome<void> append(Piece& piece) {
+    const std::size_t points = piecePoints(piece);
+    result_.points += points - piece.carriedPoints;
+    if (ordered_) return {};
+    if (points < LasWriter::chunkPoints()) {
+      carried_ = std::move(piece.records);
+      return {};
+    }
+    return writer_->writeChunk(piece.records, piece.encoded);
+  }
+
+  Outcome<void> writeCarried() {
+    if (carried_.empty()) return {};
+    const auto encoded = writer_->encodeChunk(carried_);
+    if (!encoded) return encoded.failure();
+    return writer_->writeChunk(carried_, *encoded);
+  }
+
+  /// Chunk after chunk from the store, some at a time.
+  Outcome<void> writeOrdered() {
+    const std::size_t chunkBytes = LasWriter::chunkPoints() * recordBytes_;
+    const std::size_t atOnce = kBatchPoints / LasWriter::chunkPoints();
+    for (auto rest = std::span<const std::byte>(ordered_->store.bytes()); !rest.empty();) {
+      std::vector<std::span<const std::byte>> chunks;
+      while (!rest.empty() && chunks.size() < atOnce) {
+        chunks.push_back(rest.first(std::min(chunkBytes, rest.size())));
+        rest = rest.subspan(chunks.back().size());
+      }
+      std::vector<EncodedChunk> encoded(chunks.size());
+      const auto done = parallelTexts(chunks.size(), chunks.size() * chunkBytes, [&](auto i) {
+        auto chunk = writer_->encodeChunk(chunks[i]);
+        if (!chunk) return Outcome<void>(chunk.failure());
+        encoded[i] = std::move(*chunk);
+        return Outcome<void>();
+      });
+      if (!done) return done;
+      for (std::size_t i = 0; i < chunks.size(); ++i) {
+        if (auto written = writer_->writeChunk(chunks[i], encoded[i]); !written) return written;
+      }
+      if (job_.listener && !job_.listener(job_.fragments.size())) return Failure{kExportStopped};
+    }
+    return {};
+  }
+
+  /// Where records go that are to come in their former order.
+  struct Ordered {
+    OriginalOrder order;
+    RecordStore store;
+  };
+
+  const LasExportJob& job_;
+  RecordEncoder encoder_;
+  std::size_t recordBytes_;
+  ColumnNeeds needs_;
+  std::unique_ptr<LasWriter> writer_;
+  std::unique_ptr<PacketPlan> packets_;
+  std::optional<Ordered> ordered_;
+  std::vector<std::byte> carried_;  ///< records of the last, unfinished chunk
+  LasExportResult result_;
+};
+
+}  // namespace
+
+Outcome<LasExportResult> exportLas(const LasExportJob& job) {
+  return withoutExceptions(job.path, [&] { return Exporter(job).run(); });
+}
+
+}  // namespace Formats

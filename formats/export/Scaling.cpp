@@ -1,0 +1,177 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "formats/export/Scaling.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace Formats {
+
+using Fiber::Container::AxisGrid;
+using MemCore::Failure;
+using MemCore::Outcome;
+
+namespace {
+
+using Point = Eagle::PhysicalSpace::point;
+using PositionArray = Fiber::MemArray<1, Point>;
+
+constexpr std::size_t kSampleOfFragment = 2000;
+constexpr std::size_t kSampleOfGrid = 2'000'000;
+
+CoordinateGrid gridOf(const std::array<double, 3>& scale, const std::array<double, 3>& offset) {
+  CoordinateGrid grid;
+  for (std::size_t axis = 0; axis < 3; ++axis) grid[axis] = {scale[axis], offset[axis]};
+  return grid;
+}
+
+/// What the reader of the grid left as a hint.
+std::optional<CoordinateGrid> hintOf(const ExportSource& source) {
+  const auto& properties = source.positions->properties();
+  const auto scale = MemCore::chunkCast<double>(properties.getAttribute("GridScale"));
+  const auto offset = MemCore::chunkCast<double>(properties.getAttribute("GridOffset"));
+  if (!scale || !offset || scale->size() != 3 || offset->size() != 3) return std::nullopt;
+  return gridOf({(*scale)[0], (*scale)[1], (*scale)[2]},
+                {(*offset)[0], (*offset)[1], (*offset)[2]});
+}
+
+bool filesAgree(const ExportSource& source) {
+  return std::all_of(source.files.begin(), source.files.end(), [&](const SourceFile& file) {
+    const LasHeader& first = source.files.front().header;
+    return file.header.scale == first.scale && file.header.offset == first.offset;
+  });
+}
+
+/// Points of all fragments, evenly taken. Shape: [points][3].
+Outcome<std::vector<double>> sampleOf(const ExportSource& source) {
+  std::vector<double> sample;
+  const std::size_t perFragment = std::clamp<std::size_t>(
+      kSampleOfGrid / std::max<std::size_t>(1, source.fragments.size()), 1, kSampleOfFragment);
+  for (const ExportFragment& fragment : source.fragments) {
+    const auto column = columnOf(*source.positions, "Positions", fragment);
+    if (!column) return column.failure();
+    const auto points = MemCore::handleCast<PositionArray>(*column);
+    if (!points) return Failure{"Positions: no points in space"};
+    const std::size_t step = std::max<std::size_t>(1, points->count() / perFragment);
+    for (std::size_t i = 0; i < points->count(); i += step) {
+      const Point& p = (*points)[i];
+      sample.insert(sample.end(), {p.x, p.y, p.z});
+    }
+  }
+  return sample;
+}
+
+/// The finest power of ten by which the extent of an axis fits into 31 bits.
+AxisGrid roundGrid(double low, double high) {
+  constexpr double kSteps = 2147483647.0;
+  constexpr double kFinest = 1e-9;
+  const double offset = std::floor(low);
+  double scale = kFinest;
+  while ((high - offset) / scale > kSteps) scale *= 10.0;
+  return {scale, offset};
+}
+
+CoordinateGrid roundGrid(std::span<const double> sample, const ExportSource& source) {
+  std::array<double, 3> low{};
+  std::array<double, 3> high{};
+  low.fill(std::numeric_limits<double>::max());
+  high.fill(std::numeric_limits<double>::lowest());
+  const auto include = [&](std::size_t axis, double value) {
+    low[axis] = std::min(low[axis], value);
+    high[axis] = std::max(high[axis], value);
+  };
+  for (std::size_t i = 0; i < sample.size(); ++i) include(i % 3, sample[i]);
+  for (const ExportFragment& fragment : source.fragments) {
+    if (!fragment.box) continue;
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+      include(axis, fragment.box->min()[axis]);
+      include(axis, fragment.box->max()[axis]);
+    }
+  }
+  return {roundGrid(low[0], high[0]), roundGrid(low[1], high[1]), roundGrid(low[2], high[2])};
+}
+
+Outcome<CoordinateGrid> searchGrid(const ExportSource& source, bool isLossy) {
+  const auto sample = sampleOf(source);
+  if (!sample) return sample.failure();
+  if (!std::all_of(sample->begin(), sample->end(), [](double v) { return std::isfinite(v); })) {
+    return Failure{"positions: cannot be stored, found one that is not finite"};
+  }
+  for (const SourceFile& file : source.files) {
+    const auto candidate = gridOf(file.header.scale, file.header.offset);
+    if (encodePositions(*sample, candidate, false)) return candidate;
+  }
+  if (const auto found = Fiber::Container::findGrid(*sample, hintOf(source))) return *found;
+  if (isLossy) return roundGrid(*sample, source);
+  return Failure{"positions: no scale and offset hold them exactly in 32 bits"};
+}
+
+/// The nearest integer; absent when 32 bits do not hold it.
+std::optional<std::int32_t> nearest(double value, const AxisGrid& axis) {
+  const double raw = std::round((value - axis.offset) / axis.scale);
+  if (!(raw >= std::numeric_limits<std::int32_t>::min()) ||
+      !(raw <= std::numeric_limits<std::int32_t>::max())) {
+    return std::nullopt;
+  }
+  return static_cast<std::int32_t>(raw);
+}
+
+Failure cannotHold(double value, std::size_t axis, const AxisGrid& grid, const char* why) {
+  return Failure{fmt::format("positions: {} {}, found {} = {}, scale {}, offset {}", "coordinate",
+                             why, "xyz"[axis], value, grid.scale, grid.offset)};
+}
+
+/// Point by point, to round or to find what cannot be held.
+Outcome<RawPositions> encodeOneByOne(std::span<const double> xyz, const CoordinateGrid& grid,
+                                     bool isLossy) {
+  RawPositions raw;
+  for (auto& column : raw.columns) column.resize(xyz.size() / 3);
+  for (std::size_t i = 0; i < xyz.size(); ++i) {
+    const AxisGrid& axis = grid[i % 3];
+    const auto found = nearest(xyz[i], axis);
+    if (!found) return cannotHold(xyz[i], i % 3, axis, "beyond 32 bits");
+    const double scaled = *found * axis.scale;
+    const double back = scaled + axis.offset;
+    if (!isLossy && back != xyz[i]) return cannotHold(xyz[i], i % 3, axis, "not exact");
+    raw.columns[i % 3][i / 3] = *found;
+  }
+  return raw;
+}
+
+}  // namespace
+
+Outcome<CoordinateGrid> settleScaling(const ExportSource& source, const LasExportOptions& options) {
+  auto grid = hintOf(source);
+  if (!source.files.empty() && filesAgree(source)) {
+    grid = gridOf(source.files.front().header.scale, source.files.front().header.offset);
+  } else if (source.files.size() > 1) {
+    grid.reset();
+  }
+  const bool isGiven = options.scale && options.offset;
+  if (!grid && !isGiven) {
+    auto searched = searchGrid(source, options.isLossy || options.scale || options.offset);
+    if (!searched) return searched;
+    grid = *searched;
+  }
+  CoordinateGrid settled = grid.value_or(CoordinateGrid{});
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    if (options.scale) settled[axis].scale = (*options.scale)[axis];
+    if (options.offset) settled[axis].offset = (*options.offset)[axis];
+  }
+  return settled;
+}
+
+Outcome<RawPositions> encodePositions(std::span<const double> xyz, const CoordinateGrid& grid,
+                                      bool isLossy) {
+  RawPositions raw;
+  for (auto& column : raw.columns) column.resize(xyz.size() / 3);
+  if (Fiber::Container::encodeOnGrid(xyz, grid, {raw.columns[0], raw.columns[1], raw.columns[2]})) {
+    return raw;
+  }
+  return encodeOneByOne(xyz, grid, isLossy);
+}
+
+}  // namespace Formats

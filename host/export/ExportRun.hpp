@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// ExportRun: writes the files of an export plan. Many files are shared out among the threads; few
+// are written one after the other, each by all threads.
+
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "formats/export/LasExport.hpp"
+#include "host/export/ExportPlan.hpp"
+
+namespace Host {
+
+class Session;
+
+/// What became of one planned file.
+struct ExportedFile {
+  std::string path;
+  std::uint64_t points = 0;  ///< 0: none was chosen, so that no file was made
+  std::uint64_t bytes = 0;   ///< without waveforms beside it
+  std::uint8_t pointFormat = 0;
+  std::uint8_t versionMinor = 0;
+  std::array<double, 3> scale{};
+  std::string failure;  ///< why it was not written
+};
+
+struct ExportOutcome {
+  std::vector<ExportedFile> files;  ///< in the order of the plan
+  std::vector<std::string> notes;   ///< once each
+  bool isCancelled = false;
+};
+
+/// Writes all files. A file that fails does not keep the others from being written.
+ExportOutcome runPlan(const ExportPlan& plan, const ExportOptions& options, Session& session);
+
+}  // namespace Host
