@@ -36,7 +36,7 @@ Result<LoadedInput> openClouds(const ImportOptions& options, ResolvedInput& inpu
     return usageStop(resolved->files.front() + ": is a bundle already, expected .las or .laz");
   }
   input = *resolved;
-  return loadInput(input, {options.grid, options.time});
+  return loadInput(input, {options.grid, options.time, options.keepOrder});
 }
 
 Check saveBundle(Fiber::Bundle& bundle, const std::string& output, const StorageOptions& storage) {

@@ -26,6 +26,7 @@ Result<LoadedInput> loadClouds(const std::vector<std::string>& files, const Clou
   Formats::CloudOptions options;
   options.gridName = place.grid;
   options.time = place.time;
+  options.keepOrder = place.keepOrder;
   const auto summary = Formats::addPointCloud(*input.bundle, files, options);
   if (!summary.ok()) return summary.failure();
   input.notes = summary->notes;

@@ -18,6 +18,7 @@ namespace Host {
 struct CloudPlace {
   std::string grid = "points";
   double time = 0.0;
+  bool keepOrder = false;  ///< with the fields that tell each point's place
 };
 
 struct LoadedInput {

@@ -183,6 +183,13 @@ void defineStorage(CLI::App& app, StorageOptions& storage) {
   defineDurability(app, storage.durable);
 }
 
+void defineKeepOrder(CLI::App& app, bool& keepOrder) {
+  app.add_flag("--keep-order", keepOrder,
+               "Add the fields SourceFile and SourceIndex: which file each point\n"
+               "came from, and its place there")
+      ->group(kOutputGroup);
+}
+
 void defineOutput(CLI::App& app, const char* help, std::string& output) {
   app.add_option("-o,--output", output, help)->required()->type_name("FILE")->group(kOutputGroup);
 }
@@ -249,6 +256,7 @@ void defineSplitOptions(CLI::App& app, SplitOptions& options) {
   addText(app,
           {"--output-grid", "NAME", "Name of the output grid [that of the input]", kOutputGroup},
           options.outputGrid);
+  defineKeepOrder(app, options.keepOrder);
   defineStorage(app, options.storage);
   defineForce(app, "Delete tiles of another plan, or an output file of other origin",
               options.force);
@@ -285,6 +293,7 @@ void defineImportOptions(CLI::App& app, ImportOptions& options) {
   addText(app, {"--grid", "NAME", "Name of the cloud [points]", kOutputGroup}, options.grid);
   addParsed(app, {"--time", "T", "Time of the cloud [0]", kOutputGroup}, parseNumber,
             storeIn(options.time));
+  defineKeepOrder(app, options.keepOrder);
   defineStorage(app, options.storage);
   defineForce(app, "Replace a file that exists", options.force);
 }

@@ -67,6 +67,7 @@ struct SplitOptions {
   std::string outputDirectory;  ///< empty: the folder of the output
   std::string outputGrid;       ///< empty: the name of the first input grid
   bool singleFile = false;      ///< all tiles inside the output
+  bool keepOrder = false;       ///< points carry their place in the input
   bool force = false;
 };
 
@@ -94,6 +95,7 @@ struct ImportOptions {
   std::string output;
   std::string grid = "points";
   double time = 0.0;
+  bool keepOrder = false;  ///< points carry their place in the input
   bool force = false;
 };
 

@@ -55,10 +55,13 @@ std::string storageText(Fiber::StorageKind kind) {
   return "unknown";
 }
 
-std::string fieldsText(const std::set<std::string>& fields) {
+std::string fieldsText(const SplitOptions& options) {
   std::string text;
-  for (const std::string& field : fields) text += (text.empty() ? "" : ",") + field;
-  return text.empty() ? "all" : text;
+  for (const std::string& field : options.filters.fields) {
+    text += (text.empty() ? "" : ",") + field;
+  }
+  if (text.empty()) text = "all";
+  return text + (options.keepOrder ? " in known order" : "");
 }
 
 std::string gridText(const LidarLib::TilingLayout& layout) {
@@ -110,7 +113,7 @@ Result<PlanRecord> describePlan(const SplitOptions& options, const ResolvedInput
   add("end", pointText(options.tiling.end));
   add("overlap", exactText(options.tiling.overlap));
   add("min points", std::to_string(options.tiling.minPoints));
-  add("fields", fieldsText(options.filters.fields));
+  add("fields", fieldsText(options));
   add("output grid",
       options.outputGrid.empty() ? plan.grids.front().source.name : options.outputGrid);
   add("storage", storageText(options.storage.kind));

@@ -18,6 +18,7 @@
 #include "host/Restart.hpp"
 #include "host/RunListener.hpp"
 #include "host/Signals.hpp"
+#include "host/SourceOrder.hpp"
 #include "host/TextReport.hpp"
 #include "host/TileProgress.hpp"
 #include "host/export/TileOwnership.hpp"
@@ -42,6 +43,15 @@ struct SplitJob {
   TileEvidence evidence{};
 };
 
+/// Whether the input can tell the order of its points, where that is asked for.
+Check checkOrder(const SplitJob& job) {
+  if (!job.options.keepOrder) return std::monostate{};
+  FilterOptions places = job.options.filters;
+  places.fields.clear();
+  const auto grids = selectGrids(*job.loaded.bundle, places);
+  return grids.ok() ? checkSourceOrder(*grids) : Check(grids.stop());
+}
+
 /// Opens the input and makes sure that it survives the run.
 Check openJob(SplitJob& job) {
   auto place = settleOutputPlace(job.options.output, job.options.outputDirectory);
@@ -52,11 +62,13 @@ Check openJob(SplitJob& job) {
   job.input = std::move(*input);
   Check isSafe = checkInputIsSafe(job.place, job.input);
   if (!isSafe.ok()) return isSafe;
-  auto loaded = loadInput(job.input, {});
+  CloudPlace cloud;
+  cloud.keepOrder = job.options.keepOrder;
+  auto loaded = loadInput(job.input, cloud);
   if (!loaded.ok()) return loaded.stop();
   job.loaded = std::move(*loaded);
   job.session.warnOfAll(job.loaded.notes);
-  return std::monostate{};
+  return checkOrder(job);
 }
 
 std::string sourceText(const std::vector<std::string>& files) {
@@ -323,7 +335,9 @@ ExitCode conclude(SplitJob& job) {
 
 }  // namespace
 
-ExitCode runSplit(const SplitOptions& options, Session& session) {
+ExitCode runSplit(const SplitOptions& asked, Session& session) {
+  SplitOptions options = asked;
+  if (options.keepOrder) options.filters = withSourceOrder(options.filters);
   SplitJob job{options, session};
   for (const auto step : {openJob, planJob, occupyPlace}) {
     const Check done = step(job);

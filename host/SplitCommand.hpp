@@ -12,6 +12,6 @@
 
 namespace Host {
 
-ExitCode runSplit(const SplitOptions& options, Session& session);
+ExitCode runSplit(const SplitOptions& asked, Session& session);
 
 }  // namespace Host

@@ -23,6 +23,7 @@ ALLOWED = {
     # LAS and LAZ files as such know only how a failure is said; the clouds made of them know bundles.
     "formats": ["datamodel/memcore"],
     "formats/cloud": ["formats", *DATAMODEL],
+    "formats/catalog": ["formats", "datamodel/memcore"],
     "planning": DATAMODEL,
     "assembly": ["planning", *DATAMODEL],
     "operation": ["assembly", "planning", *DATAMODEL],
@@ -30,7 +31,7 @@ ALLOWED = {
     "host": ["linked", "operation", "assembly", "planning", "formats", "datamodel"],
 }
 # A library's headers that one folder alone may include.
-ONLY_IN = {"hdf5.h": "datamodel/container"}
+ONLY_IN = {"hdf5.h": "datamodel/container", "proj.h": "formats/catalog"}
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*(?:"([^"]+)"|<([^>]+)>)')
 

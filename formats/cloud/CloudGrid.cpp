@@ -7,6 +7,7 @@
 #include <algorithm>
 
 #include "formats/cloud/PointFragmentSource.hpp"
+#include "formats/cloud/SourceOrder.hpp"
 
 namespace Formats {
 
@@ -30,10 +31,16 @@ StrongPtr<Fiber::CreativeArrayBase> columnCreator(const TypeHandle& type,
   return makeStrong<ColumnCreator>(ArrayFacts{type, size, nullptr, std::nullopt}, source, column);
 }
 
+/// Which fields a grid has beyond those of the records.
+struct GridParts {
+  bool hasWaveforms = false;
+  bool keepsOrder = false;
+};
+
 /// Adds fragments to the fields of one grid.
 class GridFiller {
  public:
-  GridFiller(Fiber::Grid& grid, const CloudFields& fields, bool hasWaveforms)
+  GridFiller(Fiber::Grid& grid, const CloudFields& fields, const GridParts& parts)
       : representation_(*grid.makeCartesianRepresentation(3, Fiber::kCartesianChart, 0)),
         fields_(fields),
         positions_(makeField("Positions")) {
@@ -42,9 +49,14 @@ class GridFiller {
       made->properties() = field.properties;
       fieldHandles_.push_back({made, fiberTypeOf(field.type)});
     }
-    if (!hasWaveforms) return;
-    samples_ = makeField(kWaveformsField);
-    lengths_ = makeField(kWaveformLengthField);
+    if (parts.hasWaveforms) {
+      samples_ = makeField(kWaveformsField);
+      lengths_ = makeField(kWaveformLengthField);
+    }
+    if (parts.keepsOrder) {
+      sourceFiles_ = makeField(kSourceFileField);
+      sourceIndices_ = makeField(kSourceIndexField);
+    }
   }
 
   void setGridHint(const LasHeader& header) {
@@ -65,6 +77,7 @@ class GridFiller {
       addPoints(fragment, source);
       addFields(fragment, source, fileNumber);
       if (samples_) addWaveforms(fragment, file, source);
+      if (sourceFiles_) addOrder(fragment, fileNumber, file.fragments[i]);
     }
   }
 
@@ -130,12 +143,20 @@ class GridFiller {
         fragment, columnCreator(sampleType_, DynamicSize{count}, source, kWaveformLengthColumn));
   }
 
+  void addOrder(const FragmentHandle& fragment, std::size_t fileNumber, const PointRange& range) {
+    const auto order = makeSourceOrder(static_cast<std::uint32_t>(fileNumber), range);
+    sourceFiles_->setCreator(fragment, order.file);
+    sourceIndices_->setCreator(fragment, order.index);
+  }
+
   Fiber::Representation& representation_;
   const CloudFields& fields_;
   StrongPtr<Field> positions_;
   std::vector<FieldHandle> fieldHandles_;  ///< In the order of `fields_`.
   StrongPtr<Field> samples_;               ///< Empty: no waveforms.
   StrongPtr<Field> lengths_;
+  StrongPtr<Field> sourceFiles_;  ///< Empty: the order is not kept.
+  StrongPtr<Field> sourceIndices_;
   TypeHandle pointType_ = FiberTypeBase::find(typeid(Eagle::PhysicalSpace::point));
   TypeHandle sampleType_ = FiberTypeBase::find(typeid(std::uint16_t));
 };
@@ -156,10 +177,10 @@ void findPacketColumns(const CloudFields& fields, std::size_t fileNumber,
 }  // namespace
 
 void fillGrid(Fiber::Grid& grid, std::span<const CloudFile> files, const CloudFields& fields,
-              CloudSummary& summary) {
+              bool keepOrder, CloudSummary& summary) {
   summary.hasWaveforms = std::any_of(
       files.begin(), files.end(), [](const CloudFile& file) { return file.waveforms != nullptr; });
-  GridFiller filler(grid, fields, summary.hasWaveforms);
+  GridFiller filler(grid, fields, {summary.hasWaveforms, keepOrder});
   bool hasHint = false;
   for (std::size_t i = 0; i < files.size(); ++i) {
     const CloudFile& file = files[i];

@@ -26,8 +26,9 @@ struct CloudFile {
 };
 
 /// Fills a new grid with the points of files. Requires: `fields` was joined from the same files.
+/// With `keepOrder` the grid also tells the place of each point in them (see SourceOrder.hpp).
 /// Returns the number of fragments and points by way of `summary`.
 void fillGrid(Fiber::Grid& grid, std::span<const CloudFile> files, const CloudFields& fields,
-              CloudSummary& summary);
+              bool keepOrder, CloudSummary& summary);
 
 }  // namespace Formats

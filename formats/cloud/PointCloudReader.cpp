@@ -121,7 +121,8 @@ Outcome<CloudFile> openFile(const std::string& path, const CloudOptions& options
 
 /// Counted before anything is made for it.
 Outcome<void> checkCreators(std::span<const CloudFile> files, const CloudFields& fields) {
-  constexpr std::uint64_t kFixedFields = 3;  // Positions, Waveforms, FWFLength
+  constexpr std::uint64_t kFixedFields =
+      5;  // Positions, Waveforms, FWFLength, SourceFile, SourceIndex
   std::uint64_t fragments = 0;
   for (const CloudFile& file : files) fragments += file.fragments.size();
   const std::uint64_t most = kMaxCreators / (fields.fields.size() + kFixedFields);
@@ -199,7 +200,7 @@ Outcome<CloudSummary> addPointCloud(Fiber::Bundle& bundle, const std::vector<std
   if (!cloud) return cloud.failure();
 
   const auto grid = bundle[options.time]->newGrid(options.gridName);
-  fillGrid(*grid, cloud->files, cloud->fields, summary);
+  fillGrid(*grid, cloud->files, cloud->fields, options.keepOrder, summary);
   summary.notes.insert(summary.notes.end(), cloud->fields.notes.begin(), cloud->fields.notes.end());
   if (summary.hasWaveforms) noteMissingWaveforms(cloud->files, summary.notes);
   const auto unkept = keepSourceFiles(grid->attributes(), cloud->lasFiles);

@@ -29,6 +29,7 @@ struct CloudOptions {
   std::string gridName = "points";
   double time = 0.0;                      ///< Of the slice; finite.
   std::uint64_t fragmentPoints = 250000;  ///< About as many points make a fragment; at least 1.
+  bool keepOrder = false;  ///< Adds the fields that tell each point's place (see SourceOrder.hpp).
 };
 
 /// What went into the bundle.

@@ -10,6 +10,7 @@
 #include <set>
 
 #include "formats/cloud/CloudFields.hpp"
+#include "formats/cloud/SourceOrder.hpp"
 #include "formats/export/ExtraBytesPlan.hpp"
 #include "formats/export/PointFormatChoice.hpp"
 #include "formats/export/SourceMerge.hpp"
@@ -213,7 +214,9 @@ class TargetMaker {
 
 }  // namespace
 
-bool isOrderField(const std::string& name) { return name == "SourceFile" || name == "SourceIndex"; }
+bool isOrderField(const std::string& name) {
+  return name == kSourceFileField || name == kSourceIndexField;
+}
 
 Outcome<LasTarget> lasTargetOf(const ExportSource& source, const LasExportOptions& options) {
   return TargetMaker(source, options).make();

@@ -13,12 +13,10 @@
 #include <vector>
 
 #include "datamodel/memcore/Outcome.hpp"
+#include "formats/cloud/SourceOrder.hpp"
 #include "formats/export/FragmentColumns.hpp"
 
 namespace Formats {
-
-inline constexpr const char* kSourceFileField = "SourceFile";
-inline constexpr const char* kSourceIndexField = "SourceIndex";
 
 /// Numbers that are set, and how many of them are below one.
 class RankedBits {

@@ -143,7 +143,7 @@ class ExtraBytesPlacer {
   ExtraBytesPlacer(std::vector<PointField>& fields, std::vector<std::string>& notes,
                    std::uint16_t start, std::uint16_t end)
       : fields_(fields), notes_(notes), next_(start), end_(end) {
-    used_ = {"Position", "Positions", "Waveforms", "FWFLength"};
+    used_ = {"Position", "Positions", "Waveforms", "FWFLength", "SourceFile", "SourceIndex"};
     for (const PointField& field : fields) used_.insert(field.name);
   }
 

@@ -50,8 +50,9 @@ class PointLayout {
   /// `records` may hold Extra Bytes records among others. Errors: unknown point format, or records
   /// shorter than the format needs. Descriptors that do not fit the record are dropped (see
   /// notes()); bytes that no descriptor covers become fields "ExtraBytes[0]", "ExtraBytes[1]", ...
-  /// Names: one that is taken (by a field, or as Position, Positions, Waveforms, FWFLength) gets
-  /// "_2", "_3", ...; '/', '\\' and control characters become '_'; an empty one is "Unnamed".
+  /// Names: one that is taken (by a field, or as Position, Positions, Waveforms, FWFLength,
+  /// SourceFile, SourceIndex) gets "_2", "_3", ...; '/', '\\' and control characters become '_'; an
+  /// empty one is "Unnamed".
   static MemCore::Outcome<PointLayout> make(std::uint8_t pointFormat, std::uint16_t recordBytes,
                                             const std::vector<VariableRecord>& records);
 

@@ -57,7 +57,7 @@ class SplitTest(ProgramTest):
         self.split_json("in.las", "-o", "out.f5", *LENGTH)
         before = digests(self.folder)
         for change in (("--fragment-length", "31"), (*LENGTH, "--overlap", "0.1"),
-                       (*LENGTH, "--min-points", "3"), (*LENGTH, "--field", "Intensity"),
+                       (*LENGTH, "--min-points", "3"), (*LENGTH, "--field", "Intensity"), (*LENGTH, "--keep-order"),
                        (*LENGTH, "--storage", "raw"), (*LENGTH, "--output-grid", "other")):
             done = self.run_program("split", "in.las", "-o", "out.f5", *change, status=1)
             self.assertIn("another plan", done.stderr)

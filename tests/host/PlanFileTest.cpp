@@ -74,6 +74,8 @@ TEST_F(PlanFileTest, EveryParameterThatShapesTilesIsCompared) {
               o.filters.fields = {"a", "b"};
             }),
             "fields: all there, a,b now");
+  EXPECT_EQ(differsWith([](auto& o) { o.keepOrder = true; }),
+            "fields: all there, all in known order now");
   EXPECT_EQ(differsWith([](auto& o) { o.tiling.fragmentLength[0] = 5.0; }),
             "grid points at time 0: 3 x 3 x 1 tiles of 10 x 10 x 1 from 0,0,0 there, "
             "5 x 3 x 1 tiles of 5 x 10 x 1 from 0,0,0 now");

@@ -45,6 +45,12 @@ class IncludeCheck(unittest.TestCase):
         self.assertEqual(result.returncode, 1)
         self.assertIn("datamodel/container", result.stderr)
 
+    def test_proj_belongs_to_the_catalog_alone(self):
+        self.assertEqual(self.check(formats__catalog__A_cpp="#include <proj.h>").returncode, 0)
+        result = self.check(formats__las__A_cpp="#include <proj.h>")
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("formats/catalog", result.stderr)
+
     def test_relative_include_is_refused(self):
         result = self.check(operation__Run_cpp='#include "Linking.hpp"')
         self.assertEqual(result.returncode, 1)

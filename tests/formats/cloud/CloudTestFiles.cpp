@@ -99,7 +99,7 @@ TestGrid gridOver(const std::shared_ptr<LasFile>& file, std::uint64_t fragmentPo
   if (!fields) return made;
   const std::vector<CloudFile> clouds{
       {file, nullptr, cutIntoFragments(*file, {fragmentPoints, 0})}};
-  fillGrid(*made.grid, clouds, *fields, made.summary);
+  fillGrid(*made.grid, clouds, *fields, false, made.summary);
   return made;
 }
 
