@@ -71,25 +71,39 @@ class Exporter {
       if (job_.listener && !job_.listener(done)) return Failure{kExportStopped};
     }
     if (auto done = ordered_ ? writeOrdered() : writeCarried(); !done) return done.failure();
-    if (result_.points == 0) return std::move(result_);
+    if (result_.points == 0 && job_.skipsEmpty) return std::move(result_);
     if (auto done = writer_->finish(); !done) return done.failure();
-    result_.lossyFields = encoder_.lossyFields();
+    describeResult();
     return std::move(result_);
   }
 
  private:
+  void describeResult() {
+    result_.isWritten = true;
+    result_.lossyFields = encoder_.lossyFields();
+    const PointTotals& totals = writer_->totals();
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+      const auto coordinate = [&](std::int32_t raw) {
+        return raw * job_.grid[axis].scale + job_.grid[axis].offset;
+      };
+      result_.minimum[axis] = coordinate(totals.minimum[axis]);
+      result_.maximum[axis] = coordinate(totals.maximum[axis]);
+    }
+  }
+
   Outcome<void> begin() {
-    const LasWriterOptions options = writerOptions(job_);
+    LasWriterOptions options = writerOptions(job_);
     needs_.fields = encoder_.neededFields();
     needs_.fields.insert(needs_.fields.end(), job_.choosesBy.begin(), job_.choosesBy.end());
     if (auto begun = beginOrder(); !begun) return begun;
     if (options.waveforms != WaveformPlace::Nowhere) {
       if (auto planned = planPackets(options); !planned) return planned;
+      if (packets_->byteCount() == 0) options.waveforms = WaveformPlace::Nowhere;
     }
     auto writer = LasWriter::create(job_.path, options);
     if (!writer) return writer.failure();
     writer_ = std::move(*writer);
-    if (!packets_ || packets_->byteCount() == 0) return {};
+    if (options.waveforms == WaveformPlace::Nowhere) return {};
     const auto reserved = writer_->reserveWaveformPackets(packets_->byteCount());
     return reserved ? Outcome<void>() : Outcome<void>(reserved.failure());
   }
@@ -98,7 +112,7 @@ class Exporter {
     const auto descriptor = job_.source->numberOf(kWaveDescriptorField);
     const auto offset = job_.source->numberOf(kWaveOffsetField);
     const auto size = job_.source->numberOf(kWaveSizeField);
-    if (!descriptor || !offset || !size) return {};
+    if (!descriptor || !offset || !size) return Failure{"waveforms: nothing names their packets"};
     needs_.samples = true;
     needs_.lengths = true;
     auto plan = PacketPlan::make(*job_.source, job_.fragments, {*descriptor, *offset, *size},

@@ -9,6 +9,7 @@
 
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <span>
@@ -38,18 +39,23 @@ struct LasExportJob {
   /// Write the points in the order of the fields "SourceFile" and "SourceIndex", where the grid has
   /// them, instead of that of the fragments.
   bool restoresOrder = true;
+  bool skipsEmpty = false;  ///< make no file where no point is chosen
   ExportListener listener;  ///< may be empty
 };
 
 struct LasExportResult {
   std::uint64_t points = 0;
+  bool isWritten = false;
+  /// Range: closed. Meaningful with points.
+  std::array<double, 3> minimum{};
+  std::array<double, 3> maximum{};
   std::vector<std::string> lossyFields;  ///< fields of which some value was rounded or cut
 };
 
 /// The text of an export that its listener ended.
 inline constexpr const char* kExportStopped = "stopped";
 
-/// Where no point is chosen no file is made. Errors: what cannot be read, held or written; nothing
+/// Errors: what cannot be read, held or written; nothing
 /// is left behind then.
 MemCore::Outcome<LasExportResult> exportLas(const LasExportJob& job);
 

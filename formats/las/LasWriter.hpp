@@ -63,6 +63,9 @@ class LasWriter {
     return totals_.pointCount + pending_.size() / layout_.recordBytes();
   }
 
+  /// Counts and bounds of the points written so far, those that fill no chunk yet left out.
+  const PointTotals& totals() const { return totals_; }
+
   /// Appends whole records; compressed files gather them to whole chunks first. Errors: a part of a
   /// record, more points than the version can count, a full disk; the writer is of no further use
   /// then.

@@ -59,9 +59,6 @@ Result<PointChooser> chooserFor(const Fiber::Grid& grid, OverlapRule rule) {
 Result<SourceHandle> openSource(const SelectedGrid& selected) {
   auto source = Formats::exportSource(*selected.grid);
   if (!source.ok()) return source.failure();
-  if (source->fragments.empty()) {
-    return failedStop(fmt::format("grid {}: has no points", selected.name));
-  }
   return SourceHandle(std::make_shared<ExportSource>(std::move(*source)));
 }
 
@@ -144,6 +141,9 @@ class Planner {
       const Check added =
           options_.division == FileDivision::Source ? addSources(grid) : addTiles(grid);
       if (!added.ok()) return added.stop();
+    }
+    if (plan_.files.empty()) {
+      return failedStop(grids.front().name + ": has no points; a single file can be without");
     }
     const Check free = checkPaths();
     if (!free.ok()) return free.stop();

@@ -21,9 +21,10 @@ using Json = nlohmann::ordered_json;
 std::vector<std::string> formatTexts(const std::vector<ExportedFile>& files) {
   std::vector<std::string> texts;
   for (const ExportedFile& file : files) {
-    if (file.points == 0) continue;
+    if (!file.result.isWritten) continue;
+    const Formats::LasHeader& header = file.target->writer.header;
     std::string text =
-        fmt::format("LAS 1.{}, point format {}", file.versionMinor, file.pointFormat);
+        fmt::format("LAS 1.{}, point format {}", header.versionMinor, header.pointFormat);
     if (std::find(texts.begin(), texts.end(), text) == texts.end()) texts.push_back(text);
   }
   return texts;
@@ -39,14 +40,15 @@ std::string useText(const ExportReport& report) {
 Json fileJson(const ExportedFile& file) {
   Json json;
   json["path"] = file.path;
-  json["points"] = file.points;
+  json["points"] = file.result.points;
   json["bytes"] = file.bytes;
   if (!file.failure.empty()) {
     json["failure"] = file.failure;
     return json;
   }
-  json["pointFormat"] = file.pointFormat;
-  json["version"] = fmt::format("1.{}", file.versionMinor);
+  if (!file.result.isWritten) return json;
+  json["pointFormat"] = file.target->writer.header.pointFormat;
+  json["version"] = fmt::format("1.{}", file.target->writer.header.versionMinor);
   json["scale"] = file.scale;
   return json;
 }
@@ -56,7 +58,7 @@ Json fileJson(const ExportedFile& file) {
 std::uint64_t ExportReport::points() const {
   return std::accumulate(
       outcome.files.begin(), outcome.files.end(), std::uint64_t{0},
-      [](std::uint64_t sum, const ExportedFile& file) { return sum + file.points; });
+      [](std::uint64_t sum, const ExportedFile& file) { return sum + file.result.points; });
 }
 
 std::uint64_t ExportReport::bytes() const {
@@ -68,7 +70,7 @@ std::uint64_t ExportReport::bytes() const {
 std::uint64_t ExportReport::filesWritten() const {
   return static_cast<std::uint64_t>(
       std::count_if(outcome.files.begin(), outcome.files.end(),
-                    [](const ExportedFile& file) { return file.points > 0; }));
+                    [](const ExportedFile& file) { return file.result.isWritten; }));
 }
 
 std::uint64_t ExportReport::filesFailed() const {

@@ -58,21 +58,22 @@ std::uint64_t bytesOf(const std::string& path) {
 
 /// What the files of one source have in common; settled once.
 struct Settled {
-  Formats::LasTarget target;
+  std::shared_ptr<const Formats::LasTarget> target;
   Formats::CoordinateGrid grid{};
 };
 
 /// Writes files and gathers what there is to tell. Threads: write() may be called at once.
 class FileWriter {
  public:
-  explicit FileWriter(const ExportOptions& options) : options_(options) {}
+  FileWriter(const ExportOptions& options, bool skipsEmpty)
+      : options_(options), skipsEmpty_(skipsEmpty) {}
 
   ExportedFile write(const PlannedFile& file, const Formats::ExportListener& listener) {
     ExportedFile result;
     result.path = file.path;
     const auto written = tryWrite(file, listener, result);
     if (!written.ok()) result.failure = written.error();
-    if (result.points > 0) result.bytes = bytesOf(file.path);
+    if (result.result.isWritten) result.bytes = bytesOf(file.path);
     return result;
   }
 
@@ -88,18 +89,18 @@ class FileWriter {
     job.path = file.path;
     job.source = file.source.get();
     job.fragments = file.fragments;
-    job.target = &(*settled)->target;
+    job.target = (*settled)->target.get();
     job.grid = (*settled)->grid;
     job.isLossy = options_.lossy;
     job.choose = file.choose;
     job.choosesBy = file.choosesBy;
     job.restoresOrder = file.restoresOrder;
+    job.skipsEmpty = skipsEmpty_;
     job.listener = listener;
     const auto exported = Formats::exportLas(job);
     if (!exported.ok()) return exported.failure();
-    result.points = exported->points;
-    result.pointFormat = job.target->writer.header.pointFormat;
-    result.versionMinor = job.target->writer.header.versionMinor;
+    result.result = *exported;
+    result.target = (*settled)->target;
     for (std::size_t axis = 0; axis < 3; ++axis) result.scale[axis] = job.grid[axis].scale;
     for (const std::string& field : exported->lossyFields) {
       note("field " + field + ": some values were rounded or cut to fit");
@@ -118,7 +119,8 @@ class FileWriter {
     const auto grid = Formats::settleScaling(*file.source, las);
     if (!grid.ok()) return grid.failure();
     for (const std::string& text : target->notes) noteLocked(text);
-    known = std::make_shared<const Settled>(Settled{std::move(*target), *grid});
+    known = std::make_shared<const Settled>(
+        Settled{std::make_shared<const Formats::LasTarget>(std::move(*target)), *grid});
     return known;
   }
 
@@ -132,6 +134,7 @@ class FileWriter {
   }
 
   const ExportOptions& options_;
+  const bool skipsEmpty_;
   std::mutex mutex_;
   std::map<const Formats::ExportSource*, std::shared_ptr<const Settled>> settled_;
   std::set<std::string> noted_;
@@ -179,7 +182,7 @@ std::uint64_t pointsOf(const ExportPlan& plan) {
 ExportOutcome runPlan(const ExportPlan& plan, const ExportOptions& options, Session& session) {
   ExportOutcome outcome;
   outcome.files.resize(plan.files.size());
-  FileWriter writer(options);
+  FileWriter writer(options, !plan.folder.empty());
   TileProgress progress(settleProgressMode(session.common(), session.terminal()),
                         session.terminal().columns, session.messages());
   progress.beginGrid(pointsOf(plan));

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -20,10 +21,9 @@ class Session;
 /// What became of one planned file.
 struct ExportedFile {
   std::string path;
-  std::uint64_t points = 0;  ///< 0: none was chosen, so that no file was made
-  std::uint64_t bytes = 0;   ///< without waveforms beside it
-  std::uint8_t pointFormat = 0;
-  std::uint8_t versionMinor = 0;
+  Formats::LasExportResult result;
+  std::uint64_t bytes = 0;                           ///< without waveforms beside it
+  std::shared_ptr<const Formats::LasTarget> target;  ///< empty when it could not be settled
   std::array<double, 3> scale{};
   std::string failure;  ///< why it was not written
 };

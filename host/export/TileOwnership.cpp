@@ -31,10 +31,12 @@ double overlapOf(const Fiber::Grid& grid) {
 
 void keepTilingOrigin(Fiber::Grid& grid, const LidarLib::TilingLayout& layout) {
   const auto& length = layout.fragmentLength;
+  const auto& corner = layout.origin;
+  const PhysicalSpace::point origin{corner[0], corner[1], corner[2]};
   const PhysicalSpace::point lengths{length[0], length[1], length[2]};
   grid.attributes().setAttribute(
       kOriginAttribute,
-      makeStrong<PointChunk>(std::initializer_list<PhysicalSpace::point>{layout.origin, lengths}));
+      makeStrong<PointChunk>(std::initializer_list<PhysicalSpace::point>{origin, lengths}));
 }
 
 std::optional<TilingPlace> tilingPlaceOf(const Fiber::Grid& grid) {
@@ -44,7 +46,8 @@ std::optional<TilingPlace> tilingPlaceOf(const Fiber::Grid& grid) {
   if (!kept || kept->size() != 2 || !lengths || lengths->empty()) return std::nullopt;
   const PhysicalSpace::point& length = (*kept)[1];
   if (length != (*lengths)[0]) return std::nullopt;
-  return TilingPlace{(*kept)[0], {length.x, length.y, length.z}};
+  const PhysicalSpace::point& origin = (*kept)[0];
+  return TilingPlace{{origin.x, origin.y, origin.z}, {length.x, length.y, length.z}};
 }
 
 Result<std::optional<TileOwnership>> TileOwnership::of(const Fiber::Grid& grid) {
@@ -56,8 +59,9 @@ Result<std::optional<TileOwnership>> TileOwnership::of(const Fiber::Grid& grid) 
         "writes the points of the margins as often as they occur",
         grid.name()));
   }
+  const PhysicalSpace::point corner{place->origin[0], place->origin[1], place->origin[2]};
   TileOwnership ownership;
-  ownership.layout_.globalBox = makeStrong<Eagle::BoundingBox>(place->origin, place->origin);
+  ownership.layout_.globalBox = makeStrong<Eagle::BoundingBox>(corner, corner);
   ownership.layout_.origin = place->origin;
   ownership.layout_.fragmentLength = place->length;
   return std::optional<TileOwnership>(std::move(ownership));
@@ -66,7 +70,7 @@ Result<std::optional<TileOwnership>> TileOwnership::of(const Fiber::Grid& grid) 
 std::vector<std::uint32_t> TileOwnership::ownedRows(const LidarLib::PositionArray& points,
                                                     const Fiber::MultiIndex<3>& tile) const {
   const auto box = LidarLib::tileBox(tile, layout_, 0.0);
-  const auto rows = LidarLib::selectPointsInBox(points, box, tile);
+  const auto rows = LidarLib::selectPointsInBox(points, *box, tile);
   return {rows->begin(), rows->end()};
 }
 

@@ -38,7 +38,7 @@ class TileOwnership {
 
 /// The corner of a grid's tiling and its tile lengths; absent when the grid does not tell.
 struct TilingPlace {
-  Eagle::PhysicalSpace::point origin;
+  Eagle::FixedArray<double, 3> origin;
   Eagle::FixedArray<double, 3> length;
 };
 std::optional<TilingPlace> tilingPlaceOf(const Fiber::Grid& grid);
