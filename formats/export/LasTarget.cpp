@@ -112,7 +112,7 @@ class TargetMaker {
         missing.push_back(field.name);
       }
     }
-    if (!source_.files.empty() && !missing.empty()) {
+    if (!source_.files.empty() && !source_.fragments.empty() && !missing.empty()) {
       target_.notes.push_back(fmt::format("grid {}: has no {}: zeros are written", source_.gridName,
                                           fmt::join(missing, ", ")));
     }
