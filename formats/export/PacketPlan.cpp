@@ -97,8 +97,9 @@ Outcome<std::unique_ptr<PacketPlan>> PacketPlan::make(
     const PacketFields& fields, const std::vector<VariableRecord>& descriptors,
     const ChooserWithFields& choose) {
   std::unique_ptr<PacketPlan> plan(new PacketPlan(fields, source.files.size() > 1, descriptors));
-  const ColumnNeeds needs{
+  ColumnNeeds needs{
       {fields.descriptor, fields.offset, fields.size}, plan->hashesContent_, true};
+  needs.fields.insert(needs.fields.end(), choose.fields.begin(), choose.fields.end());
   while (!fragments.empty()) {
     const std::size_t count = std::min(kFragmentsAtOnce, fragments.size());
     const auto loaded = loadFragments(source, fragments.first(count), needs, choose.choose);
