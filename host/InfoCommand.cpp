@@ -21,7 +21,7 @@ std::string operationReport(LidarLib::RefragmentAndSplit& operation, Session& se
 }  // namespace
 
 ExitCode runInfo(const InfoOptions& options, Session& session) {
-  const auto loaded = openInput(options.inputs);
+  const auto loaded = openInput(options.inputs, {"points", 0.0, options.columns});
   if (!loaded.ok()) return session.stop(loaded.stop());
   session.warnOfAll(loaded->notes);
   const auto grids = selectGrids(*loaded->bundle, options.filters);

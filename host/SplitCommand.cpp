@@ -51,7 +51,7 @@ Check openJob(SplitJob& job) {
   job.input = std::move(*input);
   Check isSafe = checkInputIsSafe(job.place, job.input);
   if (!isSafe.ok()) return isSafe;
-  auto loaded = loadInput(job.input, {});
+  auto loaded = loadInput(job.input, {"points", 0.0, job.options.columns});
   if (!loaded.ok()) return loaded.stop();
   job.loaded = std::move(*loaded);
   job.session.warnOfAll(job.loaded.notes);

@@ -11,6 +11,8 @@
 #include <string_view>
 #include <vector>
 
+#include "formats/text/ColumnNames.hpp"
+
 namespace Host {
 
 using MemCore::Failure;
@@ -141,6 +143,20 @@ Outcome<Eagle::FixedArray<double, 3>> parseFragmentLength(const std::string& tex
     return unexpected(text, "X and Y both above 0, or both 0 for an estimate");
   }
   return length;
+}
+
+Outcome<std::vector<std::string>> parseColumnNames(const std::string& text) {
+  std::vector<std::string> names;
+  std::size_t begin = 0;
+  while (begin <= text.size()) {
+    const std::size_t end = std::min(text.find(',', begin), text.size());
+    names.emplace_back(trimmed(std::string_view(text).substr(begin, end - begin)));
+    if (names.back().empty()) return unexpected(text, "a name for every column, - to leave it out");
+    begin = end + 1;
+  }
+  const auto roles = Formats::rolesOf(names);
+  if (!roles) return roles.failure();
+  return names;
 }
 
 Outcome<double> parseOverlap(const std::string& text) {

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "datamodel/eagle/PhysicalSpace.hpp"
 #include "datamodel/memcore/Outcome.hpp"
@@ -30,6 +31,9 @@ MemCore::Outcome<Eagle::PhysicalSpace::point> parsePoint(const std::string& text
 /// "X[,Y[,Z]]": edge lengths, none negative. One value sets x and y; a missing z is 0. X and y are
 /// both above 0, or both 0.
 MemCore::Outcome<Eagle::FixedArray<double, 3>> parseFragmentLength(const std::string& text);
+
+/// "x,y,z,NAME,-,...": names of columns, x, y and z among them once each; "-" leaves a column out.
+MemCore::Outcome<std::vector<std::string>> parseColumnNames(const std::string& text);
 
 /// A finite overlap of at least 0.
 MemCore::Outcome<double> parseOverlap(const std::string& text);

@@ -23,6 +23,7 @@ ALLOWED = {
     # LAS and LAZ files as such know only how a failure is said; the clouds made of them know bundles.
     "formats": ["datamodel/memcore"],
     "formats/cloud": ["formats", *DATAMODEL],
+    "formats/text": ["formats", *DATAMODEL],
     "planning": DATAMODEL,
     "assembly": ["planning", *DATAMODEL],
     "operation": ["assembly", "planning", *DATAMODEL],
