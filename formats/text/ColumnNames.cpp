@@ -80,7 +80,10 @@ constexpr std::array<std::array<std::string_view, 6>, 3> kAxisNames{{
 /// Letters and digits in lower case, without a unit in brackets at the end.
 std::string plainForm(std::string_view name) {
   const std::size_t bracket = name.find_first_of("([");
-  if (bracket != std::string_view::npos && bracket > 0) name = name.substr(0, bracket);
+  // "Echo[2]" is no unit, but one of several.
+  const bool isUnit = bracket != std::string_view::npos && bracket > 0 &&
+                      name.find_first_of("0123456789", bracket) != bracket + 1;
+  if (isUnit) name = name.substr(0, bracket);
   std::string form;
   for (const char c : name) {
     if (c >= 'A' && c <= 'Z') form += static_cast<char>(c - 'A' + 'a');

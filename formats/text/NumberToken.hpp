@@ -14,6 +14,9 @@
 
 namespace Formats {
 
+/// The property of a field that says with how many decimals numbers are to be written.
+inline constexpr const char* kDecimalsProperty = "Decimals";
+
 /// Said of numbers whose spelling has no plain count of decimals (an exponent).
 inline constexpr std::uint8_t kUnknownDecimals = 255;
 /// More decimals than this are not counted, but unknown.

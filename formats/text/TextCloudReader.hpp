@@ -23,9 +23,6 @@
 
 namespace Formats {
 
-/// The property that says with how many decimals numbers are to be written.
-inline constexpr const char* kDecimalsProperty = "Decimals";
-
 struct TextCloudOptions {
   CloudOptions cloud;
   /// Names of the columns of every file, x, y and z among them, "-" for one to leave out. Empty: as

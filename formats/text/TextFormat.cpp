@@ -21,20 +21,6 @@ constexpr std::uint64_t kMostHeaderBytes = std::uint64_t{4} << 20;
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::string_view kBlanks = " \t";
 
-char characterOf(Delimiter delimiter) {
-  switch (delimiter) {
-    case Delimiter::Comma:
-      return ',';
-    case Delimiter::Semicolon:
-      return ';';
-    case Delimiter::Tab:
-      return '\t';
-    case Delimiter::Blanks:
-      break;
-  }
-  return ' ';
-}
-
 std::vector<std::string_view> splitAtBlanks(std::string_view line, std::string_view blanks) {
   std::vector<std::string_view> parts;
   for (std::size_t at = line.find_first_not_of(blanks); at != std::string_view::npos;
@@ -219,6 +205,20 @@ Outcome<std::vector<std::string>> settleNames(const InputFile& file, const First
 }
 
 }  // namespace
+
+char characterOf(Delimiter delimiter) {
+  switch (delimiter) {
+    case Delimiter::Comma:
+      return ',';
+    case Delimiter::Semicolon:
+      return ';';
+    case Delimiter::Tab:
+      return '\t';
+    case Delimiter::Blanks:
+      break;
+  }
+  return ' ';
+}
 
 std::string_view trimmed(std::string_view text) {
   constexpr std::string_view kEnds = " \t\r\n";

@@ -23,6 +23,9 @@ namespace Formats {
 /// What stands between two numbers. Blanks around numbers never matter.
 enum class Delimiter { Comma, Semicolon, Tab, Blanks };
 
+/// The character that is written between two numbers.
+char characterOf(Delimiter delimiter);
+
 /// More columns than this are taken for something else than points.
 inline constexpr std::size_t kMaxColumns = 1024;
 

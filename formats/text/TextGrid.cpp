@@ -12,7 +12,6 @@
 
 #include "datamodel/fiber/Field.hpp"
 #include "formats/cloud/ColumnTypes.hpp"
-#include "formats/text/TextCloudReader.hpp"
 
 namespace Formats {
 
