@@ -11,6 +11,7 @@
 
 #include <array>
 #include <cstdint>
+#include <string_view>
 
 namespace Formats {
 
@@ -76,6 +77,12 @@ inline const char* readNumber(const char* first, const char* last, NumberToken& 
   number.hasDigits = true;
   number.decimals = static_cast<std::uint8_t>(decimals);
   return at;
+}
+
+/// Whether a text is one number and nothing else, which is then in `number`.
+inline bool readWhole(std::string_view text, NumberToken& number) {
+  const char* const last = text.data() + text.size();
+  return !text.empty() && readNumber(text.data(), last, number) == last;
 }
 
 }  // namespace Formats

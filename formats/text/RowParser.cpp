@@ -143,8 +143,7 @@ LineFailure RowParser::explain(std::string_view line) const {
   for (std::size_t i = 0; i < parts.size(); ++i) {
     if (columns_[i].kind == ColumnRole::Kind::Skipped) continue;
     NumberToken number;
-    const char* const end = parts[i].data() + parts[i].size();
-    const bool isNumber = readNumber(parts[i].data(), end, number) == end;
+    const bool isNumber = readWhole(parts[i], number);
     const bool isAxis = columns_[i].kind == ColumnRole::Kind::Axis;
     if (isNumber && (!isAxis || std::isfinite(number.value))) continue;
     return {lineCount_,

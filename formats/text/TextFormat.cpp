@@ -34,7 +34,7 @@ std::vector<std::string_view> splitAtBlanks(std::string_view line, std::string_v
 
 bool isNumber(std::string_view text) {
   NumberToken number;
-  return readNumber(text.data(), text.data() + text.size(), number) == text.data() + text.size();
+  return readWhole(text, number);
 }
 
 /// Whether a line has a word that is no number, whatever separates them.
@@ -75,6 +75,16 @@ std::vector<std::string> namesIn(std::string_view line, Delimiter delimiter) {
   return names;
 }
 
+/// Whether a line has a number in every column that is not left out.
+bool fitsNames(std::string_view line, std::span<const std::string> names) {
+  const auto parts = splitLine(line, delimiterOf(line));
+  if (parts.size() != names.size()) return false;
+  for (std::size_t i = 0; i < parts.size(); ++i) {
+    if (names[i] != kSkippedColumn && !isNumber(parts[i])) return false;
+  }
+  return true;
+}
+
 /// The first lines of a file as far as they matter.
 struct FirstLines {
   struct Line {
@@ -90,6 +100,8 @@ struct FirstLines {
 /// Takes in lines one by one until the first line of points.
 class FirstLineReader {
  public:
+  explicit FirstLineReader(std::span<const std::string> givenNames) : givenNames_(givenNames) {}
+
   /// False once nothing more is wanted. Shape: `rawBytes` counts the line's end too.
   bool take(std::string_view line, std::uint64_t rawBytes) {
     constexpr std::size_t kMostComments = 64;
@@ -102,7 +114,7 @@ class FirstLineReader {
       const std::size_t marks = text.find_first_not_of("#/");
       found.comments.push_back(
           {std::string(trimmed(text.substr(std::min(marks, text.size())))), number_});
-    } else if (!found.header && hasWord(text)) {
+    } else if (!found.header && hasWord(text) && !fitsNames(text, givenNames_)) {
       found.header = {std::string(text), number_};
     } else {
       found.points = {std::string(text), number_};
@@ -115,6 +127,7 @@ class FirstLineReader {
   FirstLines found;
 
  private:
+  std::span<const std::string> givenNames_;
   std::uint64_t number_ = 0;
 };
 
@@ -124,7 +137,7 @@ std::uint64_t skipByteOrderMark(std::string_view& lines) {
   return kByteOrderMark.size();
 }
 
-Outcome<FirstLines> readFirstLines(const InputFile& file) {
+Outcome<FirstLines> readFirstLines(const InputFile& file, std::span<const std::string> givenNames) {
   const ByteRange head{0, std::min(file.sizeBytes(), kMostHeaderBytes)};
   const bool isCut = head.end < file.sizeBytes();
   const Failure noPoints{
@@ -132,7 +145,7 @@ Outcome<FirstLines> readFirstLines(const InputFile& file) {
                   "{} bytes",
                   file.path(), head.end, kMaxLineBytes)};
   LinePieces pieces(file, head);
-  FirstLineReader reader;
+  FirstLineReader reader(givenNames);
   bool isFirst = true;
   while (true) {
     const auto piece = pieces.next();
@@ -223,7 +236,7 @@ char characterOf(Delimiter delimiter) {
 std::string_view trimmed(std::string_view text) {
   constexpr std::string_view kEnds = " \t\r\n";
   const std::size_t begin = text.find_first_not_of(kEnds);
-  if (begin == std::string_view::npos) return {};
+  if (begin == std::string_view::npos) return text.substr(0, 0);
   return text.substr(begin, text.find_last_not_of(kEnds) - begin + 1);
 }
 
@@ -251,7 +264,7 @@ std::string shownText(std::string_view text) {
 }
 
 Outcome<TextFormat> detectFormat(const InputFile& file, std::span<const std::string> givenNames) {
-  const Outcome<FirstLines> first = readFirstLines(file);
+  const Outcome<FirstLines> first = readFirstLines(file, givenNames);
   if (!first) return first.failure();
   TextFormat format;
   format.pointsBegin = first->pointsBegin;
