@@ -118,7 +118,7 @@ class Expander {
  private:
   Outcome<void> step() {
     if (stream_.avail_in == 0) {
-      if (const auto read = refill(); !read) return read;
+      if (auto read = refill(); !read) return read;
     }
     if (stream_.avail_in == 0) {
       if (!isBetweenMembers_) {
@@ -145,7 +145,7 @@ class Expander {
     const auto count = static_cast<std::size_t>(
         std::min<std::uint64_t>(input_.size(), file_.sizeBytes() - offset_));
     const auto target = std::span(input_).first(count);
-    const auto read = file_.read(offset_, std::as_writable_bytes(target));
+    auto read = file_.read(offset_, std::as_writable_bytes(target));
     if (!read) return read;
     offset_ += count;
     stream_.next_in = input_.data();

@@ -66,7 +66,7 @@ Outcome<void> LinePieces::readMore() {
   begin_ = 0;
   end_ = kept + count;
   const auto target = std::span(buffer_).subspan(kept, count);
-  const auto read = file_.read(range_.begin, std::as_writable_bytes(target));
+  auto read = file_.read(range_.begin, std::as_writable_bytes(target));
   if (read) range_.begin += count;
   return read;
 }
