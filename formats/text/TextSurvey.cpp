@@ -19,7 +19,7 @@ using MemCore::Outcome;
 namespace {
 
 /// What is looked at to guess the types and the length of a row.
-constexpr std::uint64_t kSampleBytes = std::uint64_t{1} << 18;
+constexpr std::uint64_t kSampleBytes = std::uint64_t{1} << 16;
 /// A fragment of long lines has fewer rows than wanted.
 constexpr std::uint64_t kMostFragmentBytes = std::uint64_t{1} << 28;
 
@@ -173,7 +173,7 @@ Outcome<void> surveyFiles(std::span<SurveyedFile> files, std::vector<TextField>&
     task.source = MemCore::makeStrong<TextFragmentSource>(files[task.file].file, task.range);
   }
   surveyAll(*tasks);
-  if (const auto numbered = numberLines(*tasks); !numbered) return numbered;
+  if (auto numbered = numberLines(*tasks); !numbered) return numbered;
   gather(*tasks, files, fields);
   if (settleTypes(fields)) replan(files, fields);
   return {};

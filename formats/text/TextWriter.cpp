@@ -52,7 +52,7 @@ Outcome<void> TextWriter::publish(bool durable) {
     // An empty file is no gzip file; an empty member is one of no text.
     const auto nothing = gzipMember("");
     if (!nothing) return nothing.failure();
-    if (const auto appended = append(*nothing); !appended) return appended;
+    if (auto appended = append(*nothing); !appended) return appended;
   }
   return file_.publish(durable);
 }
