@@ -268,6 +268,10 @@ Outcome<TextFormat> detectFormat(const InputFile& file, std::span<const std::str
   if (!first) return first.failure();
   TextFormat format;
   format.pointsBegin = first->pointsBegin;
+  for (const auto& line : {first->header, first->points}) {
+    if (!line || line->text.find('\r') == std::string::npos) continue;
+    return atLine(file, line->number, "lines end in CR alone, expected LF or CR LF");
+  }
   if (!first->points) return format;
   format.firstLine = first->points->number;
   format.delimiter = delimiterOf(first->points->text);

@@ -39,7 +39,7 @@ struct TextFormat {
 /// Finds out the format from the start of a file. `givenNames`, unless empty, are the names of the
 /// columns whatever the file says. Threads: any.
 /// Errors: fewer than three columns or too many, decimal commas, names that are not as many as the
-/// columns, no line of points in the first 4 MiB, unreadable bytes.
+/// columns, lines that end in CR alone, no line of points in the first 4 MiB, unreadable bytes.
 MemCore::Outcome<TextFormat> detectFormat(const InputFile& file,
                                           std::span<const std::string> givenNames);
 

@@ -97,6 +97,11 @@ TEST(TextFormat, DecimalCommasAreRefused) {
   EXPECT_EQ(mistakeOf("455583,12\t5427865,24\t107,68\n"), expected);
 }
 
+TEST(TextFormat, LineEndsOfCarriageReturnsAloneAreRefused) {
+  EXPECT_EQ(mistakeOf("1 2 3\r4 5 6\r"), "a.xyz:1: lines end in CR alone, expected LF or CR LF");
+  EXPECT_EQ(mistakeOf("x y z\r4 5 6\r"), "a.xyz:1: lines end in CR alone, expected LF or CR LF");
+}
+
 TEST(TextFormat, PointsMustBeginNearTheStart) {
   const std::string comments = "# " + std::string(100000, 'c') + "\n";
   std::string text;
