@@ -15,6 +15,7 @@
 #include "formats/text/ColumnFacts.hpp"
 #include "formats/text/RowBlock.hpp"
 #include "formats/text/TextFormat.hpp"
+#include "formats/text/TextLines.hpp"
 
 namespace Formats {
 

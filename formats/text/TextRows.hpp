@@ -20,8 +20,8 @@
 #include "datamodel/fiber/MemBase.hpp"
 #include "datamodel/memcore/Attributes.hpp"
 #include "datamodel/memcore/Outcome.hpp"
+#include "formats/text/LineParts.hpp"
 #include "formats/text/NumberToken.hpp"
-#include "formats/text/TextFormat.hpp"
 
 namespace Formats {
 

@@ -32,12 +32,8 @@ std::string mistakeOf(std::string_view text, const Names& given = {}) {
 }  // namespace
 
 TEST(TextFormat, FirstLineOfPointsTellsTheDelimiter) {
-  EXPECT_EQ(goodFormat("1 2 3\n").delimiter, Delimiter::Blanks);
-  EXPECT_EQ(goodFormat("  1   2 \t 3\n").delimiter, Delimiter::Blanks);
-  EXPECT_EQ(goodFormat("1,2,3\n").delimiter, Delimiter::Comma);
-  EXPECT_EQ(goodFormat("1, 2, 3\n").delimiter, Delimiter::Comma);
-  EXPECT_EQ(goodFormat("1; 2; 3").delimiter, Delimiter::Semicolon);
-  EXPECT_EQ(goodFormat("1\t2\t3\r\n").delimiter, Delimiter::Tab);
+  EXPECT_EQ(goodFormat("a, b, c d\n1 2 3\n1,2,3\n", {"x", "y", "z"}).delimiter, Delimiter::Blanks);
+  EXPECT_EQ(goodFormat("x;y;z\r\n1;2;3\r\n").delimiter, Delimiter::Semicolon);
 }
 
 TEST(TextFormat, PointsWithoutNamesGetTheUsualOnes) {
@@ -70,12 +66,6 @@ TEST(TextFormat, GivenNamesGoBeforeTheHeader) {
             "a.xyz:1: names of the columns do not match, found 4 columns, expected 3");
 }
 
-TEST(TextFormat, BlankLinesAndCommentsBeforeThePointsAreCounted) {
-  const TextFormat format = goodFormat("# one\r\n\r\n// three\r\n x y z\r\n\n1 2 3\n");
-  EXPECT_EQ(format.firstLine, 6U);
-  EXPECT_EQ(format.pointsBegin, 28U);
-}
-
 TEST(TextFormat, FilesWithoutPointsHaveNoNames) {
   for (const char* text : {"", "\n\n", "# nothing\n", "x y z\n", "\xEF\xBB\xBF"}) {
     EXPECT_TRUE(goodFormat(text).names.empty()) << text;
@@ -97,37 +87,10 @@ TEST(TextFormat, DecimalCommasAreRefused) {
   EXPECT_EQ(mistakeOf("455583,12\t5427865,24\t107,68\n"), expected);
 }
 
-TEST(TextFormat, LineEndsOfCarriageReturnsAloneAreRefused) {
-  EXPECT_EQ(mistakeOf("1 2 3\r4 5 6\r"), "a.xyz:1: lines end in CR alone, expected LF or CR LF");
-  EXPECT_EQ(mistakeOf("x y z\r4 5 6\r"), "a.xyz:1: lines end in CR alone, expected LF or CR LF");
-}
-
-TEST(TextFormat, PointsMustBeginNearTheStart) {
-  const std::string comments = "# " + std::string(100000, 'c') + "\n";
-  std::string text;
-  while (text.size() < 5000000) text += comments;
-  EXPECT_EQ(mistakeOf(text + "1 2 3\n"),
-            "a.xyz: no line of points, found none in the first 4194304 bytes that is not longer "
-            "than 1048576 bytes");
-  EXPECT_EQ(mistakeOf(std::string(2 * kMaxLineBytes, '1')),
-            "a.xyz: no line of points, found none in the first 2097152 bytes that is not longer "
-            "than 1048576 bytes");
-}
-
 TEST(TextFormat, TooManyColumnsAreRefused) {
   std::string line = "1";
   for (std::size_t i = 0; i < kMaxColumns; ++i) line += " 1";
   EXPECT_EQ(mistakeOf(line), "a.xyz:1: too many columns, found 1025, expected at most 1024");
-}
-
-TEST(TextFormat, LinesAreSplitWithoutTheirPadding) {
-  EXPECT_EQ(splitLine(" 1 ,, 2,", Delimiter::Comma), (std::vector<std::string_view>{"1", "", "2"}));
-  EXPECT_EQ(splitLine("1 \t 2 ", Delimiter::Blanks), (std::vector<std::string_view>{"1", "2"}));
-}
-
-TEST(TextFormat, TextInMessagesIsShortAndPrintable) {
-  EXPECT_EQ(shownText("a\tb\x80"), "a?b?");
-  EXPECT_EQ(shownText(std::string(50, 'a')), std::string(40, 'a') + "...");
 }
 
 }  // namespace Formats::TextTests
