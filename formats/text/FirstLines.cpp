@@ -44,7 +44,7 @@ class FirstLineReader {
                                  number_, kMaxLineBytes)};
     }
     const std::string_view text = trimmed(line);
-    if (!isComment(text) && text.find('\r') != std::string_view::npos) {
+    if (text.find('\r') != std::string_view::npos) {
       return Failure{fmt::format("{}: lines end in CR alone, expected LF or CR LF", number_)};
     }
     if (!takeText(text)) return false;

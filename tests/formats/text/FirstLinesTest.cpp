@@ -49,6 +49,7 @@ TEST(FirstLines, WordsInColumnsThatAreLeftOutMakeNoHeader) {
 
 TEST(FirstLines, LinesThatCannotBeOnesAreNamed) {
   EXPECT_EQ(mistakeOf("1 2 3\r4 5 6\r"), "a.xyz:1: lines end in CR alone, expected LF or CR LF");
+  EXPECT_EQ(mistakeOf("# c\r1 2 3\r"), "a.xyz:1: lines end in CR alone, expected LF or CR LF");
   EXPECT_EQ(mistakeOf("# c\nx y z\r4 5 6\r"),
             "a.xyz:2: lines end in CR alone, expected LF or CR LF");
   EXPECT_EQ(mistakeOf("# c\n" + std::string(2 * kMaxLineBytes, '1')),

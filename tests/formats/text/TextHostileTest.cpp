@@ -42,7 +42,7 @@ std::string goodFile() {
 TEST(TextHostile, DamagedFilesNeverCrash) {
   const TempDir folder;
   std::mt19937_64 random(LidarLib::TestSupport::testSeed());
-  const std::string alphabet = "0123456789.-+eE,; \t\r\n#/xyznaif\"\0\xff";
+  const std::string alphabet = std::string("0123456789.-+eE,; \t\r\n#/xyznaif\"\xff") + char{};
   for (int round = 0; round < 400; ++round) {
     std::string text = goodFile();
     for (std::size_t i = 0; i < 1 + random() % 8; ++i) {
