@@ -5,35 +5,17 @@
 #include <array>
 #include <cmath>
 #include <limits>
-#include <optional>
 
 #include "formats/cloud/ColumnTypes.hpp"
 
 namespace Formats {
 
-namespace {
-
-/// The distance from 0 of a whole number; absent for others, and for -0, which no integer is.
-std::optional<std::uint64_t> wholeMagnitude(const NumberToken& number) {
+std::optional<std::uint64_t> wholeMagnitudeOfValue(const NumberToken& number) {
   constexpr double kExactBelow = 9007199254740992.0;
-  std::uint64_t magnitude = number.digits;
-  if (!number.hasDigits || number.decimals != 0) {
-    const double size = std::abs(number.value);
-    if (!(size < kExactBelow) || std::floor(size) != size) return std::nullopt;
-    magnitude = static_cast<std::uint64_t>(size);
-  }
-  if (number.isNegative && magnitude == 0) return std::nullopt;
-  return magnitude;
-}
-
-}  // namespace
-
-void ColumnFacts::addWhole(const NumberToken& number) {
-  const auto magnitude = wholeMagnitude(number);
-  isWhole = magnitude.has_value();
-  if (!magnitude) return;
-  std::uint64_t& reach = number.isNegative ? deepest : highest;
-  reach = std::max(reach, *magnitude);
+  const double size = std::abs(number.value);
+  if (!(size < kExactBelow) || std::floor(size) != size) return std::nullopt;
+  if (number.isNegative && size == 0.0) return std::nullopt;
+  return static_cast<std::uint64_t>(size);
 }
 
 void ColumnFacts::add(const ColumnFacts& others) {
@@ -54,11 +36,6 @@ bool ColumnFacts::fit(ElementType type) const {
       return isWhole && highest <= kHighest && deepest <= kDeepest;
     }
   });
-}
-
-std::uint64_t wholeBits(const NumberToken& number) {
-  const std::uint64_t magnitude = wholeMagnitude(number).value_or(0);
-  return number.isNegative ? std::uint64_t{0} - magnitude : magnitude;
 }
 
 ElementType chooseType(const ColumnFacts& facts, std::span<const ElementType> preferred) {

@@ -8,12 +8,29 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <optional>
 #include <span>
 
 #include "formats/las/ExtraBytes.hpp"
 #include "formats/text/NumberToken.hpp"
 
 namespace Formats {
+
+/// As wholeMagnitude, for numbers whose digits alone do not tell.
+std::optional<std::uint64_t> wholeMagnitudeOfValue(const NumberToken& number);
+
+/// The distance from 0 of a whole number; absent for others, and for -0, which no integer is.
+inline std::optional<std::uint64_t> wholeMagnitude(const NumberToken& number) {
+  if (!number.hasDigits || number.decimals != 0) return wholeMagnitudeOfValue(number);
+  if (number.isNegative && number.digits == 0) return std::nullopt;
+  return number.digits;
+}
+
+/// A number as a 64-bit integer in two's complement; 0 when it is not whole.
+inline std::uint64_t wholeBits(const NumberToken& number) {
+  const std::uint64_t magnitude = wholeMagnitude(number).value_or(0);
+  return number.isNegative ? std::uint64_t{0} - magnitude : magnitude;
+}
 
 /// The facts of no numbers at all, until some are added. Threads: one at a time per object.
 struct ColumnFacts {
@@ -34,11 +51,14 @@ struct ColumnFacts {
   bool fit(ElementType type) const;
 
  private:
-  void addWhole(const NumberToken& number);
+  void addWhole(const NumberToken& number) {
+    const auto magnitude = wholeMagnitude(number);
+    isWhole = magnitude.has_value();
+    if (!magnitude) return;
+    std::uint64_t& reach = number.isNegative ? deepest : highest;
+    reach = std::max(reach, *magnitude);
+  }
 };
-
-/// A number as a 64-bit integer in two's complement; 0 when it is not whole.
-std::uint64_t wholeBits(const NumberToken& number);
 
 /// The first of the preferred types that the numbers fit. None fits, or nothing is preferred:
 /// Int32, Int64 or UInt64 for numbers that are all spelled without decimals, otherwise Float64.
