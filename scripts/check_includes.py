@@ -24,6 +24,8 @@ ALLOWED = {
     "formats": ["datamodel/memcore"],
     "formats/cloud": ["formats", *DATAMODEL],
     "formats/catalog": ["formats", "datamodel/memcore"],
+    "formats/text": ["formats", *DATAMODEL],
+    "formats/export": ["formats", *DATAMODEL],
     "planning": DATAMODEL,
     "assembly": ["planning", *DATAMODEL],
     "operation": ["assembly", "planning", *DATAMODEL],
