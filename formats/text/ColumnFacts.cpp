@@ -10,11 +10,11 @@
 
 namespace Formats {
 
-std::optional<std::uint64_t> wholeMagnitudeOfValue(const NumberToken& number) {
+std::optional<std::uint64_t> wholeMagnitudeOfValue(double value) {
   constexpr double kExactBelow = 9007199254740992.0;
-  const double size = std::abs(number.value);
+  const double size = std::abs(value);
   if (!(size < kExactBelow) || std::floor(size) != size) return std::nullopt;
-  if (number.isNegative && size == 0.0) return std::nullopt;
+  if (std::signbit(value) && size == 0.0) return std::nullopt;
   return static_cast<std::uint64_t>(size);
 }
 

@@ -17,11 +17,11 @@
 namespace Formats {
 
 /// As wholeMagnitude, for numbers whose digits alone do not tell.
-std::optional<std::uint64_t> wholeMagnitudeOfValue(const NumberToken& number);
+std::optional<std::uint64_t> wholeMagnitudeOfValue(double value);
 
 /// The distance from 0 of a whole number; absent for others, and for -0, which no integer is.
 inline std::optional<std::uint64_t> wholeMagnitude(const NumberToken& number) {
-  if (!number.hasDigits || number.decimals != 0) return wholeMagnitudeOfValue(number);
+  if (!number.hasDigits || number.decimals != 0) return wholeMagnitudeOfValue(number.value);
   if (number.isNegative && number.digits == 0) return std::nullopt;
   return number.digits;
 }

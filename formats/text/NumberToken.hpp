@@ -68,10 +68,13 @@ inline const char* readNumber(const char* first, const char* last, NumberToken& 
   const std::int64_t count = before + decimals;
   const bool hasExponent = at != last && (*at == 'e' || *at == 'E');
   if (count == 0 || count > kMostDigits || digits > kExactBelow || hasExponent) {
-    return readAnyNumber(first, last, number);
+    NumberToken any;  // of its own, so that `number` can live in registers
+    const char* const end = readAnyNumber(first, last, any);
+    number = any;
+    return end;
   }
-  const double value =
-      static_cast<double>(digits) / kPowersOfTen[static_cast<std::size_t>(decimals)];
+  double value = static_cast<double>(digits);
+  if (decimals != 0) value /= kPowersOfTen[static_cast<std::size_t>(decimals)];
   number.value = number.isNegative ? -value : value;
   number.digits = digits;
   number.hasDigits = true;
