@@ -68,6 +68,31 @@ std::optional<PointFileKind> kindOf(const std::string& ending) {
   return std::nullopt;
 }
 
+/// As its name says in any case of letters; else as the file was.
+PointFileKind kindOf(const Formats::SourceFile& file) {
+  std::string ending = fs::path(file.name).extension().string();
+  for (char& letter : ending) {
+    if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
+  }
+  return kindOf(ending).value_or(file.header.isCompressed ? PointFileKind::Laz
+                                                          : PointFileKind::Las);
+}
+
+/// A bundle is not to be trusted: a name must not lead out of the folder.
+Check checkSourceName(const std::string& name) {
+  const bool isPlain = !name.empty() && name != "." && name != ".." &&
+                       name.find('/') == std::string::npos && name.find('\\') == std::string::npos;
+  if (isPlain) return std::monostate{};
+  return failedStop(
+      fmt::format("source file: cannot be written under its name, found \"{}\"", name));
+}
+
+/// Where a file's waveforms go; empty for none beside it.
+std::string packetPathOf(const PlannedFile& file, WaveformChoice waveforms) {
+  if (waveforms != WaveformChoice::External || !file.source->samples) return "";
+  return fs::path(file.path).replace_extension(".wdp").string();
+}
+
 /// What a tile's name can be made of, the same for all tiles of a grid but for the tile itself.
 class TileNamer {
  public:
@@ -131,6 +156,8 @@ class Planner {
     // Points that occur several times have no place in the former order.
     const bool restores = options_.overlap == OverlapRule::Drop;
     plan_.files.push_back({*output, kind, *source, (*source)->fragments, *choose, {}, restores});
+    const Check free = checkPaths();
+    if (!free.ok()) return free.stop();
     return std::move(plan_);
   }
 
@@ -188,9 +215,10 @@ class Planner {
     auto parts = divideBySource(**source, *choose);
     if (!parts.ok()) return parts.stop();
     for (SourcePart& part : *parts) {
-      const fs::path name(part.source->files.front().name);
-      plan_.files.push_back({plan_.folder + "/" + name.string(),
-                             kindOf(name.extension().string()).value_or(PointFileKind::Laz),
+      const std::string& name = part.source->files.front().name;
+      const Check acceptable = checkSourceName(name);
+      if (!acceptable.ok()) return acceptable.stop();
+      plan_.files.push_back({plan_.folder + "/" + name, kindOf(part.source->files.front()),
                              part.source, part.source->fragments, part.choose, part.choosesBy,
                              true});
     }
@@ -201,7 +229,8 @@ class Planner {
   Check checkPaths() const {
     std::set<std::string> paths;
     std::error_code error;
-    if (fs::exists(plan_.folder, error) && !fs::is_directory(plan_.folder, error)) {
+    if (!plan_.folder.empty() && fs::exists(plan_.folder, error) &&
+        !fs::is_directory(plan_.folder, error)) {
       return failedStop(plan_.folder + ": is no folder; a single file ends in .las or .laz");
     }
     for (const PlannedFile& file : plan_.files) {
@@ -209,8 +238,15 @@ class Planner {
         return usageStop(
             fmt::format("{}: two parts would get this name; --name tells them apart", file.path));
       }
-      if (!options_.force && fs::exists(file.path, error)) {
-        return failedStop(file.path + ": exists already; --force replaces it");
+      const std::string packets = packetPathOf(file, options_.waveforms);
+      if (!packets.empty() && !paths.insert(packets).second) {
+        return usageStop(fmt::format(
+            "{}: two files would get these waveforms; --waveforms internal keeps them apart",
+            packets));
+      }
+      for (const std::string& path : {file.path, packets}) {
+        if (options_.force || path.empty() || !fs::exists(path, error)) continue;
+        return failedStop(path + ": exists already; --force replaces it");
       }
     }
     return std::monostate{};
