@@ -111,8 +111,8 @@ Outcome<std::unique_ptr<PacketPlan>> PacketPlan::make(
     const PacketFields& fields, const std::vector<VariableRecord>& descriptors,
     const ChooserWithFields& choose) {
   std::unique_ptr<PacketPlan> plan(new PacketPlan(fields, source.files.size() > 1, descriptors));
-  const ColumnNeeds needs{
-      {fields.descriptor, fields.offset, fields.size}, plan->hashesContent_, true};
+  ColumnNeeds needs{{fields.descriptor, fields.offset, fields.size}, plan->hashesContent_, true};
+  needs.fields.insert(needs.fields.end(), choose.fields.begin(), choose.fields.end());
   std::uint64_t sampleBytes = 0;
   while (!fragments.empty()) {
     const std::size_t count = std::min(kFragmentsAtOnce, fragments.size());

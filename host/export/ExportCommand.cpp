@@ -6,6 +6,7 @@
 
 #include "host/InputLoader.hpp"
 #include "host/NumberText.hpp"
+#include "host/export/ExportCatalog.hpp"
 #include "host/export/ExportPlan.hpp"
 #include "host/export/ExportReport.hpp"
 
@@ -58,6 +59,23 @@ ExitCode judge(const ExportReport& report, Session& session) {
                        countText(failed, "file") + " failed"});
 }
 
+/// What is known before anything is written.
+ExportReport beginReport(const std::string& input, const ExportPlan& plan,
+                         const std::vector<SelectedGrid>& grids) {
+  ExportReport report;
+  report.input = input;
+  report.isFolder = !plan.folder.empty();
+  report.output = report.isFolder ? plan.folder : plan.files.front().path;
+  for (const SelectedGrid& selected : grids) {
+    const auto positions = selected.grid->CartesianPositions();
+    for (const auto& id : positions->getFragmentIDs()) {
+      const auto creator = positions->getCreator(id);
+      if (creator) report.gridPoints += Fiber::pointCountOf(*creator);
+    }
+  }
+  return report;
+}
+
 }  // namespace
 
 ExitCode runExport(const ExportOptions& options, Session& session) {
@@ -70,17 +88,13 @@ ExitCode runExport(const ExportOptions& options, Session& session) {
   const auto plan = planExport(*grids, options);
   if (!plan.ok()) return session.stop(plan.stop());
 
-  ExportReport report;
-  report.input = *file;
-  report.isFolder = !plan->folder.empty();
-  report.output = report.isFolder ? plan->folder : plan->files.front().path;
-  for (const SelectedGrid& grid : *grids) {
-    for (const auto& id : grid.grid->CartesianPositions()->getFragmentIDs()) {
-      const auto creator = grid.grid->CartesianPositions()->getCreator(id);
-      if (creator) report.gridPoints += Fiber::pointCountOf(*creator);
-    }
-  }
+  ExportReport report = beginReport(*file, *plan, *grids);
   report.outcome = runPlan(*plan, options, session);
+  const auto catalogs = writeCatalogs(*plan, report.outcome, options);
+  if (!catalogs.ok()) return session.stop(catalogs.stop());
+  report.indexFiles = catalogs->files;
+  report.outcome.notes.insert(report.outcome.notes.end(), catalogs->notes.begin(),
+                              catalogs->notes.end());
   report.use = session.use();
   session.warnOfAll(report.outcome.notes);
   const bool isWritten = report.filesWritten() > 0;

@@ -44,9 +44,9 @@ class Split:
             yield read_tile(path)
 
 
-def run(program, *arguments, expect=0):
-    """Runs the program and returns what it did; its exit status must be the expected one."""
-    done = subprocess.run([program, *map(str, arguments)], capture_output=True, text=True, check=False)
+def run(program, *arguments, expect=0, folder=None):
+    """Runs the program (in a folder) and returns what it did; its exit status must be the expected one."""
+    done = subprocess.run([program, *map(str, arguments)], capture_output=True, text=True, check=False, cwd=folder)
     assert done.returncode == expect, f"{arguments}: exit status {done.returncode}\n{done.stderr}"
     return done
 
