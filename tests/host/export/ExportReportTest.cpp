@@ -97,7 +97,7 @@ TEST(ExportReport, JsonTellsEmptyAndFailedFilesApart) {
 TEST(ExportReport, NamesThatAreNoTextDoNotBreakJson) {
   ExportReport report = folderReport();
   report.output = "/out\xff";
-  EXPECT_NO_THROW(static_cast<void>(Json::parse(exportJson(report))));
+  EXPECT_TRUE(Json::accept(exportJson(report)));
 }
 
 }  // namespace
