@@ -122,14 +122,16 @@ const CommandHelp kExportHelp = {
     "export",
     "Writes the points of a bundle as LAS or LAZ: one file, or a folder with one per tile.",
     "export FILE.f5 -o OUT [flags]",
-    "OUT is one file when it ends in .las or .laz, and a folder otherwise. What the points' own\n"
-    "files said (format, scale, coordinate system, extra bytes, waveforms) comes back.\n"
+    "OUT is one file when it ends in .las, .laz, .xyz, .txt or .csv, and a folder otherwise. What\n"
+    "the points' own LAS files said (format, scale, coordinate system, extra bytes, waveforms)\n"
+    "comes back.\n"
     "\n"
     "Examples:\n"
     "  refragment export town.f5 -o town.laz             all points in one file\n"
     "  refragment export town.f5 -o tiles                a folder, one .laz per tile\n"
     "  refragment export town.f5 -o tiles --as las --name '{grid}_{xmin}_{ymin}'\n"
     "  refragment export town.f5 -o tiles --overlap flag keep the margins, marked\n"
+    "  refragment export town.f5 -o town.csv.gz --field Intensity\n"
     "  refragment export town.f5 -o back --files source  the files that were imported\n"
     "                                                    (with --keep-order)\n"
     "\n"

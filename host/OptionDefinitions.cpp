@@ -106,7 +106,7 @@ void addNames(CLI::App& app, const FlagText& flag, std::set<std::string>& target
       ->allow_extra_args(false);
 }
 
-void defineGridFilters(CLI::App& app, FilterOptions& filters) {
+void defineFilters(CLI::App& app, FilterOptions& filters) {
   // Repeatable flags keep every value in a list of texts, read one by one.
   app.add_option_function<std::vector<std::string>>(
          "--time",
@@ -122,10 +122,6 @@ void defineGridFilters(CLI::App& app, FilterOptions& filters) {
       ->group(kFilterGroup)
       ->allow_extra_args(false);
   addNames(app, {"--grid", "NAME", "Take only this grid; repeatable", kFilterGroup}, filters.grids);
-}
-
-void defineFilters(CLI::App& app, FilterOptions& filters) {
-  defineGridFilters(app, filters);
   addNames(app,
            {"--field", "NAME", "Take only this field (positions always come along);\nrepeatable",
             kFilterGroup},
@@ -301,7 +297,8 @@ void defineImportOptions(CLI::App& app, ImportOptions& options) {
 void defineExportOptions(CLI::App& app, ExportOptions& options) {
   app.add_option("FILE", options.inputs, "The bundle, a .f5 file")->required()->type_name("");
   app.add_option("-o,--output", options.output,
-                 "A .las or .laz file, or a folder for one file per tile")
+                 "A .las, .laz, .xyz, .txt or .csv file (text also with .gz), or\n"
+                 "a folder for one file per tile")
       ->required()
       ->type_name("OUT")
       ->group(kOutputGroup);
@@ -311,8 +308,11 @@ void defineExportOptions(CLI::App& app, ExportOptions& options) {
            "{xmin} {ymin} {zmin} [{grid}_{i}_{j}_{k}]",
            kOutputGroup},
           options.name);
-  addChoice(app, {"--as", "TYPE", "Type of a folder's files: las or laz [laz]", kOutputGroup},
-            {{"las", "las"}, {"laz", "laz"}}, options.fileType);
+  addChoice(
+      app,
+      {"--as", "TYPE", "Type of a folder's files: las, laz, xyz, txt or csv [laz]", kOutputGroup},
+      {{"las", "las"}, {"laz", "laz"}, {"xyz", "xyz"}, {"txt", "txt"}, {"csv", "csv"}},
+      options.fileType);
   addChoice(app,
             {"--files", "KIND",
              "tile: a folder gets one file per tile [tile]; source: one per\n"
@@ -347,7 +347,7 @@ void defineExportOptions(CLI::App& app, ExportOptions& options) {
              {"internal", WaveformChoice::Internal},
              {"none", WaveformChoice::None}},
             options.waveforms);
-  defineGridFilters(app, options.filters);
+  defineFilters(app, options.filters);
   defineDurability(app, options.durable);
   defineForce(app, "Replace files that exist", options.force);
 }

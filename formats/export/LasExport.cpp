@@ -61,7 +61,7 @@ class Exporter {
         encoder_(*job.source, *job.target, job.grid, job.isLossy),
         recordBytes_(job.target->writer.header.recordBytes) {}
 
-  Outcome<LasExportResult> run() {
+  Outcome<PointFileResult> run() {
     if (auto begun = begin(); !begun) return begun.failure();
     auto rest = job_.fragments;
     while (!rest.empty()) {
@@ -280,12 +280,12 @@ class Exporter {
   std::unique_ptr<PacketPlan> packets_;
   std::optional<Ordered> ordered_;
   std::vector<std::byte> carried_;  ///< records of the last, unfinished chunk
-  LasExportResult result_;
+  PointFileResult result_;
 };
 
 }  // namespace
 
-Outcome<LasExportResult> exportLas(const LasExportJob& job) {
+Outcome<PointFileResult> exportLas(const LasExportJob& job) {
   return withoutExceptions(job.path, [&] { return Exporter(job).run(); });
 }
 

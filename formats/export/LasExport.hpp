@@ -9,54 +9,24 @@
 
 #pragma once
 
-#include <array>
-#include <cstdint>
-#include <functional>
-#include <span>
-#include <string>
-#include <vector>
-
 #include "datamodel/memcore/Outcome.hpp"
-#include "formats/export/FragmentColumns.hpp"
 #include "formats/export/LasTarget.hpp"
+#include "formats/export/PointFile.hpp"
 #include "formats/export/Scaling.hpp"
 
 namespace Formats {
 
-/// Hears how many fragments are done; false ends the export.
-using ExportListener = std::function<bool(std::size_t fragmentsDone)>;
-
-/// What goes into one file, and how.
-struct LasExportJob {
-  std::string path;
-  const ExportSource* source = nullptr;
-  std::span<const ExportFragment> fragments;
+struct LasExportJob : PointFileJob {
   const LasTarget* target = nullptr;
   CoordinateGrid grid;
   bool isLossy = false;
-  PointChooser choose = everyPoint();
-  std::vector<std::size_t> choosesBy;  ///< numbers of the fields that `choose` looks at
   /// Write the points in the order of the fields "SourceFile" and "SourceIndex", where the grid has
   /// them, instead of that of the fragments.
   bool restoresOrder = true;
-  bool skipsEmpty = false;  ///< make no file where no point is chosen
-  ExportListener listener;  ///< may be empty
 };
-
-struct LasExportResult {
-  std::uint64_t points = 0;
-  bool isWritten = false;
-  /// Range: closed. Meaningful with points.
-  std::array<double, 3> minimum{};
-  std::array<double, 3> maximum{};
-  std::vector<std::string> lossyFields;  ///< fields of which some value was rounded or cut
-};
-
-/// The text of an export that its listener ended.
-inline constexpr const char* kExportStopped = "stopped";
 
 /// Errors: what cannot be read, held or written; nothing
 /// is left behind then.
-MemCore::Outcome<LasExportResult> exportLas(const LasExportJob& job);
+MemCore::Outcome<PointFileResult> exportLas(const LasExportJob& job);
 
 }  // namespace Formats

@@ -21,7 +21,7 @@ std::vector<CloudFiles> cloudsOf(const ExportPlan& plan, const ExportOutcome& ou
   std::vector<CloudFiles> clouds;
   std::map<const Formats::ExportSource*, std::size_t> places;
   for (std::size_t i = 0; i < plan.files.size(); ++i) {
-    if (!outcome.files[i].result.isWritten) continue;
+    if (!outcome.files[i].result.isWritten || !outcome.files[i].target) continue;
     const auto [place, isNew] = places.try_emplace(plan.files[i].source.get(), clouds.size());
     if (isNew) clouds.emplace_back();
     clouds[place->second].push_back(i);

@@ -10,10 +10,11 @@
 #include <set>
 
 #include "datamodel/container/AtomicFile.hpp"
-#include "formats/export/OriginalOrder.hpp"
-#include "host/BundleFacts.hpp"
+#include "formats/export/LasTarget.hpp"
+#include "host/NameRules.hpp"
 #include "host/NumberText.hpp"
 #include "host/OutputFile.hpp"
+#include "host/export/MarginChoice.hpp"
 #include "host/export/SourceDivision.hpp"
 #include "host/export/TileNames.hpp"
 #include "host/export/TileOwnership.hpp"
@@ -23,73 +24,35 @@ namespace Host {
 namespace fs = std::filesystem;
 using Formats::ExportFragment;
 using Formats::ExportSource;
-using Formats::FragmentColumns;
-using Formats::PointChoice;
-using Formats::PointChooser;
 
 namespace {
 
 using SourceHandle = std::shared_ptr<const ExportSource>;
 
-/// The points of a tile by the rule for margins.
-PointChooser marginChooser(const TileOwnership& ownership, OverlapRule rule) {
-  return [ownership, rule](const FragmentColumns& fragment) {
-    PointChoice choice;
-    if (!fragment.fragment->index) return choice;
-    auto owned = ownership.ownedRows(*fragment.positions, *fragment.fragment->index);
-    if (rule == OverlapRule::Drop) {
-      choice.takesAll = false;
-      choice.rows = std::move(owned);
-      return choice;
-    }
-    choice.isMargin.assign(fragment.fragment->pointCount, 1);
-    for (const std::uint32_t row : owned) choice.isMargin[row] = 0;
-    return choice;
-  };
+std::string lowerCase(std::string text) {
+  std::transform(text.begin(), text.end(), text.begin(), [](char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  });
+  return text;
 }
 
-Result<PointChooser> chooserFor(const Fiber::Grid& grid, OverlapRule rule) {
-  if (rule == OverlapRule::Keep) return Formats::everyPoint();
-  const auto ownership = TileOwnership::of(grid);
-  if (!ownership.ok()) return ownership.stop();
-  if (!*ownership) return Formats::everyPoint();
-  return marginChooser(**ownership, rule);
-}
-
-Result<SourceHandle> openSource(const SelectedGrid& selected) {
+/// The grid with the fields that the user wants, and those that tell the points' order.
+Result<SourceHandle> openSource(const SelectedGrid& selected, const FilterOptions& filters) {
   auto source = Formats::exportSource(*selected.grid);
   if (!source.ok()) return source.failure();
-  return SourceHandle(std::make_shared<ExportSource>(std::move(*source)));
-}
-
-std::optional<PointFileKind> kindOf(const std::string& ending) {
-  if (ending == ".las") return PointFileKind::Las;
-  if (ending == ".laz") return PointFileKind::Laz;
-  return std::nullopt;
-}
-
-/// As its name says in any case of letters; else as the file was.
-PointFileKind kindOf(const Formats::SourceFile& file) {
-  std::string ending = fs::path(file.name).extension().string();
-  for (char& letter : ending) {
-    if (letter >= 'A' && letter <= 'Z') letter = static_cast<char>(letter - 'A' + 'a');
+  if (!filters.fields.empty()) {
+    std::erase_if(source->fields, [&](const Formats::ExportField& field) {
+      return filters.fields.count(field.name) == 0 && !Formats::isOrderField(field.name);
+    });
+    if (filters.fields.count("Waveforms") == 0) source->samples = nullptr;
   }
-  return kindOf(ending).value_or(file.header.isCompressed ? PointFileKind::Laz
-                                                          : PointFileKind::Las);
-}
-
-/// A bundle is not to be trusted: a name must not lead out of the folder.
-Check checkSourceName(const std::string& name) {
-  const bool isPlain = !name.empty() && name != "." && name != ".." &&
-                       name.find('/') == std::string::npos && name.find('\\') == std::string::npos;
-  if (isPlain) return std::monostate{};
-  return failedStop(
-      fmt::format("source file: cannot be written under its name, found \"{}\"", name));
+  return SourceHandle(std::make_shared<ExportSource>(std::move(*source)));
 }
 
 /// Where a file's waveforms go; empty for none beside it.
 std::string packetPathOf(const PlannedFile& file, WaveformChoice waveforms) {
-  if (waveforms != WaveformChoice::External || !file.source->samples) return "";
+  const bool isBeside = waveforms == WaveformChoice::External && file.source->samples;
+  if (!isBeside || file.kind == PointFileKind::Text) return "";
   return fs::path(file.path).replace_extension(".wdp").string();
 }
 
@@ -132,6 +95,23 @@ class TileNamer {
   std::optional<TilingPlace> place_;
 };
 
+/// Of single files.
+const std::vector<std::string> kEndings{".las", ".laz", ".xyz", ".txt", ".csv", ".gz"};
+
+/// The fields of a text file: those that were named; without names all that are one number per
+/// point, but none in a file without a header, which could not tell what they are.
+std::vector<std::size_t> textFieldsOf(const ExportSource& source, const std::string& path,
+                                      const FilterOptions& filters) {
+  std::vector<std::size_t> fields;
+  const bool hasHeader = path.find(".xyz", path.find_last_of('/') + 1) == std::string::npos;
+  if (!hasHeader && filters.fields.empty()) return fields;
+  for (std::size_t i = 0; i < source.fields.size(); ++i) {
+    const Formats::ExportField& field = source.fields[i];
+    if (field.components == 1 && !Formats::isOrderField(field.name)) fields.push_back(i);
+  }
+  return fields;
+}
+
 /// Plans into one ExportPlan.
 class Planner {
  public:
@@ -145,17 +125,18 @@ class Planner {
           options_.output, countText(grids.size(), "grid")));
     }
     if (options_.division == FileDivision::Source || !options_.name.empty()) {
-      return usageStop("--output: --name and --files are for a folder, expected no .las or .laz");
+      return usageStop("--output: --name and --files are for a folder, not for a single file");
     }
-    const auto output = prepareOutputFile(options_.output, {".las", ".laz"}, options_.force);
+    const auto output = prepareOutputFile(options_.output, kEndings, options_.force);
     if (!output.ok()) return output.stop();
-    const auto source = openSource(grids.front());
+    const auto source = openSource(grids.front(), options_.filters);
     if (!source.ok()) return source.stop();
     const auto choose = chooserFor(*grids.front().grid, options_.overlap);
     if (!choose.ok()) return choose.stop();
     // Points that occur several times have no place in the former order.
     const bool restores = options_.overlap == OverlapRule::Drop;
-    plan_.files.push_back({*output, kind, *source, (*source)->fragments, *choose, {}, restores});
+    PlannedFile file{*output, kind, *source, (*source)->fragments, *choose, {}, restores, {}};
+    add(std::move(file));
     const Check free = checkPaths();
     if (!free.ok()) return free.stop();
     return std::move(plan_);
@@ -186,7 +167,7 @@ class Planner {
 
  private:
   Check addTiles(const SelectedGrid& grid) {
-    const auto source = openSource(grid);
+    const auto source = openSource(grid, options_.filters);
     if (!source.ok()) return source.stop();
     const auto choose = chooserFor(*grid.grid, options_.overlap);
     if (!choose.ok()) return choose.stop();
@@ -196,33 +177,54 @@ class Planner {
       const ExportFragment& fragment = (*source)->fragments[n];
       const auto name = namer.nameOf(options_.name, n, fragment);
       if (!name.ok()) return name.stop();
-      plan_.files.push_back({plan_.folder + "/" + *name + ending,
-                             kindOf(ending).value_or(PointFileKind::Laz),
-                             *source,
-                             {fragment},
-                             *choose,
-                             {},
-                             false});
+      const std::string path = plan_.folder + "/" + *name + ending;
+      add({path, pointFileKind(path).value_or(PointFileKind::Laz), *source, {fragment}, *choose});
     }
     return std::monostate{};
   }
 
   Check addSources(const SelectedGrid& grid) {
-    const auto source = openSource(grid);
+    const auto source = openSource(grid, options_.filters);
     if (!source.ok()) return source.stop();
     const auto choose = chooserFor(*grid.grid, options_.overlap);
     if (!choose.ok()) return choose.stop();
     auto parts = divideBySource(**source, *choose);
     if (!parts.ok()) return parts.stop();
     for (SourcePart& part : *parts) {
-      const std::string& name = part.source->files.front().name;
-      const Check acceptable = checkSourceName(name);
-      if (!acceptable.ok()) return acceptable.stop();
-      plan_.files.push_back({plan_.folder + "/" + name, kindOf(part.source->files.front()),
-                             part.source, part.source->fragments, part.choose, part.choosesBy,
-                             true});
+      const auto path = sourcePath(part.source->files.front().name);
+      if (!path.ok()) return path.stop();
+      add({*path,
+           *pointFileKind(*path),
+           part.source,
+           part.source->fragments,
+           part.choose,
+           part.choosesBy,
+           true,
+           {}});
     }
     return std::monostate{};
+  }
+
+  void add(PlannedFile file) {
+    if (file.kind == PointFileKind::Text) {
+      file.textFields = textFieldsOf(*file.source, file.path, options_.filters);
+    }
+    plan_.files.push_back(std::move(file));
+  }
+
+  /// The path for a source file; files of one name from several folders are numbered. Errors: a
+  /// name that could lead out of the folder, or that is of no kind we write.
+  Result<std::string> sourcePath(const std::string& name) {
+    const auto acceptable = checkGridName(name);
+    const auto kind = pointFileKind(name);
+    if (!acceptable.ok() || !kind || *kind == PointFileKind::Text) {
+      return failedStop(fmt::format("{}: cannot be the name of a file to write", name));
+    }
+    const fs::path own(name);
+    const std::size_t number = ++sourceNames_[name];
+    const std::string suffix = number == 1 ? "" : fmt::format("_{}", number);
+    return fmt::format("{}/{}{}{}", plan_.folder, own.stem().string(), suffix,
+                       own.extension().string());
   }
 
   /// Every path once, and none of a file that exists.
@@ -231,7 +233,8 @@ class Planner {
     std::error_code error;
     if (!plan_.folder.empty() && fs::exists(plan_.folder, error) &&
         !fs::is_directory(plan_.folder, error)) {
-      return failedStop(plan_.folder + ": is no folder; a single file ends in .las or .laz");
+      return failedStop(plan_.folder +
+                        ": is no folder; a single file ends in .las, .laz, .xyz, .txt or .csv");
     }
     for (const PlannedFile& file : plan_.files) {
       if (!paths.insert(file.path).second) {
@@ -254,13 +257,26 @@ class Planner {
 
   const ExportOptions& options_;
   ExportPlan plan_;
+  std::map<std::string, std::size_t> sourceNames_;  ///< how often each occurred
 };
 
 }  // namespace
 
+std::optional<PointFileKind> pointFileKind(const std::string& path) {
+  std::string ending = lowerCase(fs::path(path).extension().string());
+  if (ending == ".gz") {
+    ending = lowerCase(fs::path(path).stem().extension().string());
+    if (ending == ".las" || ending == ".laz") return std::nullopt;
+  }
+  if (ending == ".las") return PointFileKind::Las;
+  if (ending == ".laz") return PointFileKind::Laz;
+  const bool isText = ending == ".xyz" || ending == ".txt" || ending == ".csv";
+  return isText ? std::optional(PointFileKind::Text) : std::nullopt;
+}
+
 Result<ExportPlan> planExport(const std::vector<SelectedGrid>& grids,
                               const ExportOptions& options) {
-  const auto kind = kindOf(fs::path(options.output).extension().string());
+  const auto kind = pointFileKind(options.output);
   return kind ? Planner(options).intoFile(grids, *kind) : Planner(options).intoFolder(grids);
 }
 

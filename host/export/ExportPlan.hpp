@@ -17,17 +17,21 @@
 
 namespace Host {
 
-enum class PointFileKind { Las, Laz };
+enum class PointFileKind { Las, Laz, Text };
+
+/// By the ending of a path: .las, .laz; .xyz, .txt, .csv, also with .gz behind; absent for others.
+std::optional<PointFileKind> pointFileKind(const std::string& path);
 
 /// One file to write.
 struct PlannedFile {
   std::string path;
   PointFileKind kind = PointFileKind::Laz;
-  std::shared_ptr<const Formats::ExportSource> source;
-  std::vector<Formats::ExportFragment> fragments;
-  Formats::PointChooser choose;
-  std::vector<std::size_t> choosesBy;  ///< fields that `choose` looks at
+  std::shared_ptr<const Formats::ExportSource> source{};
+  std::vector<Formats::ExportFragment> fragments{};
+  Formats::PointChooser choose = Formats::everyPoint();
+  std::vector<std::size_t> choosesBy{};  ///< fields that `choose` looks at
   bool restoresOrder = false;
+  std::vector<std::size_t> textFields{};  ///< fields that become columns of a text file
 };
 
 struct ExportPlan {

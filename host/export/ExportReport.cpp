@@ -21,7 +21,7 @@ using Json = nlohmann::ordered_json;
 std::vector<std::string> formatTexts(const std::vector<ExportedFile>& files) {
   std::vector<std::string> texts;
   for (const ExportedFile& file : files) {
-    if (!file.result.isWritten) continue;
+    if (!file.result.isWritten || !file.target) continue;
     const Formats::LasHeader& header = file.target->writer.header;
     std::string text =
         fmt::format("LAS 1.{}, point format {}", header.versionMinor, header.pointFormat);
@@ -46,7 +46,7 @@ Json fileJson(const ExportedFile& file) {
     json["failure"] = file.failure;
     return json;
   }
-  if (!file.result.isWritten) return json;
+  if (!file.result.isWritten || !file.target) return json;
   json["pointFormat"] = file.target->writer.header.pointFormat;
   json["version"] = fmt::format("1.{}", file.target->writer.header.versionMinor);
   json["scale"] = file.scale;

@@ -2,8 +2,11 @@
 
 #include "host/export/ExportRun.hpp"
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <omp.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <map>
@@ -15,6 +18,7 @@
 
 #include "formats/export/LasTarget.hpp"
 #include "formats/export/Scaling.hpp"
+#include "formats/export/TextExport.hpp"
 #include "formats/las/ExceptionEdge.hpp"
 #include "host/Session.hpp"
 #include "host/Signals.hpp"
@@ -73,8 +77,10 @@ class FileWriter {
   ExportedFile write(const PlannedFile& file, const Formats::ExportListener& listener) {
     ExportedFile result;
     result.path = file.path;
-    const auto written =
-        Formats::withoutExceptions(file.path, [&] { return tryWrite(file, listener, result); });
+    const auto written = Formats::withoutExceptions(file.path, [&] {
+      return file.kind == PointFileKind::Text ? writeText(file, listener, result)
+                                              : writeLas(file, listener, result);
+    });
     if (!written.ok()) result.failure = written.error();
     if (result.result.isWritten) result.bytes = bytesOf(file.path);
     return result;
@@ -84,22 +90,59 @@ class FileWriter {
   std::vector<std::string> notes() const { return notes_; }
 
  private:
-  Outcome<void> tryWrite(const PlannedFile& file, const Formats::ExportListener& listener,
+  /// What every kind of export is told.
+  void describe(const PlannedFile& file, const Formats::ExportListener& listener,
+                Formats::PointFileJob& job) const {
+    job.path = file.path;
+    job.source = file.source.get();
+    job.fragments = file.fragments;
+    job.choose = file.choose;
+    job.choosesBy = file.choosesBy;
+    job.skipsEmpty = skipsEmpty_;
+    job.listener = listener;
+  }
+
+  Outcome<void> writeText(const PlannedFile& file, const Formats::ExportListener& listener,
+                          ExportedFile& result) {
+    Formats::TextExportJob job;
+    describe(file, listener, job);
+    job.fields = file.textFields;
+    job.isRounded = options_.lossy;
+    job.isDurable = options_.durable;
+    const auto exported = Formats::exportText(job);
+    if (!exported.ok()) return exported.failure();
+    result.result = *exported;
+    noteLeftOut(file);
+    return {};
+  }
+
+  /// Fields of the grid that a text file does not have.
+  void noteLeftOut(const PlannedFile& file) {
+    std::vector<std::string> names;
+    for (std::size_t i = 0; i < file.source->fields.size(); ++i) {
+      const auto& fields = file.textFields;
+      const std::string& name = file.source->fields[i].name;
+      const bool isColumn = std::find(fields.begin(), fields.end(), i) != fields.end();
+      if (!isColumn && !Formats::isOrderField(name)) names.push_back(name);
+    }
+    if (file.source->samples) names.emplace_back("Waveforms");
+    if (names.empty()) return;
+    note(fmt::format("grid {}: {} not in the text; --field takes one along, .csv takes all",
+                     file.source->gridName,
+                     names.size() > 3 ? fmt::format("{} fields are", names.size())
+                                      : fmt::format("{}: is", fmt::join(names, ", "))));
+  }
+
+  Outcome<void> writeLas(const PlannedFile& file, const Formats::ExportListener& listener,
                          ExportedFile& result) {
     const auto settled = settle(file);
     if (!settled.ok()) return settled.failure();
     Formats::LasExportJob job;
-    job.path = file.path;
-    job.source = file.source.get();
-    job.fragments = file.fragments;
+    describe(file, listener, job);
     job.target = (*settled)->target.get();
     job.grid = (*settled)->grid;
     job.isLossy = options_.lossy;
-    job.choose = file.choose;
-    job.choosesBy = file.choosesBy;
     job.restoresOrder = file.restoresOrder;
-    job.skipsEmpty = skipsEmpty_;
-    job.listener = listener;
     const auto exported = Formats::exportLas(job);
     if (!exported.ok()) return exported.failure();
     result.result = *exported;

@@ -21,9 +21,10 @@ class Session;
 /// What became of one planned file.
 struct ExportedFile {
   std::string path;
-  Formats::LasExportResult result;
-  std::uint64_t bytes = 0;                           ///< without waveforms beside it
-  std::shared_ptr<const Formats::LasTarget> target;  ///< empty when it could not be settled
+  Formats::PointFileResult result;
+  std::uint64_t bytes = 0;  ///< without waveforms beside it
+  std::shared_ptr<const Formats::LasTarget>
+      target;  ///< of LAS files; empty for text, or when unsettled
   std::array<double, 3> scale{};
   std::string failure;  ///< why it was not written
 };

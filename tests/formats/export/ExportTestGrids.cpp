@@ -20,7 +20,7 @@ SourceFile sourceFile(const std::string& name, const LasWriterOptions& options) 
   return {name, options.header, options.vlrs, options.evlrs};
 }
 
-Outcome<LasExportResult> exportSourceTo(const std::string& path, const ExportSource& source,
+Outcome<PointFileResult> exportSourceTo(const std::string& path, const ExportSource& source,
                                         const ExportWishes& wishes) {
   const auto target = lasTargetOf(source, wishes.las);
   if (!target) return target.failure();

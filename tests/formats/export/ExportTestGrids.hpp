@@ -37,7 +37,7 @@ struct ExportWishes {
 };
 
 /// Target, scaling and file in one step.
-MemCore::Outcome<LasExportResult> exportSourceTo(const std::string& path,
+MemCore::Outcome<PointFileResult> exportSourceTo(const std::string& path,
                                                  const ExportSource& source,
                                                  const ExportWishes& wishes = {});
 /// The same; fails the test when it fails. Returns the file, read back.

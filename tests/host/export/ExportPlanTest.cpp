@@ -176,11 +176,11 @@ class SourcePlanTest : public ExportPlanTest {
     cloud_.field<std::uint64_t>("SourceIndex", {0, 0});
   }
 
-  /// Gives the grid the attributes of files of these names (LAS 1.2, format 0).
-  void nameFiles(const std::string& lines) {
+  /// Gives the grid the attributes of two LAS files of these names.
+  void nameFiles(const std::string& lines, std::uint8_t pointFormat = 0) {
     Formats::LasHeader header;
-    header.versionMinor = 2;
-    header.recordBytes = Formats::standardRecordBytes(0);
+    header.pointFormat = pointFormat;
+    header.recordBytes = Formats::standardRecordBytes(pointFormat);
     const auto bytes = Formats::serialiseLasHeader(header);
     std::vector<std::uint8_t> packed;
     for (const std::byte byte : bytes) packed.push_back(std::to_integer<std::uint8_t>(byte));
@@ -202,18 +202,39 @@ TEST_F(SourcePlanTest, EveryFileGetsItsNameBack) {
   EXPECT_TRUE(plan.files[0].restoresOrder);
 }
 
-TEST_F(SourcePlanTest, FilesOfOneNameClash) {
+TEST_F(SourcePlanTest, FilesOfOneNameAreNumbered) {
   nameFiles("a.laz\na.laz");
-  EXPECT_EQ(refusalOf(cloud_).code, ExitCode::Usage);
+  EXPECT_THAT(namesOf(planned(cloud_)), ElementsAre("out/a.laz", "out/a_2.laz"));
+}
+
+TEST_F(SourcePlanTest, WaveformsOfTwoFilesThatWouldBecomeOneAreAUsageMistake) {
+  nameFiles("a.las\na.laz", 4);
+  cloud_.field<std::uint16_t>("FWFLength", {1, 1});
+  cloud_.waveforms<std::uint16_t>("Waveforms", 1, {5, 6});
+  const Stop stop = refusalOf(cloud_);
+  EXPECT_EQ(stop.code, ExitCode::Usage);
+  EXPECT_THAT(stop.text, HasSubstr("out/a.wdp: two files would get these waveforms"));
+  options_.waveforms = WaveformChoice::Internal;
+  EXPECT_EQ(planned(cloud_).files.size(), 2U);
+}
+
+TEST_F(ExportPlanTest, WaveformsOfAnotherFileNeedForce) {
+  CloudBuilder cloud;
+  cloud.fragment({{0, 0, 0}}).field<std::uint16_t>("FWFLength", {1});
+  cloud.waveforms<std::uint16_t>("Waveforms", 1, {5});
+  options_.output = folder_ / "out.las";
+  touch("out.wdp");
+  EXPECT_THAT(refusalOf(cloud).text, HasSubstr("out.wdp: exists already; --force replaces it"));
+  options_.waveforms = WaveformChoice::None;
+  EXPECT_EQ(planned(cloud).files.size(), 1U);
 }
 
 TEST_F(SourcePlanTest, NamesThatLeadOutOfTheFolderAreRefused) {
-  for (const char* name : {"../evil.las", "/tmp/evil.las", "..", "sub/x.las"}) {
+  for (const char* name : {"../evil.las", "/tmp/evil.las", "..", "sub/x.las", "plan.json"}) {
     nameFiles(std::string("a.laz\n") + name);
     const Stop stop = refusalOf(cloud_);
     EXPECT_EQ(stop.code, ExitCode::Failed) << name;
-    EXPECT_EQ(stop.text,
-              std::string("source file: cannot be written under its name, found \"") + name + "\"");
+    EXPECT_EQ(stop.text, std::string(name) + ": cannot be the name of a file to write");
   }
   EXPECT_FALSE(fs::exists(folder_ / "out"));
 }
