@@ -3,6 +3,8 @@
 find_package(OpenMP REQUIRED COMPONENTS CXX)
 find_package(HDF5 REQUIRED COMPONENTS C)
 find_package(fmt REQUIRED)
+find_package(FastFloat REQUIRED)
+find_package(ZLIB REQUIRED)
 find_package(CLI11 REQUIRED)
 find_package(nlohmann_json REQUIRED)
 find_package(PkgConfig REQUIRED)

@@ -4,14 +4,14 @@
 
 namespace Host {
 
-#define REFRAGMENT_COMMANDS                                                        \
-  "  info    INPUT...              what a split would produce; writes nothing\n"   \
-  "  split   INPUT... -o OUT.f5    cut a cloud into tiles, one file each\n"        \
-  "  link    TILE... -o OUT.f5     a bundle over tile files there are\n"           \
-  "  show    FILE...               what a bundle, LAS or LAZ file holds\n"         \
-  "  verify  FILE...               whether every tile is there and as promised\n"  \
-  "  import  INPUT... -o OUT.f5    a bundle file from LAS or LAZ files\n"          \
-  "  export  FILE.f5 -o OUT        LAS or LAZ files from a bundle, without loss\n" \
+#define REFRAGMENT_COMMANDS                                                       \
+  "  info    INPUT...              what a split would produce; writes nothing\n"  \
+  "  split   INPUT... -o OUT.f5    cut a cloud into tiles, one file each\n"       \
+  "  link    TILE... -o OUT.f5     a bundle over tile files there are\n"          \
+  "  show    FILE...               what a file holds\n"                           \
+  "  verify  FILE...               whether every tile is there and as promised\n" \
+  "  import  INPUT... -o OUT.f5    a bundle file from files of points\n"          \
+  "  export  FILE.f5 -o OUT        LAS, LAZ or text files from a bundle\n"        \
   "  synth   -o OUT.las            a made-up survey to try things with\n"
 
 const char* const kShortHelp =
@@ -33,8 +33,8 @@ const char* const kLongHelp =
     "\n"
     "Each command explains itself: refragment COMMAND --help\n"
     "\n"
-    "INPUT is a .las, .laz or .f5 file, a folder of such files, or a pattern in quotes\n"
-    "(\"flight/*.laz\"). Several LAS and LAZ files are one cloud.\n"
+    "INPUT is a .las, .laz, .xyz, .txt, .csv or .f5 file, a folder of such files, or a\n"
+    "pattern in quotes (\"flight/*.laz\"). Several files of points are one cloud.\n"
     "\n"
     "Results go to standard output, everything else to standard error.\n"
     "\n"
@@ -112,10 +112,12 @@ const CommandHelp kVerifyHelp = {
     "Exit status: 0 all is as promised, 3 something is not, 1 a file is no bundle."};
 
 const CommandHelp kImportHelp = {
-    "import", "Writes a bundle file with the points of LAS or LAZ files, without cutting them.",
+    "import",
+    "Writes a bundle file with the points of LAS, LAZ or text files, without cutting them.",
     "import INPUT... -o OUT.f5 [flags]",
     "Examples:\n"
     "  refragment import scan.laz -o scan.f5\n"
+    "  refragment import depths.txt -o depths.f5 --columns x,y,z,Uncertainty,-\n"
     "  refragment import \"flight/*.laz\" -o flight.f5 --grid flight --time 2024.5"};
 
 const CommandHelp kExportHelp = {

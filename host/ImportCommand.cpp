@@ -33,10 +33,10 @@ Result<LoadedInput> openClouds(const ImportOptions& options, ResolvedInput& inpu
   auto resolved = resolveInput(options.inputs);
   if (!resolved.ok()) return resolved.stop();
   if (resolved->kind == InputKind::Bundles) {
-    return usageStop(resolved->files.front() + ": is a bundle already, expected .las or .laz");
+    return usageStop(resolved->files.front() + ": is a bundle already, expected point clouds");
   }
   input = *resolved;
-  return loadInput(input, {options.grid, options.time, options.keepOrder});
+  return loadInput(input, {options.grid, options.time, options.keepOrder, options.columns});
 }
 
 Check saveBundle(Fiber::Bundle& bundle, const std::string& output, const StorageOptions& storage) {

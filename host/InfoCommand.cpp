@@ -21,7 +21,9 @@ std::string operationReport(LidarLib::RefragmentAndSplit& operation, Session& se
 }  // namespace
 
 ExitCode runInfo(const InfoOptions& options, Session& session) {
-  const auto loaded = openInput(options.inputs);
+  CloudPlace place;
+  place.columns = options.columns;
+  const auto loaded = openInput(options.inputs, place);
   if (!loaded.ok()) return session.stop(loaded.stop());
   session.warnOfAll(loaded->notes);
   const auto grids = selectGrids(*loaded->bundle, options.filters);

@@ -19,6 +19,8 @@ struct CloudPlace {
   std::string grid = "points";
   double time = 0.0;
   bool keepOrder = false;  ///< with the fields that tell each point's place
+  std::vector<std::string> columns =
+      {};  ///< names of the columns of text files; empty: as they say
 };
 
 struct LoadedInput {
@@ -28,13 +30,14 @@ struct LoadedInput {
   std::function<std::vector<std::string>()> lateNotes;
 };
 
-/// Errors: a file that cannot be read as what it claims to be (failed).
+/// Errors: a file that cannot be read as what it claims to be (failed); columns named for files
+/// that are no text (usage).
 Result<LoadedInput> loadInput(const ResolvedInput& input, const CloudPlace& place);
 
 /// One bundle file. Errors: as loadInput.
 Result<LoadedInput> loadBundle(const std::string& file);
 
 /// Resolves and loads in one step.
-Result<LoadedInput> openInput(const std::vector<std::string>& names);
+Result<LoadedInput> openInput(const std::vector<std::string>& names, const CloudPlace& place);
 
 }  // namespace Host

@@ -17,14 +17,37 @@ namespace fs = std::filesystem;
 
 namespace {
 
+constexpr const char* kKnownEndings = ".las, .laz, .xyz, .txt, .csv or .f5";
+
+/// The ending of a name in lower case, without ".gz" behind it.
+std::string endingOf(const std::string& path) {
+  std::string name = fs::path(path).filename().string();
+  std::transform(name.begin(), name.end(), name.begin(),
+                 [](unsigned char c) { return c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c; });
+  const fs::path lower(name);
+  if (lower.extension() != ".gz") return lower.extension().string();
+  const std::string inner = lower.stem().extension().string();
+  return inner == ".xyz" || inner == ".txt" || inner == ".csv" ? inner : ".gz";
+}
+
 /// The kind of a file, from the ending of its name in either case.
 std::optional<InputKind> kindOf(const std::string& path) {
-  std::string ending = fs::path(path).extension().string();
-  std::transform(ending.begin(), ending.end(), ending.begin(),
-                 [](unsigned char c) { return c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c; });
+  const std::string ending = endingOf(path);
   if (ending == ".f5") return InputKind::Bundles;
   if (ending == ".las" || ending == ".laz") return InputKind::PointClouds;
+  if (ending == ".xyz" || ending == ".txt" || ending == ".csv") return InputKind::TextClouds;
   return std::nullopt;
+}
+
+/// Whether a file in a folder may as well be about the points as hold some.
+bool mayBeNotes(const std::string& path) {
+  return kindOf(path) == InputKind::TextClouds && endingOf(path) != ".xyz";
+}
+
+/// Leaves out what may be notes, unless a folder has nothing else.
+void dropNotes(std::vector<std::string>& files) {
+  if (std::all_of(files.begin(), files.end(), mayBeNotes)) return;
+  files.erase(std::remove_if(files.begin(), files.end(), mayBeNotes), files.end());
 }
 
 /// The paths that a pattern matches, in ascending order.
@@ -53,8 +76,9 @@ Result<std::vector<std::string>> filesIn(const std::string& folder) {
   }
   if (files.empty()) {
     return failedStop(
-        fmt::format("{}: nothing to read in the folder, expected .las, .laz or .f5 files", folder));
+        fmt::format("{}: nothing to read in the folder, expected {} files", folder, kKnownEndings));
   }
+  dropNotes(files);
   std::sort(files.begin(), files.end());
   return files;
 }
@@ -69,7 +93,7 @@ Result<std::vector<std::string>> filesOf(const std::string& path) {
     return failedStop(path + (isMissing ? ": no such file or folder" : ": " + error.message()));
   }
   if (!kindOf(path)) {
-    return usageStop(fmt::format("{}: unknown kind of file, expected .las, .laz or .f5", path));
+    return usageStop(fmt::format("{}: unknown kind of file, expected {}", path, kKnownEndings));
   }
   if (!fs::is_regular_file(status)) return failedStop(path + ": is no regular file");
   return std::vector<std::string>{path};
@@ -113,15 +137,15 @@ Result<ResolvedInput> resolveInput(const std::vector<std::string>& names) {
       }
       if (*kindOf(file) != input.kind) {
         return usageStop(fmt::format(
-            "{}: cannot be read together with {}, expected bundles (.f5) or point clouds "
-            "(.las, .laz), not both",
+            "{}: cannot be read together with {}, expected bundles (.f5), LAS files (.las, .laz) "
+            "or text files (.xyz, .txt, .csv), one kind alone",
             file, *first));
       }
       if (!seen.insert(identity(file)).second) continue;
       input.files.push_back(fs::absolute(file).lexically_normal().string());
     }
   }
-  if (!first) return usageStop("no input given, expected .las, .laz or .f5 files");
+  if (!first) return usageStop(fmt::format("no input given, expected {} files", kKnownEndings));
   return input;
 }
 

@@ -16,6 +16,7 @@ namespace {
 constexpr int kMostThreads = 4096;
 constexpr auto kMostPointsPerTile = std::numeric_limits<std::uint32_t>::max();
 
+constexpr const char* kInputGroup = "Input";
 constexpr const char* kTilingGroup = "Tiles";
 constexpr const char* kFilterGroup = "Selection";
 constexpr const char* kOutputGroup = "Output";
@@ -68,16 +69,16 @@ void addText(CLI::App& app, const FlagText& flag, std::string& target) {
   app.add_option(flag.names, target, flag.help)->type_name(flag.valueName)->group(flag.group);
 }
 
-/// A flag of several comma-separated numbers, which a configuration file may give as an array.
+/// A flag of several comma-separated values, which a configuration file may give as an array.
 template <class Parse, class Store>
-void addNumbers(CLI::App& app, const FlagText& flag, Parse parse, Store store) {
+void addList(CLI::App& app, const FlagText& flag, Parse parse, Store store) {
   addParsed(app, flag, parse, store)->join(',');
 }
 
 void defineInputs(CLI::App& app, std::vector<std::string>& inputs) {
   app.add_option("INPUT", inputs,
-                 ".las, .laz or .f5 files, folders of them, or patterns in quotes.\n"
-                 "Several LAS and LAZ files are one cloud")
+                 ".las, .laz, .xyz, .txt, .csv or .f5 files, folders of them, or\n"
+                 "patterns in quotes. Several files of points are one cloud")
       ->required()
       ->type_name("");
 }
@@ -96,6 +97,15 @@ void addChoice(CLI::App& app, const FlagText& flag,
     return MemCore::Failure{"found \"" + text + "\", expected " + expected};
   };
   addParsed(app, flag, parse, storeIn(target));
+}
+
+void defineColumns(CLI::App& app, std::vector<std::string>& columns) {
+  addList(app,
+          {"--columns", "NAMES",
+           "What the columns of text files are: x,y,z and other names;\n"
+           "- leaves a column out [as the header says]",
+           kInputGroup},
+          parseColumnNames, storeIn(columns));
 }
 
 /// A repeatable flag of names.
@@ -129,12 +139,12 @@ void defineFilters(CLI::App& app, FilterOptions& filters) {
 }
 
 void defineTiling(CLI::App& app, TilingOptions& tiling) {
-  addNumbers(app,
-             {"--fragment-length", "X[,Y[,Z]]",
-              "Edge lengths of a tile; one value is for x and y, z 0 spans the\n"
-              "cloud. Without it, five million points per tile are aimed at",
-              kTilingGroup},
-             parseFragmentLength, storeIn(tiling.fragmentLength));
+  addList(app,
+          {"--fragment-length", "X[,Y[,Z]]",
+           "Edge lengths of a tile; one value is for x and y, z 0 spans the\n"
+           "cloud. Without it, five million points per tile are aimed at",
+           kTilingGroup},
+          parseFragmentLength, storeIn(tiling.fragmentLength));
   CLI::Option* perTile =
       addParsed(app,
                 {"--points-per-tile", "N",
@@ -150,12 +160,12 @@ void defineTiling(CLI::App& app, TilingOptions& tiling) {
             {"--min-points", "N", "Write only tiles with more than N points [0]", kTilingGroup},
             countParser<std::uint32_t>(0, std::numeric_limits<std::uint32_t>::max()),
             storeCount(tiling.minPoints));
-  addNumbers(app,
-             {"--start", "X,Y,Z", "Lower corner of the box to tile, instead of the cloud's own",
-              kTilingGroup},
-             parsePoint, storeIn(tiling.start));
-  addNumbers(app, {"--end", "X,Y,Z", "Upper corner likewise", kTilingGroup}, parsePoint,
-             storeIn(tiling.end));
+  addList(app,
+          {"--start", "X,Y,Z", "Lower corner of the box to tile, instead of the cloud's own",
+           kTilingGroup},
+          parsePoint, storeIn(tiling.start));
+  addList(app, {"--end", "X,Y,Z", "Upper corner likewise", kTilingGroup}, parsePoint,
+          storeIn(tiling.end));
 }
 
 void defineDurability(CLI::App& app, bool& durable) {
@@ -229,12 +239,14 @@ void defineCommonOptions(CLI::App& app, CommonOptions& options) {
 
 void defineInfoOptions(CLI::App& app, InfoOptions& options) {
   defineInputs(app, options.inputs);
+  defineColumns(app, options.columns);
   defineTiling(app, options.tiling);
   defineFilters(app, options.filters);
 }
 
 void defineSplitOptions(CLI::App& app, SplitOptions& options) {
   defineInputs(app, options.inputs);
+  defineColumns(app, options.columns);
   defineTiling(app, options.tiling);
   defineFilters(app, options.filters);
   defineOutput(app,
@@ -285,6 +297,7 @@ void defineShowOptions(CLI::App& app, ShowOptions& options) {
 
 void defineImportOptions(CLI::App& app, ImportOptions& options) {
   defineInputs(app, options.inputs);
+  defineColumns(app, options.columns);
   defineOutput(app, "The bundle to write, a .f5 file", options.output);
   addText(app, {"--grid", "NAME", "Name of the cloud [points]", kOutputGroup}, options.grid);
   addParsed(app, {"--time", "T", "Time of the cloud [0]", kOutputGroup}, parseNumber,
@@ -332,10 +345,10 @@ void defineExportOptions(CLI::App& app, ExportOptions& options) {
       countParser(0, 10), [&options](std::uint64_t format) {
         options.pointFormat = static_cast<std::uint8_t>(format);
       });
-  addNumbers(app, {"--scale", "S[,Y,Z]", "Steps of the coordinates [likewise]", kPointFileGroup},
-             parseScale, storeIn(options.scale));
-  addNumbers(app, {"--offset", "X,Y,Z", "Offsets of the coordinates [likewise]", kPointFileGroup},
-             parsePoint, storeIn(options.offset));
+  addList(app, {"--scale", "S[,Y,Z]", "Steps of the coordinates [likewise]", kPointFileGroup},
+          parseScale, storeIn(options.scale));
+  addList(app, {"--offset", "X,Y,Z", "Offsets of the coordinates [likewise]", kPointFileGroup},
+          parsePoint, storeIn(options.offset));
   app.add_flag("--lossy", options.lossy, "Round and leave out what the files cannot hold exactly")
       ->group(kPointFileGroup);
   addChoice(app,

@@ -54,12 +54,14 @@ struct StorageOptions {
 
 struct InfoOptions {
   std::vector<std::string> inputs;
+  std::vector<std::string> columns;  ///< of text files; empty: as the files say
   FilterOptions filters;
   TilingOptions tiling;
 };
 
 struct SplitOptions {
   std::vector<std::string> inputs;
+  std::vector<std::string> columns;  ///< of text files; empty: as the files say
   FilterOptions filters;
   TilingOptions tiling;
   StorageOptions storage;
@@ -91,6 +93,7 @@ struct ShowOptions {
 
 struct ImportOptions {
   std::vector<std::string> inputs;
+  std::vector<std::string> columns;  ///< of text files; empty: as the files say
   StorageOptions storage;
   std::string output;
   std::string grid = "points";

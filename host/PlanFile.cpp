@@ -3,6 +3,7 @@
 #include "host/PlanFile.hpp"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -105,6 +106,7 @@ Result<PlanRecord> describePlan(const SplitOptions& options, const ResolvedInput
     if (!identity.ok()) return identity.failure();
     add(fmt::format("input {}", i + 1), *identity);
   }
+  if (!options.columns.empty()) add("columns", fmt::format("{}", fmt::join(options.columns, ",")));
   for (const GridForecast& grid : plan.grids) {
     add(fmt::format("grid {} at time {}", grid.source.name, grid.source.time),
         gridText(grid.layout));

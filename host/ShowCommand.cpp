@@ -13,7 +13,7 @@ namespace {
 /// The inputs to show one by one: each bundle file for itself, point clouds as the one cloud that
 /// they are.
 std::vector<ResolvedInput> separate(const ResolvedInput& input) {
-  if (input.kind == InputKind::PointClouds) return {input};
+  if (input.kind != InputKind::Bundles) return {input};
   std::vector<ResolvedInput> inputs;
   for (const std::string& file : input.files) inputs.push_back({input.kind, {file}});
   return inputs;

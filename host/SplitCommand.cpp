@@ -64,6 +64,7 @@ Check openJob(SplitJob& job) {
   if (!isSafe.ok()) return isSafe;
   CloudPlace cloud;
   cloud.keepOrder = job.options.keepOrder;
+  cloud.columns = job.options.columns;
   auto loaded = loadInput(job.input, cloud);
   if (!loaded.ok()) return loaded.stop();
   job.loaded = std::move(*loaded);

@@ -11,6 +11,8 @@
 #include <string_view>
 #include <vector>
 
+#include "formats/text/ColumnNames.hpp"
+
 namespace Host {
 
 using MemCore::Failure;
@@ -151,6 +153,20 @@ Outcome<Eagle::PhysicalSpace::point> parseScale(const std::string& text) {
     return unexpected(text, "one or three finite numbers above 0");
   }
   return Eagle::PhysicalSpace::point{numbers.front(), numbers[numbers.size() / 2], numbers.back()};
+}
+
+Outcome<std::vector<std::string>> parseColumnNames(const std::string& text) {
+  std::vector<std::string> names;
+  std::size_t begin = 0;
+  while (begin <= text.size()) {
+    const std::size_t end = std::min(text.find(',', begin), text.size());
+    names.emplace_back(trimmed(std::string_view(text).substr(begin, end - begin)));
+    if (names.back().empty()) return unexpected(text, "a name for every column, - to leave it out");
+    begin = end + 1;
+  }
+  const auto roles = Formats::rolesOf(names);
+  if (!roles) return roles.failure();
+  return names;
 }
 
 Outcome<double> parseOverlap(const std::string& text) {

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "datamodel/eagle/PhysicalSpace.hpp"
 #include "datamodel/memcore/Outcome.hpp"
@@ -33,6 +34,9 @@ MemCore::Outcome<Eagle::FixedArray<double, 3>> parseFragmentLength(const std::st
 
 /// "S" or "X,Y,Z": steps of coordinates, all finite and above 0; one value is for all axes.
 MemCore::Outcome<Eagle::PhysicalSpace::point> parseScale(const std::string& text);
+
+/// "x,y,z,NAME,-,...": names of columns, x, y and z among them once each; "-" leaves a column out.
+MemCore::Outcome<std::vector<std::string>> parseColumnNames(const std::string& text);
 
 /// A finite overlap of at least 0.
 MemCore::Outcome<double> parseOverlap(const std::string& text);

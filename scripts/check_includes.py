@@ -26,6 +26,8 @@ ALLOWED = {
     # Grids as point files: the way back.
     "formats/export": ["formats", "datamodel/container", *DATAMODEL],
     "formats/catalog": ["formats", "datamodel/memcore"],
+    "formats/text": ["formats", *DATAMODEL],
+    "formats/export": ["formats", *DATAMODEL],
     "planning": DATAMODEL,
     "assembly": ["planning", *DATAMODEL],
     "operation": ["assembly", "planning", *DATAMODEL],

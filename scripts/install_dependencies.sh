@@ -7,8 +7,9 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 build_packages=(g++ cmake ninja-build pkg-config libhdf5-dev libfmt-dev libcli11-dev
-                nlohmann-json3-dev libisal-dev libdeflate-dev libhwy-dev libproj-dev)
-test_packages=(libgtest-dev libgmock-dev libbenchmark-dev zlib1g-dev hdf5-tools ccache
+                nlohmann-json3-dev libisal-dev libdeflate-dev libhwy-dev libproj-dev
+                libfast-float-dev zlib1g-dev)
+test_packages=(libgtest-dev libgmock-dev libbenchmark-dev hdf5-tools ccache
                clang-format-14 python3 python3-venv)
 minimum_cmake=3.25
 minimum_rust=$(sed -n 's/^rust-version = "\(.*\)"/\1/p' formats/laz/Cargo.toml)

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <set>
 
 #include "formats/cloud/CloudGrid.hpp"
 #include "formats/cloud/SourceFiles.hpp"
@@ -18,51 +17,6 @@ using MemCore::Failure;
 using MemCore::Outcome;
 
 namespace {
-
-/// Creators that a grid may have: each takes some hundred bytes, and a header can claim any number
-/// of points.
-constexpr std::uint64_t kMaxCreators = std::uint64_t{1} << 23;
-
-bool canNameGrid(const std::string& name) {
-  const auto isForbidden = [](char c) {
-    const auto code = static_cast<unsigned char>(c);
-    return code < 0x20 || code == 0x7F || c == '/' || c == '\\';
-  };
-  return !name.empty() && name.front() != '.' &&
-         std::none_of(name.begin(), name.end(), isForbidden);
-}
-
-/// The name with control characters spelled out, for messages.
-std::string quoted(const std::string& name) {
-  std::string text = "\"";
-  for (const char c : name) {
-    const auto code = static_cast<unsigned char>(c);
-    text += code < 0x20 || code == 0x7F ? fmt::format("\\x{:02x}", code) : std::string(1, c);
-  }
-  return text + '"';
-}
-
-Outcome<void> checkOptions(const Fiber::Bundle& bundle, const CloudOptions& options) {
-  if (!canNameGrid(options.gridName)) {
-    return Failure{
-        fmt::format("grid name: cannot be used, found {}, expected a name without '/', '\\', "
-                    "control characters or a leading dot",
-                    quoted(options.gridName))};
-  }
-  if (!std::isfinite(options.time)) {
-    return Failure{
-        fmt::format("time: cannot be used, found {}, expected a finite number", options.time)};
-  }
-  if (options.fragmentPoints == 0) {
-    return Failure{"points per fragment: cannot be used, found 0, expected at least 1"};
-  }
-  const auto slice = bundle.slices().find(options.time);
-  if (slice != bundle.slices().end() && slice->second->findGrid(options.gridName)) {
-    return Failure{
-        fmt::format("grid {}: exists already at time {}", options.gridName, options.time)};
-  }
-  return {};
-}
 
 /// Positions must be numbers: raw coordinates are 32-bit integers.
 Outcome<void> checkReach(const LasFile& file) {
@@ -125,12 +79,7 @@ Outcome<void> checkCreators(std::span<const CloudFile> files, const CloudFields&
       5;  // Positions, Waveforms, FWFLength, SourceFile, SourceIndex
   std::uint64_t fragments = 0;
   for (const CloudFile& file : files) fragments += file.fragments.size();
-  const std::uint64_t most = kMaxCreators / (fields.fields.size() + kFixedFields);
-  if (fragments <= most) return {};
-  return Failure{fmt::format(
-      "point cloud: too many fragments for {} fields, found {}, expected at most {}: more points "
-      "per fragment make fewer",
-      fields.fields.size(), fragments, most)};
+  return checkFragmentCount(fragments, fields.fields.size(), kFixedFields);
 }
 
 void noteMissingWaveforms(std::span<const CloudFile> files, std::vector<std::string>& notes) {
@@ -138,15 +87,6 @@ void noteMissingWaveforms(std::span<const CloudFile> files, std::vector<std::str
     if (file.waveforms || file.fragments.empty()) continue;
     notes.push_back(
         fmt::format("{}: has no waveforms: empty ones are supplied", file.file->path()));
-  }
-}
-
-void noteRepetitions(const std::vector<std::string>& files, std::vector<std::string>& notes) {
-  std::set<std::string> seen;
-  for (const std::string& file : files) {
-    if (!seen.insert(file).second) {
-      notes.push_back(fmt::format("{}: given more than once: its points are, too", file));
-    }
   }
 }
 
@@ -193,9 +133,9 @@ std::vector<std::string> CloudSummary::lateNotes() const {
 Outcome<CloudSummary> addPointCloud(Fiber::Bundle& bundle, const std::vector<std::string>& files,
                                     const CloudOptions& options) {
   if (files.empty()) return Failure{"point cloud: no files given"};
-  if (const auto checked = checkOptions(bundle, options); !checked) return checked.failure();
+  if (const auto checked = checkCloudOptions(bundle, options); !checked) return checked.failure();
   CloudSummary summary;
-  noteRepetitions(files, summary.notes);
+  summary.notes = repetitionNotes(files);
   const Outcome<OpenedCloud> cloud = openCloud(files, options, summary.notes);
   if (!cloud) return cloud.failure();
 

@@ -18,19 +18,11 @@
 
 #include "datamodel/fiber/Bundle.hpp"
 #include "datamodel/memcore/Outcome.hpp"
+#include "formats/cloud/CloudOptions.hpp"
 
 namespace Formats {
 
 struct FileWaveforms;
-
-/// How a cloud goes into a bundle.
-struct CloudOptions {
-  /// Reaches file names: neither empty nor beginning with a dot, no '/', '\' or control character.
-  std::string gridName = "points";
-  double time = 0.0;                      ///< Of the slice; finite.
-  std::uint64_t fragmentPoints = 250000;  ///< About as many points make a fragment; at least 1.
-  bool keepOrder = false;  ///< Adds the fields that tell each point's place (see SourceOrder.hpp).
-};
 
 /// What went into the bundle.
 struct CloudSummary {

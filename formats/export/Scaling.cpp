@@ -65,11 +65,78 @@ Outcome<std::vector<double>> sampleOf(const ExportSource& source) {
   return sample;
 }
 
+/// The nearest integer; absent when 32 bits do not hold it.
+std::optional<std::int32_t> nearest(double value, const AxisGrid& axis) {
+  const double raw = std::round((value - axis.offset) / axis.scale);
+  if (!(raw >= std::numeric_limits<std::int32_t>::min()) ||
+      !(raw <= std::numeric_limits<std::int32_t>::max())) {
+    return std::nullopt;
+  }
+  return static_cast<std::int32_t>(raw);
+}
+
+/// Whether an integer stands for the coordinate, see Scaling.hpp.
+bool standsFor(std::int32_t raw, double value, const AxisGrid& axis) {
+  constexpr double kLastBits = 4.0 * std::numeric_limits<double>::epsilon();
+  const double scaled = raw * axis.scale;
+  const double back = scaled + axis.offset;
+  if (back == value) return true;
+  const double tolerance = kLastBits * std::max(std::abs(value), std::abs(axis.offset));
+  return std::abs(back - value) <= tolerance && tolerance < std::abs(axis.scale) * 1e-3;
+}
+
+Failure cannotHold(double value, std::size_t axis, const AxisGrid& grid, const char* why) {
+  return Failure{fmt::format("positions: coordinate {}, found {} = {}, scale {}, offset {}", why,
+                             "xyz"[axis], value, grid.scale, grid.offset)};
+}
+
+/// Point by point, to round or to find what cannot be held.
+Outcome<RawPositions> encodeOneByOne(std::span<const double> xyz, const CoordinateGrid& grid,
+                                     bool isLossy) {
+  RawPositions raw;
+  for (auto& column : raw.columns) column.resize(xyz.size() / 3);
+  for (std::size_t i = 0; i < xyz.size(); ++i) {
+    const AxisGrid& axis = grid[i % 3];
+    const auto found = nearest(xyz[i], axis);
+    if (!found) return cannotHold(xyz[i], i % 3, axis, "beyond 32 bits");
+    if (!isLossy && !standsFor(*found, xyz[i], axis)) {
+      return cannotHold(xyz[i], i % 3, axis, "not exact");
+    }
+    raw.columns[i % 3][i / 3] = *found;
+  }
+  return raw;
+}
+
 /// A power of ten, correctly rounded up to 10^22.
 double powerOfTen(int exponent) {
   double power = 1.0;
   for (int i = 0; i < std::abs(exponent); ++i) power *= 10.0;
   return exponent < 0 ? 1.0 / power : power;
+}
+
+/// The coarsest powers of ten that hold all points of a sample, from the floor of their box on.
+std::optional<CoordinateGrid> decimalGrid(std::span<const double> sample) {
+  constexpr int kMostDecimals = 9;
+  CoordinateGrid grid;
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    grid[axis].offset = std::numeric_limits<double>::max();
+    for (std::size_t i = axis; i < sample.size(); i += 3) {
+      grid[axis].offset = std::min(grid[axis].offset, std::floor(sample[i]));
+    }
+    const auto holdsAll = [&] {
+      for (std::size_t i = axis; i < sample.size(); i += 3) {
+        const auto raw = nearest(sample[i], grid[axis]);
+        if (!raw || !standsFor(*raw, sample[i], grid[axis])) return false;
+      }
+      return true;
+    };
+    int decimals = 0;
+    do {
+      grid[axis].scale = powerOfTen(-decimals);
+    } while (!holdsAll() && ++decimals <= kMostDecimals);
+    if (decimals > kMostDecimals) return std::nullopt;
+  }
+  return grid;
 }
 
 /// The finest power of ten by which the extent of an axis fits into 31 bits.
@@ -122,6 +189,7 @@ Outcome<CoordinateGrid> searchGrid(const ExportSource& source, bool isLossy) {
     if (encodePositions(*sample, candidate, false)) return candidate;
   }
   if (const auto found = Fiber::Container::findGrid(*sample, hintOf(source))) return *found;
+  if (const auto found = decimalGrid(*sample)) return *found;
   if (isLossy) {
     const CoordinateGrid round = roundGrid(*sample, source);
     if (!std::isfinite(round[0].scale + round[1].scale + round[2].scale)) {
@@ -130,38 +198,6 @@ Outcome<CoordinateGrid> searchGrid(const ExportSource& source, bool isLossy) {
     return round;
   }
   return Failure{"positions: no scale and offset hold them exactly in 32 bits"};
-}
-
-/// The nearest integer; absent when 32 bits do not hold it.
-std::optional<std::int32_t> nearest(double value, const AxisGrid& axis) {
-  const double raw = std::round((value - axis.offset) / axis.scale);
-  if (!(raw >= std::numeric_limits<std::int32_t>::min()) ||
-      !(raw <= std::numeric_limits<std::int32_t>::max())) {
-    return std::nullopt;
-  }
-  return static_cast<std::int32_t>(raw);
-}
-
-Failure cannotHold(double value, std::size_t axis, const AxisGrid& grid, const char* why) {
-  return Failure{fmt::format("positions: {} {}, found {} = {}, scale {}, offset {}", "coordinate",
-                             why, "xyz"[axis], value, grid.scale, grid.offset)};
-}
-
-/// Point by point, to round or to find what cannot be held.
-Outcome<RawPositions> encodeOneByOne(std::span<const double> xyz, const CoordinateGrid& grid,
-                                     bool isLossy) {
-  RawPositions raw;
-  for (auto& column : raw.columns) column.resize(xyz.size() / 3);
-  for (std::size_t i = 0; i < xyz.size(); ++i) {
-    const AxisGrid& axis = grid[i % 3];
-    const auto found = nearest(xyz[i], axis);
-    if (!found) return cannotHold(xyz[i], i % 3, axis, "beyond 32 bits");
-    const double scaled = *found * axis.scale;
-    const double back = scaled + axis.offset;
-    if (!isLossy && back != xyz[i]) return cannotHold(xyz[i], i % 3, axis, "not exact");
-    raw.columns[i % 3][i / 3] = *found;
-  }
-  return raw;
 }
 
 }  // namespace

@@ -2,7 +2,9 @@
 //
 // Scaling: scale and offset of the coordinates of a new file, and coordinates as its integers.
 // Rounding: coordinate = integer * scale + offset, one multiplication and one addition, each
-// rounded; an integer is exact when that gives the identical coordinate.
+// rounded. An integer is exact when that gives the identical coordinate, or one that differs by
+// last bits alone: a coordinate of decimal digits, as text files have them, is rarely the very
+// double that the formula gives, and the integer tells its digits all the same.
 
 #pragma once
 

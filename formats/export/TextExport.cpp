@@ -66,12 +66,15 @@ class Exporter {
     return header ? writer_->append(*header) : Outcome<void>(header.failure());
   }
 
-  /// The columns of a fragment, or their names alone.
+  /// The columns of a fragment, or, for the header, those of no points.
   std::vector<TextColumn> columnsOf(const FragmentColumns* fragment) const {
     const ExportSource& source = *job_.source;
     std::vector<TextColumn> columns;
-    columns.push_back({"Positions", fragment == nullptr ? nullptr : fragment->positions,
-                       decimalsOf(source.positions->properties())});
+    static const auto kNoPoints =
+        MemCore::makeStrong<PositionArray>(std::array<std::uint64_t, 1>{0});
+    const MemCore::StrongPtr<Fiber::MemBase> positions =
+        fragment == nullptr ? kNoPoints : fragment->positions;
+    columns.push_back({"Positions", positions, decimalsOf(source.positions->properties())});
     for (const std::size_t number : job_.fields) {
       const ExportField& field = source.fields[number];
       columns.push_back({field.name, fragment == nullptr ? nullptr : fragment->fields[number],

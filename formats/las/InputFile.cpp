@@ -33,6 +33,11 @@ Outcome<std::shared_ptr<const InputFile>> InputFile::open(const std::string& pat
   const int descriptor = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (descriptor < 0)
     return Failure{fmt::format("{}: cannot be opened, {}", path, errorText(errno))};
+  return adopt(path, descriptor);
+}
+
+Outcome<std::shared_ptr<const InputFile>> InputFile::adopt(const std::string& path,
+                                                           int descriptor) {
   struct stat facts {};
   if (::fstat(descriptor, &facts) != 0) {
     const int error = errno;

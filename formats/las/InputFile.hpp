@@ -23,6 +23,11 @@ class InputFile {
   /// Errors: missing, unreadable, or not a regular file (directory, FIFO, device).
   static MemCore::Outcome<std::shared_ptr<const InputFile>> open(const std::string& path);
 
+  /// Takes over an open descriptor of a regular file without a name of its own; failures name
+  /// `path`. Errors: its size cannot be told, or it is no regular file; it is then closed.
+  static MemCore::Outcome<std::shared_ptr<const InputFile>> adopt(const std::string& path,
+                                                                  int descriptor);
+
   ~InputFile();
   InputFile(const InputFile&) = delete;
   InputFile& operator=(const InputFile&) = delete;

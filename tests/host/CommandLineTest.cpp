@@ -117,6 +117,19 @@ TEST(CommandLine, InputsMayFollowRepeatedFlags) {
   EXPECT_EQ(options.filters.fields, (std::set<std::string>{"x"}));
 }
 
+TEST(CommandLine, ColumnsOfTextFilesAreNamedInOneFlag) {
+  const std::vector<std::string> names{"x", "y", "z", "-"};
+  EXPECT_EQ(parsed<InfoOptions>({"info", "a.xyz", "--columns", "x,y,z,-"}).columns, names);
+  EXPECT_EQ(parsed<SplitOptions>({"split", "a.xyz", "-o", "b.f5", "--columns=x,y,z,-"}).columns,
+            names);
+  EXPECT_EQ(
+      parsed<ImportOptions>({"import", "a.xyz", "-o", "b.f5", "--columns", "x,y,z,-"}).columns,
+      names);
+  EXPECT_EQ(
+      parsed<ImportOptions>({"import", "a.xyz", "-o", "b.f5", "--columns", "-,x,y,z"}).columns,
+      (std::vector<std::string>{"-", "x", "y", "z"}));
+}
+
 TEST(CommandLine, InputMayBeNamedLikeACommand) {
   EXPECT_EQ(parsed<InfoOptions>({"info", "split"}).inputs, (std::vector<std::string>{"split"}));
 }
@@ -135,6 +148,7 @@ TEST(CommandLine, MistakesAreOneLineWithTheFlag) {
       {"info", "a.las", "--start", "1,0,0", "--end", "0,0,0"},
       {"info", "a.las", "--start", "1,0"},
       {"info", "a.las", "--time", "nan"},
+      {"info", "a.xyz", "--columns", "x,y"},
       {"info", "a.las", "--min-points", "4294967296"},
       {"info", "a.las", "--threads", "0"},
       {"info", "a.las", "-q", "-v"},

@@ -40,6 +40,41 @@ TEST_F(InputResolverTest, FolderStandsForItsFilesInOrder) {
   EXPECT_EQ(input->files, (std::vector<std::string>{at("a.las"), at("b.LAZ")}));
 }
 
+TEST_F(InputResolverTest, TextFilesAreAKindOfTheirOwn) {
+  for (const char* name : {"a.xyz", "a.TXT", "a.csv", "a.xyz.gz", "a.CSV.GZ"}) {
+    const auto input = resolveInput({make(name)});
+    ASSERT_TRUE(input.ok()) << name;
+    EXPECT_EQ(input->kind, InputKind::TextClouds) << name;
+  }
+  EXPECT_EQ(resolveInput({make("a.las.gz")}).stop().code, ExitCode::Usage);
+  EXPECT_EQ(resolveInput({make("a.gz")}).stop().code, ExitCode::Usage);
+}
+
+TEST_F(InputResolverTest, FolderOfTextsAloneIsRead) {
+  make("b.txt");
+  make("a.csv");
+  const auto input = resolveInput({at("")});
+  ASSERT_TRUE(input.ok());
+  EXPECT_EQ(input->files, (std::vector<std::string>{at("a.csv"), at("b.txt")}));
+}
+
+TEST_F(InputResolverTest, TextsBesideOtherFilesOfAFolderAreTakenForNotes) {
+  make("b.xyz");
+  make("notes.txt");
+  make("table.csv");
+  const auto input = resolveInput({at("")});
+  ASSERT_TRUE(input.ok());
+  EXPECT_EQ(input->files, std::vector<std::string>{at("b.xyz")});
+  make("c.las");
+  EXPECT_EQ(resolveInput({at("")}).stop().code, ExitCode::Usage);
+}
+
+TEST_F(InputResolverTest, TextAndLasTogetherAreAUsageMistake) {
+  const auto input = resolveInput({make("a.las"), make("b.txt")});
+  ASSERT_FALSE(input.ok());
+  EXPECT_EQ(input.stop().code, ExitCode::Usage);
+}
+
 TEST_F(InputResolverTest, PatternMatchesInOrder) {
   make("tile2.las");
   make("tile1.las");
@@ -71,7 +106,8 @@ TEST_F(InputResolverTest, BundlesAndCloudsTogetherAreAUsageMistake) {
   EXPECT_EQ(input.stop().code, ExitCode::Usage);
   EXPECT_EQ(input.stop().text,
             at("b.f5") + ": cannot be read together with " + at("a.las") +
-                ", expected bundles (.f5) or point clouds (.las, .laz), not both");
+                ", expected bundles (.f5), LAS files (.las, .laz) or text files (.xyz, .txt, "
+                ".csv), one kind alone");
 }
 
 TEST_F(InputResolverTest, WhatIsNotThereIsNamed) {
@@ -81,11 +117,12 @@ TEST_F(InputResolverTest, WhatIsNotThereIsNamed) {
 }
 
 TEST_F(InputResolverTest, UnknownKindIsAUsageMistake) {
-  const auto input = resolveInput({make("notes.txt")});
+  const auto input = resolveInput({make("notes.md")});
   ASSERT_FALSE(input.ok());
   EXPECT_EQ(input.stop().code, ExitCode::Usage);
-  EXPECT_EQ(input.stop().text,
-            at("notes.txt") + ": unknown kind of file, expected .las, .laz or .f5");
+  EXPECT_EQ(
+      input.stop().text,
+      at("notes.md") + ": unknown kind of file, expected .las, .laz, .xyz, .txt, .csv or .f5");
 }
 
 TEST_F(InputResolverTest, EmptyFolderIsAFailure) {

@@ -76,6 +76,7 @@ TEST_F(PlanFileTest, EveryParameterThatShapesTilesIsCompared) {
             "fields: all there, a,b now");
   EXPECT_EQ(differsWith([](auto& o) { o.keepOrder = true; }),
             "fields: all there, all in known order now");
+  EXPECT_NE(differsWith([](auto& o) { o.columns = {"x", "y", "z"}; }), "");
   EXPECT_EQ(differsWith([](auto& o) { o.tiling.fragmentLength[0] = 5.0; }),
             "grid points at time 0: 3 x 3 x 1 tiles of 10 x 10 x 1 from 0,0,0 there, "
             "5 x 3 x 1 tiles of 5 x 10 x 1 from 0,0,0 now");

@@ -85,5 +85,16 @@ TEST(ValueParsing, DecimalCommaLocaleChangesNothing) {
   std::setlocale(LC_NUMERIC, former.c_str());
 }
 
+TEST(ValueParsing, ColumnNamesNameEveryAxisOnce) {
+  const auto names = parseColumnNames("x, y,z,Intensity,-");
+  ASSERT_TRUE(names.ok()) << names.error();
+  EXPECT_EQ(*names, (std::vector<std::string>{"x", "y", "z", "Intensity", "-"}));
+  EXPECT_EQ(parseColumnNames("x,y").error(),
+            "no column for z, found \"x y\", expected one of each of x, y and z");
+  EXPECT_EQ(parseColumnNames("x,y,,z").error(),
+            "found \"x,y,,z\", expected a name for every column, - to leave it out");
+  EXPECT_FALSE(parseColumnNames("").ok());
+}
+
 }  // namespace
 }  // namespace Host
