@@ -23,6 +23,8 @@ ALLOWED = {
     # LAS and LAZ files as such know only how a failure is said; the clouds made of them know bundles.
     "formats": ["datamodel/memcore"],
     "formats/cloud": ["formats", *DATAMODEL],
+    # Grids as point files: the way back.
+    "formats/export": ["formats", "datamodel/container", *DATAMODEL],
     "formats/catalog": ["formats", "datamodel/memcore"],
     "formats/text": ["formats", *DATAMODEL],
     "formats/export": ["formats", *DATAMODEL],

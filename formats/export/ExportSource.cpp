@@ -18,32 +18,6 @@ using MemCore::StrongPtr;
 
 namespace {
 
-ElementType elementTypeOf(ScalarKind kind) {
-  switch (kind) {
-    case ScalarKind::Int8:
-      return ElementType::Int8;
-    case ScalarKind::UInt8:
-      return ElementType::UInt8;
-    case ScalarKind::Int16:
-      return ElementType::Int16;
-    case ScalarKind::UInt16:
-      return ElementType::UInt16;
-    case ScalarKind::Int32:
-      return ElementType::Int32;
-    case ScalarKind::UInt32:
-      return ElementType::UInt32;
-    case ScalarKind::Int64:
-      return ElementType::Int64;
-    case ScalarKind::UInt64:
-      return ElementType::UInt64;
-    case ScalarKind::Float32:
-      return ElementType::Float32;
-    case ScalarKind::Float64:
-      break;
-  }
-  return ElementType::Float64;
-}
-
 std::vector<ExportFragment> fragmentsOf(const StrongPtr<Fiber::Field>& positions) {
   std::vector<ExportFragment> fragments;
   for (const auto& id : positions->getFragmentIDs()) {
@@ -83,6 +57,32 @@ Outcome<std::optional<ExportField>> describe(const std::string& name,
 }
 
 }  // namespace
+
+ElementType elementTypeOf(ScalarKind kind) {
+  switch (kind) {
+    case ScalarKind::Int8:
+      return ElementType::Int8;
+    case ScalarKind::UInt8:
+      return ElementType::UInt8;
+    case ScalarKind::Int16:
+      return ElementType::Int16;
+    case ScalarKind::UInt16:
+      return ElementType::UInt16;
+    case ScalarKind::Int32:
+      return ElementType::Int32;
+    case ScalarKind::UInt32:
+      return ElementType::UInt32;
+    case ScalarKind::Int64:
+      return ElementType::Int64;
+    case ScalarKind::UInt64:
+      return ElementType::UInt64;
+    case ScalarKind::Float32:
+      return ElementType::Float32;
+    case ScalarKind::Float64:
+      break;
+  }
+  return ElementType::Float64;
+}
 
 std::uint64_t ExportSource::pointCount() const {
   return std::accumulate(

@@ -54,6 +54,9 @@ struct ExportSource {
 /// data are no numbers per point.
 MemCore::Outcome<ExportSource> exportSource(const Fiber::Grid& grid);
 
+/// The element type of numbers of the data model.
+ElementType elementTypeOf(Fiber::ScalarKind kind);
+
 /// The data of one fragment of a field. Errors: the data cannot be made, or are not as many as
 /// there are points.
 MemCore::Outcome<MemCore::StrongPtr<Fiber::MemBase>> columnOf(const Fiber::Field& field,

@@ -8,6 +8,8 @@
 #include <limits>
 #include <map>
 #include <optional>
+#include <type_traits>
+#include <utility>
 
 #include "formats/cloud/ColumnTypes.hpp"
 
@@ -19,6 +21,8 @@ using MemCore::Outcome;
 namespace {
 
 constexpr std::size_t kNameBytes = 32;
+/// A descriptor has one byte to count bytes in.
+constexpr std::size_t kMostBytesDescribed = 255;
 
 /// The fields of one descriptor of a file; of bytes without one, all of them.
 struct Attribute {
@@ -52,16 +56,47 @@ ExtraBytesDescriptor describeBytes(std::size_t count) {
   return descriptor;
 }
 
+/// Descriptors for as many bytes.
+void describeBytesInto(std::vector<ExtraBytesDescriptor>& descriptors, std::size_t count) {
+  for (; count > 0; count -= std::min(count, kMostBytesDescribed)) {
+    descriptors.push_back(describeBytes(std::min(count, kMostBytesDescribed)));
+  }
+}
+
 template <class T>
 std::optional<T> numberOf(const MemCore::Attributes& properties, const char* name) {
   const auto chunk = MemCore::chunkCast<T>(properties.getAttribute(name));
   return chunk && chunk->size() == 1 ? std::optional<T>((*chunk)[0]) : std::nullopt;
 }
 
-std::optional<ExtraBytesValue> noDataOf(const MemCore::Attributes& properties) {
-  if (const auto value = numberOf<std::uint64_t>(properties, "NoData")) return *value;
-  if (const auto value = numberOf<std::int64_t>(properties, "NoData")) return *value;
-  if (const auto value = numberOf<double>(properties, "NoData")) return *value;
+/// A number as descriptors of fields of this type hold it; absent where they cannot.
+template <class T>
+std::optional<ExtraBytesValue> wideValue(T value, ElementType type) {
+  return withElementType(type, [&]<class E>(std::type_identity<E>) {
+    if constexpr (std::is_floating_point_v<E>) {
+      return std::optional<ExtraBytesValue>(static_cast<double>(value));
+    } else if constexpr (std::is_floating_point_v<T>) {
+      return std::optional<ExtraBytesValue>();
+    } else if constexpr (std::is_signed_v<E>) {
+      const bool fits = std::in_range<std::int64_t>(value);
+      return fits ? std::optional<ExtraBytesValue>(static_cast<std::int64_t>(value)) : std::nullopt;
+    } else {
+      const bool fits = std::in_range<std::uint64_t>(value);
+      return fits ? std::optional<ExtraBytesValue>(static_cast<std::uint64_t>(value))
+                  : std::nullopt;
+    }
+  });
+}
+
+/// Joining files can have given a field another type than its property.
+std::optional<ExtraBytesValue> noDataOf(const MemCore::Attributes& properties, ElementType type) {
+  if (const auto value = numberOf<std::uint64_t>(properties, "NoData")) {
+    return wideValue(*value, type);
+  }
+  if (const auto value = numberOf<std::int64_t>(properties, "NoData")) {
+    return wideValue(*value, type);
+  }
+  if (const auto value = numberOf<double>(properties, "NoData")) return wideValue(*value, type);
   return std::nullopt;
 }
 
@@ -96,6 +131,10 @@ class Planner {
       if (!layout) return Failure{fmt::format("{}: {}", file.name, layout.error())};
       layouts.push_back(std::move(*layout));
     }
+    // Without points there are no fields that could be missed.
+    if (source_.fragments.empty() && open_.empty() && !layouts.empty()) {
+      return verbatim(layouts.front());
+    }
     bool isWhole = !layouts.empty();
     for (const PointLayout& layout : layouts) {
       for (const Attribute& attribute : attributesOf(layout)) {
@@ -128,8 +167,11 @@ class Planner {
       numbers.push_back(found->second);
     }
     const bool isDescribed = attribute.fields.front()->meaning != nullptr;
-    plan_.descriptors.push_back(isDescribed ? attribute.descriptor
-                                            : describeBytes(attribute.fields.size()));
+    if (isDescribed) {
+      plan_.descriptors.push_back(attribute.descriptor);
+    } else {
+      describeBytesInto(plan_.descriptors, attribute.fields.size());
+    }
     for (const std::size_t number : numbers) {
       place(number, 0, source_.fields[number].type);
       open_.erase(source_.fields[number].name);
@@ -167,7 +209,7 @@ class Planner {
     ExtraBytesDescriptor descriptor = describeExtraBytes(std::move(name), field.type, about);
     descriptor.scale = triple(numberOf<double>(properties, "Scale"));
     descriptor.offset = triple(numberOf<double>(properties, "Offset"));
-    descriptor.noData = triple(noDataOf(properties));
+    descriptor.noData = triple(noDataOf(properties, field.type));
     setOptions(descriptor);
     return descriptor;
   }

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include <cstring>
+#include <set>
 
 #include "datamodel/container/ParallelTexts.hpp"
 
@@ -22,13 +23,26 @@ struct LoadTask {
   std::string name;
   const ExportFragment* fragment = nullptr;
   MemCore::StrongPtr<Fiber::MemBase>* into = nullptr;
-  bool mayBeAbsent = false;
+  const ExportField* described = nullptr;  ///< may be absent then, and has this type
 };
 
+/// Whether data are what the field's first fragment says of all. Where two fragments differ, bytes
+/// of one would be taken for numbers of the other.
+bool isAsDescribed(const Fiber::MemBase& data, const ExportField& field,
+                   const ExportFragment& fragment) {
+  const auto type = data.type();
+  return type && elementTypeOf(type->scalar()) == field.type &&
+         data.byteCount() == fragment.pointCount * elementBytes(field.type) * field.components;
+}
+
 Outcome<void> load(const LoadTask& task) {
-  if (task.mayBeAbsent && !task.field->getCreator(task.fragment->id)) return {};
+  if (task.described != nullptr && !task.field->getCreator(task.fragment->id)) return {};
   auto column = columnOf(*task.field, task.name, *task.fragment);
   if (!column) return column.failure();
+  if (task.described != nullptr && !isAsDescribed(**column, *task.described, *task.fragment)) {
+    return Failure{fmt::format("field {}: fragment {}: another type than in other fragments",
+                               task.name, task.fragment->id->name())};
+  }
   *task.into = std::move(*column);
   return {};
 }
@@ -37,15 +51,16 @@ void addTasks(const ExportSource& source, const ColumnNeeds& needs, FragmentColu
               std::vector<LoadTask>& tasks) {
   const ExportFragment* fragment = columns.fragment;
   columns.fields.resize(source.fields.size());
-  for (const std::size_t number : needs.fields) {
+  // Each once: two threads must not fill the same column.
+  for (const std::size_t number : std::set(needs.fields.begin(), needs.fields.end())) {
     const ExportField& field = source.fields[number];
-    tasks.push_back({field.field.get(), field.name, fragment, &columns.fields[number], true});
+    tasks.push_back({field.field.get(), field.name, fragment, &columns.fields[number], &field});
   }
   if (needs.samples) {
-    tasks.push_back({source.samples.get(), "Waveforms", fragment, &columns.samples, false});
+    tasks.push_back({source.samples.get(), "Waveforms", fragment, &columns.samples, nullptr});
   }
   if (needs.lengths) {
-    tasks.push_back({source.lengths.get(), "FWFLength", fragment, &columns.lengths, false});
+    tasks.push_back({source.lengths.get(), "FWFLength", fragment, &columns.lengths, nullptr});
   }
 }
 

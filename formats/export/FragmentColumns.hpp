@@ -60,8 +60,8 @@ struct ColumnNeeds {
   bool lengths = false;
 };
 
-/// Loads fragments, several columns at once, and chooses their points.
-/// Errors: the first column that cannot be had.
+/// Loads fragments, several columns at once, and chooses their points. A field that is needed twice
+/// is loaded once. Errors: the first column that cannot be had, or that is not of its field's type.
 MemCore::Outcome<std::vector<FragmentColumns>> loadFragments(
     const ExportSource& source, std::span<const ExportFragment> fragments, const ColumnNeeds& needs,
     const PointChooser& choose);

@@ -40,6 +40,7 @@ struct Piece {
   std::vector<Stretch> stretches;
   std::vector<std::byte> records;
   std::size_t carriedPoints = 0;  ///< at the front, encoded before
+  std::size_t points = 0;         ///< all of them
   EncodedChunk encoded;
 };
 
@@ -150,7 +151,7 @@ class Exporter {
     if (!loaded) return loaded.failure();
     std::vector<Piece> pieces = cut(*loaded);
     std::uint64_t bytes = 0;
-    for (const Piece& piece : pieces) bytes += piecePoints(piece) * recordBytes_;
+    for (const Piece& piece : pieces) bytes += piece.points * recordBytes_;
     const auto encoded =
         parallelTexts(pieces.size(), bytes, [&](std::size_t i) { return encode(pieces[i]); });
     if (!encoded) return encoded.failure();
@@ -167,29 +168,24 @@ class Exporter {
       Piece& piece = pieces.emplace_back();
       piece.records = std::exchange(carried_, {});
       piece.carriedPoints = piece.records.size() / recordBytes_;
+      piece.points = piece.carriedPoints;
     };
     for (const FragmentColumns& fragment : loaded) {
       const std::size_t count = fragment.choice.countOf(*fragment.fragment);
       for (std::size_t first = 0; first < count;) {
-        if (pieces.empty() || piecePoints(pieces.back()) == LasWriter::chunkPoints()) startPiece();
-        const std::size_t room = LasWriter::chunkPoints() - piecePoints(pieces.back());
-        const std::size_t taken = std::min(room, count - first);
-        pieces.back().stretches.push_back({&fragment, first, taken});
+        if (pieces.empty() || pieces.back().points == LasWriter::chunkPoints()) startPiece();
+        Piece& piece = pieces.back();
+        const std::size_t taken = std::min(LasWriter::chunkPoints() - piece.points, count - first);
+        piece.stretches.push_back({&fragment, first, taken});
+        piece.points += taken;
         first += taken;
       }
     }
     return pieces;
   }
 
-  static std::size_t piecePoints(const Piece& piece) {
-    std::size_t points = piece.carriedPoints;
-    for (const Stretch& stretch : piece.stretches) points += stretch.count;
-    return points;
-  }
-
   Outcome<void> encode(Piece& piece) {
-    const std::size_t points = piecePoints(piece);
-    piece.records.resize(points * recordBytes_);
+    piece.records.resize(piece.points * recordBytes_);
     auto rest = std::span(piece.records).subspan(piece.carriedPoints * recordBytes_);
     std::vector<std::uint64_t> waveOffsets;
     for (const Stretch& stretch : piece.stretches) {
@@ -204,7 +200,7 @@ class Exporter {
       rest = rest.subspan(records.size());
     }
     if (ordered_) return scatter(piece);
-    if (points < LasWriter::chunkPoints()) return {};
+    if (piece.points < LasWriter::chunkPoints()) return {};
     auto encoded = writer_->encodeChunk(piece.records);
     if (!encoded) return encoded.failure();
     piece.encoded = std::move(*encoded);
@@ -228,10 +224,9 @@ class Exporter {
   }
 
   Outcome<void> append(Piece& piece) {
-    const std::size_t points = piecePoints(piece);
-    result_.points += points - piece.carriedPoints;
+    result_.points += piece.points - piece.carriedPoints;
     if (ordered_) return {};
-    if (points < LasWriter::chunkPoints()) {
+    if (piece.points < LasWriter::chunkPoints()) {
       carried_ = std::move(piece.records);
       return {};
     }

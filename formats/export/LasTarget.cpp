@@ -82,6 +82,7 @@ class TargetMaker {
   /// Whether points are to name waveform packets; says so when something is missing for that.
   bool keepsPacketFields() {
     if (options_.waveforms == WaveformPlace::Nowhere) return false;
+    if (source_.fragments.empty()) return isFromWaveformFiles();
     const bool isNamed = source_.find(kWaveDescriptorField) && source_.find(kWaveOffsetField) &&
                          source_.find(kWaveSizeField);
     if (source_.samples && !isNamed) {
@@ -94,6 +95,13 @@ class TargetMaker {
           "grid {}: has no waveforms: points name packets that are not there", source_.gridName));
     }
     return isNamed;
+  }
+
+  /// A grid without points has no fields to tell by.
+  bool isFromWaveformFiles() const {
+    return std::any_of(source_.files.begin(), source_.files.end(), [](const SourceFile& file) {
+      return formatHasWaveforms(file.header.pointFormat);
+    });
   }
 
   /// Descriptors of packets that no point names.

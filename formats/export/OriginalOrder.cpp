@@ -15,10 +15,8 @@ using MemCore::Outcome;
 namespace {
 
 constexpr std::size_t kFragmentsAtOnce = 16;
-constexpr std::uint64_t kBits = 64;
-constexpr std::uint64_t kWordsPerCount = 8;
 
-/// Beyond this no file of ours numbers its points; a damaged number must not take all memory.
+/// Beyond this no file of ours numbers its points.
 constexpr std::uint64_t kMostPoints = std::uint64_t{1} << 38U;
 
 template <class T>
@@ -35,31 +33,38 @@ bool hasType(const ExportSource& source, const char* name, ElementType type) {
 }  // namespace
 
 bool RankedBits::set(std::uint64_t number) {
-  const std::uint64_t word = number / kBits;
-  if (word >= words_.size()) words_.resize(std::max(word + 1, words_.size() * 2));
-  const std::uint64_t bit = std::uint64_t{1} << (number % kBits);
-  if ((words_[word] & bit) != 0) return false;
-  words_[word] |= bit;
+  std::uint64_t& word = pages_[number / kPageBits].words[number % kPageBits / kWordBits];
+  const std::uint64_t bit = std::uint64_t{1} << (number % kWordBits);
+  if ((word & bit) != 0) return false;
+  word |= bit;
   ++size_;
   return true;
 }
 
 void RankedBits::count() {
+  std::vector<std::uint64_t> numbers;
+  numbers.reserve(pages_.size());
+  for (const auto& [number, page] : pages_) numbers.push_back(number);
+  std::sort(numbers.begin(), numbers.end());
   std::uint64_t before = 0;
-  for (std::size_t w = 0; w < words_.size(); ++w) {
-    if (w % kWordsPerCount == 0) before_.push_back(before);
-    before += static_cast<std::uint64_t>(std::popcount(words_[w]));
+  for (const std::uint64_t number : numbers) {
+    Page& page = pages_[number];
+    page.before = before;
+    unsigned inPage = 0;
+    for (std::size_t w = 0; w < kPageWords; ++w) {
+      page.beforeWord[w] = static_cast<std::uint16_t>(inPage);
+      inPage += static_cast<unsigned>(std::popcount(page.words[w]));
+    }
+    before += inPage;
   }
 }
 
 std::uint64_t RankedBits::rank(std::uint64_t number) const {
-  const std::uint64_t word = number / kBits;
-  std::uint64_t rank = before_[word / kWordsPerCount];
-  for (std::uint64_t w = word - word % kWordsPerCount; w < word; ++w) {
-    rank += static_cast<std::uint64_t>(std::popcount(words_[w]));
-  }
-  const std::uint64_t below = (std::uint64_t{1} << (number % kBits)) - 1;
-  return rank + static_cast<std::uint64_t>(std::popcount(words_[word] & below));
+  const Page& page = pages_.find(number / kPageBits)->second;
+  const std::size_t word = number % kPageBits / kWordBits;
+  const std::uint64_t below = (std::uint64_t{1} << (number % kWordBits)) - 1;
+  return page.before + page.beforeWord[word] +
+         static_cast<std::uint64_t>(std::popcount(page.words[word] & below));
 }
 
 bool OriginalOrder::isKnown(const ExportSource& source) {

@@ -2,14 +2,17 @@
 //
 // OriginalOrder: the order that the points of a grid had in their files, from the fields
 // "SourceFile" (number of the file) and "SourceIndex" (number of the point in it). Points that are
-// missing leave no gap. Memory: one bit per point of the files, and an eighth of that.
+// missing leave no gap. Memory: one bit per point of the files, and a fifteenth of that; where
+// points are far apart, at most 600 bytes for each.
 // Threads: const members may be called by any number of threads at once.
 
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <span>
+#include <unordered_map>
 #include <vector>
 
 #include "datamodel/memcore/Outcome.hpp"
@@ -18,20 +21,29 @@
 
 namespace Formats {
 
-/// Numbers that are set, and how many of them are below one.
+/// Numbers that are set, and how many of them are below one. Kept in pages, so that one damaged
+/// number does not take the room of all below it.
 class RankedBits {
  public:
   /// False: it was set already.
   bool set(std::uint64_t number);
   /// To be called once, between the last set() and the first rank().
   void count();
-  /// Set numbers below this one.
+  /// Set numbers below this one. Requires: it is set itself.
   std::uint64_t rank(std::uint64_t number) const;
   std::uint64_t size() const { return size_; }
 
  private:
-  std::vector<std::uint64_t> words_;
-  std::vector<std::uint64_t> before_;  ///< set in front of every eighth word
+  static constexpr std::size_t kWordBits = 64;
+  static constexpr std::size_t kPageWords = 64;
+  static constexpr std::size_t kPageBits = kWordBits * kPageWords;
+  struct Page {
+    std::array<std::uint64_t, kPageWords> words{};
+    std::array<std::uint16_t, kPageWords> beforeWord{};  ///< set in front of each word
+    std::uint64_t before = 0;                            ///< set in front of the page
+  };
+
+  std::unordered_map<std::uint64_t, Page> pages_;  ///< by number / kPageBits
   std::uint64_t size_ = 0;
 };
 

@@ -21,6 +21,16 @@ namespace {
 /// Loaded at once while packets are gathered.
 constexpr std::size_t kFragmentsAtOnce = 16;
 
+/// Written at once while packets stand in a row.
+constexpr std::size_t kRunBytes = std::size_t{4} << 20U;
+
+/// Padding behind the samples of a packet that is written with them; longer ones stay holes.
+constexpr std::size_t kShortPadding = 4096;
+
+/// Packets that are longer than their samples by more than all this come from damaged numbers.
+constexpr std::uint64_t kMostPaddingBytes = std::uint64_t{64} << 20U;
+constexpr std::uint64_t kMostPaddingFactor = 16;
+
 template <class T>
 std::span<const T> elementsOf(const MemCore::StrongPtr<Fiber::MemBase>& column) {
   const auto chunk = column ? MemCore::chunkCast<T>(column->elements()) : nullptr;
@@ -55,6 +65,10 @@ class PacketPlan::Names {
     }
     return Failure{fmt::format("waveforms: fragment {}: packets are not named as LAS names them",
                                fragment.fragment->id->name())};
+  }
+
+  std::uint64_t sampleBytes(std::size_t row) const {
+    return std::uint64_t{lengths_[row]} * plan_.sampleBytes_[descriptors_[row]];
   }
 
   Named at(std::size_t row) const {
@@ -99,6 +113,7 @@ Outcome<std::unique_ptr<PacketPlan>> PacketPlan::make(
   std::unique_ptr<PacketPlan> plan(new PacketPlan(fields, source.files.size() > 1, descriptors));
   ColumnNeeds needs{{fields.descriptor, fields.offset, fields.size}, plan->hashesContent_, true};
   needs.fields.insert(needs.fields.end(), choose.fields.begin(), choose.fields.end());
+  std::uint64_t sampleBytes = 0;
   while (!fragments.empty()) {
     const std::size_t count = std::min(kFragmentsAtOnce, fragments.size());
     const auto loaded = loadFragments(source, fragments.first(count), needs, choose.choose);
@@ -110,12 +125,19 @@ Outcome<std::unique_ptr<PacketPlan>> PacketPlan::make(
       for (std::size_t i = 0; i < chosen; ++i) {
         const Named named = names.at(chosenRow(fragment, i));
         const bool isRepeated = !plan->keys_.empty() && plan->keys_.back() == named.key;
+        if (named.isThere) sampleBytes += names.sampleBytes(chosenRow(fragment, i));
         if (named.isThere && !isRepeated) plan->keys_.push_back(named.key);
       }
     }
     fragments = fragments.subspan(count);
   }
   plan->place();
+  if (plan->byteCount() > kMostPaddingBytes + kMostPaddingFactor * sampleBytes) {
+    return Failure{
+        fmt::format("waveforms: impossible packet sizes, found {} bytes for samples of "
+                    "{} bytes",
+                    plan->byteCount(), sampleBytes)};
+  }
   return plan;
 }
 
@@ -148,12 +170,14 @@ std::size_t PacketPlan::find(const Key& key) const {
                                   keys_.begin());
 }
 
-/// The samples in the width that the descriptor tells; as many bytes as the point says.
+/// The samples in the width that the descriptor tells, and short padding up to the size that the
+/// point says.
 void PacketPlan::appendSamples(const Named& named, std::vector<std::byte>& bytes) const {
   const std::size_t start = bytes.size();
-  bytes.resize(start + named.key.size);
   const std::size_t width = sampleBytes_[named.descriptor];
   const std::size_t count = std::min(named.samples.size(), named.key.size / width);
+  const std::size_t padding = named.key.size - count * width;
+  bytes.resize(start + count * width + (padding <= kShortPadding ? padding : 0));
   for (std::size_t i = 0; i < count; ++i) {
     if (width == 1) {
       bytes[start + i] = static_cast<std::byte>(named.samples[i]);
@@ -191,9 +215,9 @@ Outcome<void> PacketPlan::write(const FragmentColumns& fragment, std::size_t fir
   for (std::size_t i = 0; i < claims.size();) {
     const std::uint64_t start = claims[i].offset;
     run.clear();
-    for (; i < claims.size() && claims[i].offset == start + run.size(); ++i) {
-      appendSamples(names.at(claims[i].row), run);
-    }
+    do {
+      appendSamples(names.at(claims[i++].row), run);
+    } while (i < claims.size() && claims[i].offset == start + run.size() && run.size() < kRunBytes);
     if (auto written = writer.writeWaveformPacketAt(start, run); !written) return written;
   }
   return {};

@@ -90,10 +90,6 @@ Outcome<void> RecordEncoder::encodeField(std::size_t number, const FragmentColum
   const ChosenElements elements(*column, fragment, first, count);
   const ColumnView view{elements.bytes(), field.type, field.components, mapping.component,
                         mapping.factor};
-  if (elements.bytes().size() != count * elementBytes(field.type) * field.components) {
-    return Failure{fmt::format("field {}: fragment {}: another type than in other fragments",
-                               field.name, fragment.fragment->id->name())};
-  }
   if (fitsAsItStands(view, mapping.target)) {
     const ColumnInput input{&mapping.target, view.values};
     insertColumns(records, recordBytes_, {&input, 1});

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 
 namespace Formats {
@@ -106,6 +107,13 @@ Outcome<RawPositions> encodeOneByOne(std::span<const double> xyz, const Coordina
   return raw;
 }
 
+/// A power of ten, correctly rounded up to 10^22.
+double powerOfTen(int exponent) {
+  double power = 1.0;
+  for (int i = 0; i < std::abs(exponent); ++i) power *= 10.0;
+  return exponent < 0 ? 1.0 / power : power;
+}
+
 /// The coarsest powers of ten that hold all points of a sample, from the floor of their box on.
 std::optional<CoordinateGrid> decimalGrid(std::span<const double> sample) {
   constexpr int kMostDecimals = 9;
@@ -124,7 +132,7 @@ std::optional<CoordinateGrid> decimalGrid(std::span<const double> sample) {
     };
     int decimals = 0;
     do {
-      grid[axis].scale = 1.0 / std::pow(10.0, decimals);
+      grid[axis].scale = powerOfTen(-decimals);
     } while (!holdsAll() && ++decimals <= kMostDecimals);
     if (decimals > kMostDecimals) return std::nullopt;
   }
@@ -134,11 +142,11 @@ std::optional<CoordinateGrid> decimalGrid(std::span<const double> sample) {
 /// The finest power of ten by which the extent of an axis fits into 31 bits.
 AxisGrid roundGrid(double low, double high) {
   constexpr double kSteps = 2147483647.0;
-  constexpr double kFinest = 1e-9;
+  constexpr int kFinest = -9;
   const double offset = std::floor(low);
-  double scale = kFinest;
-  while ((high - offset) / scale > kSteps) scale *= 10.0;
-  return {scale, offset};
+  int exponent = kFinest;
+  while ((high - offset) / powerOfTen(exponent) > kSteps) ++exponent;
+  return {powerOfTen(exponent), offset};
 }
 
 CoordinateGrid roundGrid(std::span<const double> sample, const ExportSource& source) {
@@ -147,6 +155,7 @@ CoordinateGrid roundGrid(std::span<const double> sample, const ExportSource& sou
   low.fill(std::numeric_limits<double>::max());
   high.fill(std::numeric_limits<double>::lowest());
   const auto include = [&](std::size_t axis, double value) {
+    if (!std::isfinite(value)) return;
     low[axis] = std::min(low[axis], value);
     high[axis] = std::max(high[axis], value);
   };
@@ -161,7 +170,15 @@ CoordinateGrid roundGrid(std::span<const double> sample, const ExportSource& sou
   return {roundGrid(low[0], high[0]), roundGrid(low[1], high[1]), roundGrid(low[2], high[2])};
 }
 
+/// Any will do for a grid without points.
+CoordinateGrid gridWithoutPoints(const ExportSource& source) {
+  const LasHeader usual;
+  const LasHeader& header = source.files.empty() ? usual : source.files.front().header;
+  return hintOf(source).value_or(gridOf(header.scale, header.offset));
+}
+
 Outcome<CoordinateGrid> searchGrid(const ExportSource& source, bool isLossy) {
+  if (source.fragments.empty()) return gridWithoutPoints(source);
   const auto sample = sampleOf(source);
   if (!sample) return sample.failure();
   if (!std::all_of(sample->begin(), sample->end(), [](double v) { return std::isfinite(v); })) {
@@ -173,18 +190,22 @@ Outcome<CoordinateGrid> searchGrid(const ExportSource& source, bool isLossy) {
   }
   if (const auto found = Fiber::Container::findGrid(*sample, hintOf(source))) return *found;
   if (const auto found = decimalGrid(*sample)) return *found;
-  if (isLossy) return roundGrid(*sample, source);
+  if (isLossy) {
+    const CoordinateGrid round = roundGrid(*sample, source);
+    if (!std::isfinite(round[0].scale + round[1].scale + round[2].scale)) {
+      return Failure{"positions: too far apart for 32 bits"};
+    }
+    return round;
+  }
   return Failure{"positions: no scale and offset hold them exactly in 32 bits"};
 }
 
 }  // namespace
 
 Outcome<CoordinateGrid> settleScaling(const ExportSource& source, const LasExportOptions& options) {
-  auto grid = hintOf(source);
+  std::optional<CoordinateGrid> grid;
   if (!source.files.empty() && filesAgree(source)) {
     grid = gridOf(source.files.front().header.scale, source.files.front().header.offset);
-  } else if (source.files.size() > 1) {
-    grid.reset();
   }
   const bool isGiven = options.scale && options.offset;
   if (!grid && !isGiven) {

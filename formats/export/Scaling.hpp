@@ -25,7 +25,8 @@ namespace Formats {
 using CoordinateGrid = Fiber::Container::CoordinateGrid;
 
 /// Scale and offset for all positions of a grid: what the options say; else those that the grid was
-/// read with, when all its files share them; else ones that hold a sample of all fragments exactly.
+/// read with, when all its files share them; else ones that hold a sample of all fragments exactly:
+/// those of a file, those that the positions' properties hint at, any that can be found.
 /// Where there are none (and `isLossy`), a power of ten that uses the 32 bits well.
 /// Errors: no scale is exact and rounding is not allowed, positions that cannot be read, positions
 /// that are no finite numbers.

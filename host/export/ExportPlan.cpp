@@ -14,6 +14,7 @@
 #include "host/NameRules.hpp"
 #include "host/NumberText.hpp"
 #include "host/OutputFile.hpp"
+#include "host/export/MarginChoice.hpp"
 #include "host/export/SourceDivision.hpp"
 #include "host/export/TileNames.hpp"
 #include "host/export/TileOwnership.hpp"
@@ -23,9 +24,6 @@ namespace Host {
 namespace fs = std::filesystem;
 using Formats::ExportFragment;
 using Formats::ExportSource;
-using Formats::FragmentColumns;
-using Formats::PointChoice;
-using Formats::PointChooser;
 
 namespace {
 
@@ -36,31 +34,6 @@ std::string lowerCase(std::string text) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
   });
   return text;
-}
-
-/// The points of a tile by the rule for margins.
-PointChooser marginChooser(const TileOwnership& ownership, OverlapRule rule) {
-  return [ownership, rule](const FragmentColumns& fragment) {
-    PointChoice choice;
-    if (!fragment.fragment->index) return choice;
-    auto owned = ownership.ownedRows(*fragment.positions, *fragment.fragment->index);
-    if (rule == OverlapRule::Drop) {
-      choice.takesAll = false;
-      choice.rows = std::move(owned);
-      return choice;
-    }
-    choice.isMargin.assign(fragment.fragment->pointCount, 1);
-    for (const std::uint32_t row : owned) choice.isMargin[row] = 0;
-    return choice;
-  };
-}
-
-Result<PointChooser> chooserFor(const Fiber::Grid& grid, OverlapRule rule) {
-  if (rule == OverlapRule::Keep) return Formats::everyPoint();
-  const auto ownership = TileOwnership::of(grid);
-  if (!ownership.ok()) return ownership.stop();
-  if (!*ownership) return Formats::everyPoint();
-  return marginChooser(**ownership, rule);
 }
 
 /// The grid with the fields that the user wants, and those that tell the points' order.
@@ -74,6 +47,13 @@ Result<SourceHandle> openSource(const SelectedGrid& selected, const FilterOption
     if (filters.fields.count("Waveforms") == 0) source->samples = nullptr;
   }
   return SourceHandle(std::make_shared<ExportSource>(std::move(*source)));
+}
+
+/// Where a file's waveforms go; empty for none beside it.
+std::string packetPathOf(const PlannedFile& file, WaveformChoice waveforms) {
+  const bool isBeside = waveforms == WaveformChoice::External && file.source->samples;
+  if (!isBeside || file.kind == PointFileKind::Text) return "";
+  return fs::path(file.path).replace_extension(".wdp").string();
 }
 
 /// What a tile's name can be made of, the same for all tiles of a grid but for the tile itself.
@@ -157,6 +137,8 @@ class Planner {
     const bool restores = options_.overlap == OverlapRule::Drop;
     PlannedFile file{*output, kind, *source, (*source)->fragments, *choose, {}, restores, {}};
     add(std::move(file));
+    const Check free = checkPaths();
+    if (!free.ok()) return free.stop();
     return std::move(plan_);
   }
 
@@ -249,7 +231,8 @@ class Planner {
   Check checkPaths() const {
     std::set<std::string> paths;
     std::error_code error;
-    if (fs::exists(plan_.folder, error) && !fs::is_directory(plan_.folder, error)) {
+    if (!plan_.folder.empty() && fs::exists(plan_.folder, error) &&
+        !fs::is_directory(plan_.folder, error)) {
       return failedStop(plan_.folder +
                         ": is no folder; a single file ends in .las, .laz, .xyz, .txt or .csv");
     }
@@ -258,8 +241,15 @@ class Planner {
         return usageStop(
             fmt::format("{}: two parts would get this name; --name tells them apart", file.path));
       }
-      if (!options_.force && fs::exists(file.path, error)) {
-        return failedStop(file.path + ": exists already; --force replaces it");
+      const std::string packets = packetPathOf(file, options_.waveforms);
+      if (!packets.empty() && !paths.insert(packets).second) {
+        return usageStop(fmt::format(
+            "{}: two files would get these waveforms; --waveforms internal keeps them apart",
+            packets));
+      }
+      for (const std::string& path : {file.path, packets}) {
+        if (options_.force || path.empty() || !fs::exists(path, error)) continue;
+        return failedStop(path + ": exists already; --force replaces it");
       }
     }
     return std::monostate{};

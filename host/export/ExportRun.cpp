@@ -12,12 +12,14 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <system_error>
 
 #include "formats/export/LasTarget.hpp"
 #include "formats/export/Scaling.hpp"
 #include "formats/export/TextExport.hpp"
+#include "formats/las/ExceptionEdge.hpp"
 #include "host/Session.hpp"
 #include "host/Signals.hpp"
 #include "host/TileProgress.hpp"
@@ -75,8 +77,10 @@ class FileWriter {
   ExportedFile write(const PlannedFile& file, const Formats::ExportListener& listener) {
     ExportedFile result;
     result.path = file.path;
-    const auto written = file.kind == PointFileKind::Text ? writeText(file, listener, result)
-                                                          : writeLas(file, listener, result);
+    const auto written = Formats::withoutExceptions(file.path, [&] {
+      return file.kind == PointFileKind::Text ? writeText(file, listener, result)
+                                              : writeLas(file, listener, result);
+    });
     if (!written.ok()) result.failure = written.error();
     if (result.result.isWritten) result.bytes = bytesOf(file.path);
     return result;
@@ -150,20 +154,23 @@ class FileWriter {
     return {};
   }
 
-  /// Target and scaling of a file's source.
+  /// Target and scaling of a file's source, or why there are none; found out once.
   Outcome<std::shared_ptr<const Settled>> settle(const PlannedFile& file) {
     const std::lock_guard lock(mutex_);
     auto& known = settled_[file.source.get()];
-    if (known) return known;
+    if (!known) known = settleAnew(file);
+    return *known;
+  }
+
+  Outcome<std::shared_ptr<const Settled>> settleAnew(const PlannedFile& file) {
     const LasExportOptions las = lasOptions(options_, file.kind);
     auto target = Formats::lasTargetOf(*file.source, las);
     if (!target.ok()) return target.failure();
     const auto grid = Formats::settleScaling(*file.source, las);
     if (!grid.ok()) return grid.failure();
     for (const std::string& text : target->notes) noteLocked(text);
-    known = std::make_shared<const Settled>(
+    return std::make_shared<const Settled>(
         Settled{std::make_shared<const Formats::LasTarget>(std::move(*target)), *grid});
-    return known;
   }
 
   void note(const std::string& text) {
@@ -178,7 +185,8 @@ class FileWriter {
   const ExportOptions& options_;
   const bool skipsEmpty_;
   std::mutex mutex_;
-  std::map<const Formats::ExportSource*, std::shared_ptr<const Settled>> settled_;
+  std::map<const Formats::ExportSource*, std::optional<Outcome<std::shared_ptr<const Settled>>>>
+      settled_;
   std::set<std::string> noted_;
   std::vector<std::string> notes_;
 };

@@ -26,12 +26,18 @@ struct FileSpan {
   std::uint32_t last = 0;
 };
 
-Result<FileSpan> filesOf(const ExportField& field, const ExportFragment& fragment) {
+/// Errors: a fragment that does not tell, or that tells a file beyond those that are known.
+Result<FileSpan> filesOf(const ExportField& field, const ExportFragment& fragment,
+                         std::size_t fileCount) {
   const auto creator = field.field->getCreator(fragment.id);
   const auto range = creator ? Fiber::rangeOf(*creator) : std::nullopt;
   if (!range) {
     return failedStop(
         fmt::format("fragment {}: does not tell where its points come from", fragment.id->name()));
+  }
+  if (!(range->min >= 0.0) || !(range->max < static_cast<double>(fileCount))) {
+    return failedStop(fmt::format("fragment {}: names files {} to {}, but its grid knows only {}",
+                                  fragment.id->name(), range->min, range->max, fileCount));
   }
   return FileSpan{static_cast<std::uint32_t>(range->min), static_cast<std::uint32_t>(range->max)};
 }
@@ -87,12 +93,8 @@ Result<std::vector<SourcePart>> divideBySource(const ExportSource& source,
   const ExportField& field = *source.find(Formats::kSourceFileField);
   std::map<std::uint32_t, std::vector<ExportFragment>> fragments;
   for (const ExportFragment& fragment : source.fragments) {
-    const auto files = filesOf(field, fragment);
+    const auto files = filesOf(field, fragment, source.files.size());
     if (!files.ok()) return files.stop();
-    if (files->last >= source.files.size()) {
-      return failedStop(fmt::format("grid {}: names file {}, but knows only {}", source.gridName,
-                                    files->last, source.files.size()));
-    }
     for (std::uint32_t file = files->first; file <= files->last; ++file) {
       fragments[file].push_back(fragment);
     }
