@@ -117,8 +117,11 @@ FittedColumn fitAll(const ColumnView& column, const PointField& field) {
 }  // namespace
 
 bool fitsAsItStands(const ColumnView& column, const PointField& field) {
-  return column.components == 1 && column.type == field.type && column.factor == 1.0 &&
-         field.bitCount == 0;
+  if (column.components != 1 || column.type != field.type || column.factor != 1.0) return false;
+  if (field.bitCount == 0) return true;
+  unsigned used = 0;
+  for (const std::byte value : column.values) used |= std::to_integer<unsigned>(value);
+  return used >> field.bitCount == 0;
 }
 
 FittedColumn fitColumn(const ColumnView& column, const PointField& field) {

@@ -31,8 +31,8 @@ struct FittedColumn {
   std::optional<std::string> misfit;
 };
 
-/// Whether the values can be copied as they stand: one component of the same type that fills its
-/// field. fitColumn need not be called then.
+/// Whether the values can be copied as they stand: one component of the same type, and no value too
+/// wide for a field of some bits. fitColumn need not be called then.
 bool fitsAsItStands(const ColumnView& column, const PointField& field);
 
 /// Converts all values. Rounding: what does not fit is a misfit, and becomes the nearest value that

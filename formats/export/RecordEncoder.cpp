@@ -52,59 +52,81 @@ RecordEncoder::RecordEncoder(const ExportSource& source, const LasTarget& target
   for (const FieldMapping& mapping : target.mappings) needed_.push_back(mapping.field);
 }
 
+struct RecordEncoder::Prepared {
+  std::vector<ColumnInput> inputs;
+  std::optional<ChosenElements> chosen;
+  FittedColumn fitted;
+  RawPositions raw;
+};
+
 Outcome<void> RecordEncoder::encode(const FragmentColumns& fragment, std::size_t first,
                                     std::span<const std::uint64_t> waveOffsets,
                                     std::span<std::byte> records) const {
-  if (auto done = encodePositions(fragment, first, records); !done) return done;
+  const std::size_t count = records.size() / recordBytes_;
+  std::vector<Prepared> columns;
+  auto positions = preparePositions(fragment, first, count);
+  if (!positions) return positions.failure();
+  columns.push_back(std::move(*positions));
   for (std::size_t m = 0; m < target_.mappings.size(); ++m) {
-    if (auto done = encodeField(m, fragment, first, records); !done) return done;
+    auto column = prepareField(m, fragment, first, count);
+    if (!column) return column.failure();
+    columns.push_back(std::move(*column));
   }
+  // All at once: a block of records stays in the cache while every column goes in.
+  std::vector<ColumnInput> inputs;
+  for (const Prepared& column : columns) {
+    inputs.insert(inputs.end(), column.inputs.begin(), column.inputs.end());
+  }
+  if (!waveOffsets.empty() && waveOffset_) {
+    inputs.push_back({&*waveOffset_, std::as_bytes(waveOffsets)});
+  }
+  insertColumns(records, recordBytes_, inputs);
   markMargin(fragment, first, records);
-  putWaveOffsets(waveOffsets, records);
   return {};
 }
 
-Outcome<void> RecordEncoder::encodePositions(const FragmentColumns& fragment, std::size_t first,
-                                             std::span<std::byte> records) const {
-  const std::size_t count = records.size() / recordBytes_;
+Outcome<RecordEncoder::Prepared> RecordEncoder::preparePositions(const FragmentColumns& fragment,
+                                                                 std::size_t first,
+                                                                 std::size_t count) const {
+  static const std::array kAxes{axisField(0), axisField(1), axisField(2)};
   const ChosenElements points(*fragment.positions, fragment, first, count);
   const std::span<const double> xyz(reinterpret_cast<const double*>(points.bytes().data()),
                                     3 * count);
-  const auto raw = Formats::encodePositions(xyz, grid_, isLossy_);
+  auto raw = encodePositions(xyz, grid_, isLossy_);
   if (!raw) return raw.failure();
-  for (std::size_t axis = 0; axis < 3; ++axis) {
-    const PointField field = axisField(axis);
-    const ColumnInput input{&field, bytesOf(raw->columns[axis])};
-    insertColumns(records, recordBytes_, {&input, 1});
+  Prepared prepared;
+  prepared.raw = std::move(*raw);
+  for (std::size_t axis = 0; axis < kAxes.size(); ++axis) {
+    prepared.inputs.push_back({&kAxes[axis], bytesOf(prepared.raw.columns[axis])});
   }
-  return {};
+  return prepared;
 }
 
-Outcome<void> RecordEncoder::encodeField(std::size_t number, const FragmentColumns& fragment,
-                                         std::size_t first, std::span<std::byte> records) const {
+Outcome<RecordEncoder::Prepared> RecordEncoder::prepareField(std::size_t number,
+                                                             const FragmentColumns& fragment,
+                                                             std::size_t first,
+                                                             std::size_t count) const {
   const FieldMapping& mapping = target_.mappings[number];
   const auto& column = fragment.fields[mapping.field];
-  if (!column) return {};
+  Prepared prepared;
+  if (!column) return prepared;
   const ExportField& field = source_.fields[mapping.field];
-  const std::size_t count = records.size() / recordBytes_;
-  const ChosenElements elements(*column, fragment, first, count);
-  const ColumnView view{elements.bytes(), field.type, field.components, mapping.component,
+  prepared.chosen.emplace(*column, fragment, first, count);
+  const ColumnView view{prepared.chosen->bytes(), field.type, field.components, mapping.component,
                         mapping.factor};
   if (fitsAsItStands(view, mapping.target)) {
-    const ColumnInput input{&mapping.target, view.values};
-    insertColumns(records, recordBytes_, {&input, 1});
-    return {};
+    prepared.inputs.push_back({&mapping.target, view.values});
+    return prepared;
   }
-  const FittedColumn fitted = fitColumn(view, mapping.target);
-  if (fitted.misfit && !isLossy_) {
+  prepared.fitted = fitColumn(view, mapping.target);
+  if (prepared.fitted.misfit && !isLossy_) {
     return Failure{fmt::format("field {}: fragment {}: point format {} cannot hold {}", field.name,
                                fragment.fragment->id->name(), target_.writer.header.pointFormat,
-                               *fitted.misfit)};
+                               *prepared.fitted.misfit)};
   }
-  if (fitted.misfit) wasLossy_[number].store(true, std::memory_order_relaxed);
-  const ColumnInput input{&mapping.target, fitted.elements};
-  insertColumns(records, recordBytes_, {&input, 1});
-  return {};
+  if (prepared.fitted.misfit) wasLossy_[number].store(true, std::memory_order_relaxed);
+  prepared.inputs.push_back({&mapping.target, prepared.fitted.elements});
+  return prepared;
 }
 
 void RecordEncoder::markMargin(const FragmentColumns& fragment, std::size_t first,
@@ -116,13 +138,6 @@ void RecordEncoder::markMargin(const FragmentColumns& fragment, std::size_t firs
     if (isMargin[chosenRow(fragment, first + i)] == 0) continue;
     records[i * recordBytes_ + marginFlag_->byteOffset] |= bit;
   }
-}
-
-void RecordEncoder::putWaveOffsets(std::span<const std::uint64_t> offsets,
-                                   std::span<std::byte> records) const {
-  if (offsets.empty() || !waveOffset_) return;
-  const ColumnInput input{&*waveOffset_, std::as_bytes(offsets)};
-  insertColumns(records, recordBytes_, {&input, 1});
 }
 
 std::vector<std::string> RecordEncoder::lossyFields() const {

@@ -39,13 +39,15 @@ class RecordEncoder {
   std::vector<std::string> lossyFields() const;
 
  private:
-  MemCore::Outcome<void> encodePositions(const FragmentColumns& fragment, std::size_t first,
-                                         std::span<std::byte> records) const;
-  MemCore::Outcome<void> encodeField(std::size_t mapping, const FragmentColumns& fragment,
-                                     std::size_t first, std::span<std::byte> records) const;
+  /// A column of the piece, and what has to live until it is put into the records.
+  struct Prepared;
+
+  MemCore::Outcome<Prepared> preparePositions(const FragmentColumns& fragment, std::size_t first,
+                                              std::size_t count) const;
+  MemCore::Outcome<Prepared> prepareField(std::size_t mapping, const FragmentColumns& fragment,
+                                          std::size_t first, std::size_t count) const;
   void markMargin(const FragmentColumns& fragment, std::size_t first,
                   std::span<std::byte> records) const;
-  void putWaveOffsets(std::span<const std::uint64_t> offsets, std::span<std::byte> records) const;
 
   const ExportSource& source_;
   const LasTarget& target_;
