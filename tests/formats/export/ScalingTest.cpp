@@ -181,6 +181,25 @@ TEST(EncodePositions, LossyOnesAreWithinHalfAStep) {
   EXPECT_FALSE(encodePositions(xyz, grid, false).ok());
 }
 
+TEST(EncodePositions, DigitsCountWhereLastBitsDiffer) {
+  // 100.07 lies an ulp beside 7 * 0.01 + 100, which is what readers make of the integer.
+  const CoordinateGrid grid{{{0.01, 100}, {0.01, 0}, {0.01, 0}}};
+  const volatile double scaled = 7 * 0.01;
+  const double beside = std::nextafter(scaled + 100.0, 1e300);
+  const auto encoded = encodePositions(std::array{beside, 0.07, 0.0}, grid, false);
+  ASSERT_TRUE(encoded.ok()) << encoded.error();
+  EXPECT_EQ(encoded->columns[0], std::vector<std::int32_t>{7});
+  EXPECT_FALSE(encodePositions(std::array{100.0700001, 0.07, 0.0}, grid, false).ok());
+}
+
+TEST(Scaling, DecimalsOfTextAreFound) {
+  const auto grid =
+      settleScaling(gridOf({{634123.45, 5123456.789, 17.5}, {634000.01, 5e6, 1}}), {});
+  ASSERT_TRUE(grid.ok()) << grid.error();
+  EXPECT_EQ((*grid)[0].scale, 0.01);
+  EXPECT_EQ((*grid)[1].scale, 0.001);
+}
+
 TEST(EncodePositions, NegativeZeroIsZero) {
   const auto encoded = encodePositions(std::array{-0.0, 0.0, -0.0}, CoordinateGrid{}, false);
   ASSERT_TRUE(encoded.ok()) << encoded.error();
