@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <limits>
 
@@ -184,7 +185,14 @@ TEST(ColumnFit, OnlyWholeColumnsOfTheSameTypeAreCopied) {
   EXPECT_FALSE(fitsAsItStands({{}, ElementType::Int8}, field));
   EXPECT_FALSE(fitsAsItStands({{}, ElementType::UInt8, 2, 0}, field));
   EXPECT_FALSE(fitsAsItStands({{}, ElementType::UInt8, 1, 0, 2.0}, field));
-  EXPECT_FALSE(fitsAsItStands({{}, ElementType::UInt8}, fieldOf(ElementType::UInt8, 7)));
+}
+
+TEST(ColumnFit, BitFieldsAreCopiedWhenNoValueIsTooWide) {
+  const PointField threeBits = fieldOf(ElementType::UInt8, 3);
+  const std::array<std::byte, 3> narrow{std::byte{7}, std::byte{0}, std::byte{5}};
+  const std::array<std::byte, 3> wide{std::byte{7}, std::byte{8}, std::byte{5}};
+  EXPECT_TRUE(fitsAsItStands({narrow, ElementType::UInt8}, threeBits));
+  EXPECT_FALSE(fitsAsItStands({wide, ElementType::UInt8}, threeBits));
 }
 
 TEST(ColumnFit, NoValuesGiveNone) {
