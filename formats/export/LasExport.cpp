@@ -251,7 +251,7 @@ class Exporter {
         rest = rest.subspan(chunks.back().size());
       }
       std::vector<EncodedChunk> encoded(chunks.size());
-      const auto done = parallelTexts(chunks.size(), chunks.size() * chunkBytes, [&](auto i) {
+      auto done = parallelTexts(chunks.size(), chunks.size() * chunkBytes, [&](auto i) {
         auto chunk = writer_->encodeChunk(chunks[i]);
         if (!chunk) return Outcome<void>(chunk.failure());
         encoded[i] = std::move(*chunk);

@@ -178,13 +178,15 @@ TEST(ColumnFit, StepsBetweenDegreesAreRoundedAndTold) {
   EXPECT_EQ(valuesOf<std::int8_t>(fit(-30000).elements).front(), -128);
 }
 
-TEST(ColumnFit, OnlyWholeColumnsOfTheSameTypeAreCopied) {
+TEST(ColumnFit, OnlyColumnsOfTheSameTypeThatFitAreCopied) {
   const PointField field = fieldOf(ElementType::UInt8);
   EXPECT_TRUE(fitsAsItStands({{}, ElementType::UInt8}, field));
   EXPECT_FALSE(fitsAsItStands({{}, ElementType::Int8}, field));
   EXPECT_FALSE(fitsAsItStands({{}, ElementType::UInt8, 2, 0}, field));
   EXPECT_FALSE(fitsAsItStands({{}, ElementType::UInt8, 1, 0, 2.0}, field));
-  EXPECT_FALSE(fitsAsItStands({{}, ElementType::UInt8}, fieldOf(ElementType::UInt8, 7)));
+  const auto values = bytesOf<std::uint8_t>({3, 8, 0});
+  EXPECT_TRUE(fitsAsItStands({values, ElementType::UInt8}, fieldOf(ElementType::UInt8, 4)));
+  EXPECT_FALSE(fitsAsItStands({values, ElementType::UInt8}, fieldOf(ElementType::UInt8, 3)));
 }
 
 TEST(ColumnFit, NoValuesGiveNone) {
