@@ -158,7 +158,7 @@ class TargetMaker {
     if (isWavePacketField(field.name) || isAllZero(field)) return {};
     const auto what = fmt::format("grid {}: field {} has no place in point format {}",
                                   source_.gridName, field.name, target_.writer.header.pointFormat);
-    if (!options_.isLossy) return Failure{what};
+    if (!options_.isLossy) return Failure{what + " (a lossy export leaves it out)"};
     target_.notes.push_back(what + ": left out");
     return {};
   }

@@ -96,6 +96,7 @@ Outcome<RecordEncoder::Prepared> RecordEncoder::preparePositions(const FragmentC
   if (!raw) return raw.failure();
   Prepared prepared;
   prepared.raw = std::move(*raw);
+  if (prepared.raw.isRounded) wasRounded_.store(true, std::memory_order_relaxed);
   for (std::size_t axis = 0; axis < kAxes.size(); ++axis) {
     prepared.inputs.push_back({&kAxes[axis], bytesOf(prepared.raw.columns[axis])});
   }
@@ -120,9 +121,10 @@ Outcome<RecordEncoder::Prepared> RecordEncoder::prepareField(std::size_t number,
   }
   prepared.fitted = fitColumn(view, mapping.target);
   if (prepared.fitted.misfit && !isLossy_) {
-    return Failure{fmt::format("field {}: fragment {}: point format {} cannot hold {}", field.name,
-                               fragment.fragment->id->name(), target_.writer.header.pointFormat,
-                               *prepared.fitted.misfit)};
+    return Failure{fmt::format(
+        "field {}: fragment {}: point format {} cannot hold {} (a lossy export takes the nearest)",
+        field.name, fragment.fragment->id->name(), target_.writer.header.pointFormat,
+        *prepared.fitted.misfit)};
   }
   if (prepared.fitted.misfit) wasLossy_[number].store(true, std::memory_order_relaxed);
   prepared.inputs.push_back({&mapping.target, prepared.fitted.elements});
@@ -142,6 +144,7 @@ void RecordEncoder::markMargin(const FragmentColumns& fragment, std::size_t firs
 
 std::vector<std::string> RecordEncoder::lossyFields() const {
   std::vector<std::string> names;
+  if (wasRounded_.load(std::memory_order_relaxed)) names.emplace_back("Positions");
   for (std::size_t m = 0; m < wasLossy_.size(); ++m) {
     if (wasLossy_[m].load(std::memory_order_relaxed))
       names.push_back(target_.mappings[m].target.name);

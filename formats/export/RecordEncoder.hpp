@@ -57,6 +57,7 @@ class RecordEncoder {
   std::vector<std::size_t> needed_;
   std::optional<PointField> marginFlag_;
   std::optional<PointField> waveOffset_;
+  mutable std::atomic<bool> wasRounded_ = false;     ///< some position
   mutable std::vector<std::atomic<bool>> wasLossy_;  ///< by mapping
 };
 

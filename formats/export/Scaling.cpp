@@ -100,8 +100,9 @@ Outcome<RawPositions> encodeOneByOne(std::span<const double> xyz, const Coordina
     const auto found = nearest(xyz[i], axis);
     if (!found) return cannotHold(xyz[i], i % 3, axis, "beyond 32 bits");
     if (!isLossy && !standsFor(*found, xyz[i], axis)) {
-      return cannotHold(xyz[i], i % 3, axis, "not exact");
+      return cannotHold(xyz[i], i % 3, axis, "not exact (a lossy export rounds it)");
     }
+    raw.isRounded = raw.isRounded || (isLossy && !standsFor(*found, xyz[i], axis));
     raw.columns[i % 3][i / 3] = *found;
   }
   return raw;
@@ -197,7 +198,8 @@ Outcome<CoordinateGrid> searchGrid(const ExportSource& source, bool isLossy) {
     }
     return round;
   }
-  return Failure{"positions: no scale and offset hold them exactly in 32 bits"};
+  return Failure{
+      "positions: no scale and offset hold them exactly in 32 bits (a lossy export rounds them)"};
 }
 
 }  // namespace

@@ -36,6 +36,7 @@ MemCore::Outcome<CoordinateGrid> settleScaling(const ExportSource& source,
 /// Coordinates as integers, one column per axis.
 struct RawPositions {
   std::array<std::vector<std::int32_t>, 3> columns;
+  bool isRounded = false;  ///< some integer is not exact
 };
 
 /// Shape: `xyz` is [points][3]. Errors: a coordinate that is not exact (unless lossy, which rounds

@@ -114,7 +114,10 @@ TEST_F(LasExport, FailureLeavesTheOlderFileAlone) {
   wishes.las.scale = {1, 1, 1};
   const auto result = exportSourceTo(folder_ / "a.las", sourceOf(cloud_), wishes);
   ASSERT_FALSE(result.ok());
-  EXPECT_THAT(result.error(), HasSubstr("a.las: positions: coordinate not exact, found x = 0.5"));
+  EXPECT_THAT(
+      result.error(),
+      HasSubstr(
+          "a.las: positions: coordinate not exact (a lossy export rounds it), found x = 0.5"));
   EXPECT_EQ(readFile(folder_ / "a.las").size(), 3U);
   EXPECT_THAT(entriesOf(folder_), ElementsAre("a.las"));
 }
@@ -125,8 +128,11 @@ TEST_F(LasExport, ValueThatDoesNotFitNamesFileFieldAndFragment) {
   wishes.las.pointFormat = 1;
   const auto result = exportSourceTo(folder_ / "a.las", sourceOf(cloud_), wishes);
   ASSERT_FALSE(result.ok());
-  EXPECT_EQ(result.error(),
-            (folder_ / "a.las") + ": field ReturnNumber: fragment 1: point format 1 cannot hold 9");
+  EXPECT_EQ(
+      result.error(),
+      (folder_ / "a.las") +
+          ": field ReturnNumber: fragment 1: point format 1 cannot hold 9 (a lossy export takes "
+          "the nearest)");
   wishes.las.isLossy = true;
   const auto lossy = exportSourceTo(folder_ / "a.las", sourceOf(cloud_), wishes);
   ASSERT_TRUE(lossy.ok()) << lossy.error();

@@ -77,7 +77,7 @@ TEST(LasTarget, FormatWithoutPlaceForValuesIsRefused) {
   cloud.fragment({{0, 0, 0}}).field<std::uint16_t>("Red", {5});
   const ExportSource source = sourceOf(cloud);
   EXPECT_EQ(lasTargetOf(source, formatOf(1)).error(),
-            "grid points: field Red has no place in point format 1");
+            "grid points: field Red has no place in point format 1 (a lossy export leaves it out)");
   const LasTarget lossy = targetOf(source, formatOf(1, true));
   EXPECT_THAT(lossy.notes,
               ElementsAre("grid points: field Red has no place in point format 1: left out"));

@@ -135,7 +135,9 @@ TEST(RecordEncoder, ValueThatDoesNotFitIsNamed) {
   Encoding encoding(cloud, 3);
   const auto encoded = encoding.encode(0, 2);
   ASSERT_FALSE(encoded.ok());
-  EXPECT_EQ(encoded.error(), "field Classification: fragment 0: point format 3 cannot hold 64");
+  EXPECT_EQ(encoded.error(),
+            "field Classification: fragment 0: point format 3 cannot hold 64 (a lossy "
+            "export takes the nearest)");
 }
 
 TEST(RecordEncoder, LossyOnesAreCutAndTold) {
@@ -155,7 +157,8 @@ TEST(RecordEncoder, CoordinateThatIsNotExactIsNamed) {
   cloud.fragment({{0.5, 0, 0}});
   Encoding encoding(cloud, 0);
   EXPECT_EQ(encoding.encode(0, 1).error(),
-            "positions: coordinate not exact, found x = 0.5, scale 1, offset 0");
+            "positions: coordinate not exact (a lossy export rounds it), found x = 0.5, scale 1, "
+            "offset 0");
 }
 
 TEST(RecordEncoder, FieldThatTheFragmentLacksIsZero) {

@@ -87,8 +87,9 @@ TEST(Scaling, FilesThatDifferShareTheFinerGridWhereItHoldsAll) {
 TEST(Scaling, PointsOnNoGridAreRefusedUnlessRounded) {
   ExportSource source = gridOf({{M_PI, M_E, std::sqrt(2)}, {1e5 * M_E, 1e3, 17}});
   source.files = {scaledFile(0.5, 0), scaledFile(0.25, 0)};
-  EXPECT_EQ(settleScaling(source, {}).error(),
-            "positions: no scale and offset hold them exactly in 32 bits");
+  EXPECT_EQ(
+      settleScaling(source, {}).error(),
+      "positions: no scale and offset hold them exactly in 32 bits (a lossy export rounds them)");
   LasExportOptions lossy;
   lossy.isLossy = true;
   const auto grid = settleScaling(source, lossy);
@@ -209,7 +210,8 @@ TEST(EncodePositions, NegativeZeroIsZero) {
 TEST(EncodePositions, TheFirstThatDoesNotFitIsNamed) {
   const CoordinateGrid grid{{{1, 0}, {0.5, 10}, {1, 0}}};
   EXPECT_EQ(encodePositions(std::array{1.0, 2.25, 3.0}, grid, false).error(),
-            "positions: coordinate not exact, found y = 2.25, scale 0.5, offset 10");
+            "positions: coordinate not exact (a lossy export rounds it), found y = 2.25, scale "
+            "0.5, offset 10");
 }
 
 TEST(EncodePositions, BeyondThirtyTwoBitsEvenRoundingDoesNotHelp) {
