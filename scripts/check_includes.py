@@ -27,7 +27,6 @@ ALLOWED = {
     "formats/export": ["formats", "datamodel/container", *DATAMODEL],
     "formats/catalog": ["formats", "datamodel/memcore"],
     "formats/text": ["formats", *DATAMODEL],
-    "formats/export": ["formats", *DATAMODEL],
     "planning": DATAMODEL,
     "assembly": ["planning", *DATAMODEL],
     "operation": ["assembly", "planning", *DATAMODEL],

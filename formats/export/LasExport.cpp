@@ -128,6 +128,7 @@ class Exporter {
     if (!job_.restoresOrder || !OriginalOrder::isKnown(*job_.source)) return {};
     auto order = OriginalOrder::read(*job_.source, job_.fragments, {job_.choose, job_.choosesBy});
     if (!order) return order.failure();
+    if (order->isKept()) return {};
     auto store = RecordStore::make(job_.path, order->pointCount() * recordBytes_);
     if (!store) return store.failure();
     needs_.fields.push_back(order->fileField());
@@ -251,7 +252,7 @@ class Exporter {
         rest = rest.subspan(chunks.back().size());
       }
       std::vector<EncodedChunk> encoded(chunks.size());
-      const auto done = parallelTexts(chunks.size(), chunks.size() * chunkBytes, [&](auto i) {
+      auto done = parallelTexts(chunks.size(), chunks.size() * chunkBytes, [&](auto i) {
         auto chunk = writer_->encodeChunk(chunks[i]);
         if (!chunk) return Outcome<void>(chunk.failure());
         encoded[i] = std::move(*chunk);

@@ -107,6 +107,9 @@ Outcome<void> OriginalOrder::add(const FragmentColumns& fragment) {
       return Failure{fmt::format("fragment {}: impossible {}, found {}, expected less than {}",
                                  name, kSourceIndexField, indices[row], kMostPoints)};
     }
+    const std::pair here(files[row], indices[row]);
+    isKept_ = isKept_ && (files_.empty() || here > last_);
+    last_ = here;
     if (files_[files[row]].points.set(indices[row])) continue;
     return Failure{
         fmt::format("fragment {}: point {} of file {} occurs twice: its former order "

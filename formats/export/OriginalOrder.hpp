@@ -13,6 +13,7 @@
 #include <map>
 #include <span>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "datamodel/memcore/Outcome.hpp"
@@ -59,6 +60,8 @@ class OriginalOrder {
                                               const ChooserWithFields& choose);
 
   std::uint64_t pointCount() const { return pointCount_; }
+  /// Whether the chosen points stand in their former order already, fragment after fragment.
+  bool isKept() const { return isKept_; }
   /// Numbers of the two fields in ExportSource::fields, which placesOf looks at.
   std::size_t fileField() const { return fileField_; }
   std::size_t indexField() const { return indexField_; }
@@ -79,6 +82,8 @@ class OriginalOrder {
   std::size_t fileField_ = 0;
   std::size_t indexField_ = 0;
   std::uint64_t pointCount_ = 0;
+  bool isKept_ = true;
+  std::pair<std::uint32_t, std::uint64_t> last_;  ///< file and number of the latest point
   std::map<std::uint32_t, File> files_;
 };
 

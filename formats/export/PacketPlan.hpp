@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <tuple>
 #include <vector>
 
 #include "datamodel/memcore/Outcome.hpp"
@@ -51,7 +52,10 @@ class PacketPlan {
     std::uint64_t offset = 0;
     std::uint64_t contentHash = 0;  ///< 0 in grids of one file
     std::uint32_t size = 0;
-    friend auto operator<=>(const Key&, const Key&) = default;
+    friend bool operator==(const Key&, const Key&) = default;
+    friend bool operator<(const Key& a, const Key& b) {
+      return std::tie(a.offset, a.contentHash, a.size) < std::tie(b.offset, b.contentHash, b.size);
+    }
   };
   /// A point's packet.
   struct Named {

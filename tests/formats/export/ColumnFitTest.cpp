@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cmath>
 #include <limits>
 
@@ -179,20 +178,15 @@ TEST(ColumnFit, StepsBetweenDegreesAreRoundedAndTold) {
   EXPECT_EQ(valuesOf<std::int8_t>(fit(-30000).elements).front(), -128);
 }
 
-TEST(ColumnFit, OnlyWholeColumnsOfTheSameTypeAreCopied) {
+TEST(ColumnFit, OnlyColumnsOfTheSameTypeThatFitAreCopied) {
   const PointField field = fieldOf(ElementType::UInt8);
   EXPECT_TRUE(fitsAsItStands({{}, ElementType::UInt8}, field));
   EXPECT_FALSE(fitsAsItStands({{}, ElementType::Int8}, field));
   EXPECT_FALSE(fitsAsItStands({{}, ElementType::UInt8, 2, 0}, field));
   EXPECT_FALSE(fitsAsItStands({{}, ElementType::UInt8, 1, 0, 2.0}, field));
-}
-
-TEST(ColumnFit, BitFieldsAreCopiedWhenNoValueIsTooWide) {
-  const PointField threeBits = fieldOf(ElementType::UInt8, 3);
-  const std::array<std::byte, 3> narrow{std::byte{7}, std::byte{0}, std::byte{5}};
-  const std::array<std::byte, 3> wide{std::byte{7}, std::byte{8}, std::byte{5}};
-  EXPECT_TRUE(fitsAsItStands({narrow, ElementType::UInt8}, threeBits));
-  EXPECT_FALSE(fitsAsItStands({wide, ElementType::UInt8}, threeBits));
+  const auto values = bytesOf<std::uint8_t>({3, 8, 0});
+  EXPECT_TRUE(fitsAsItStands({values, ElementType::UInt8}, fieldOf(ElementType::UInt8, 4)));
+  EXPECT_FALSE(fitsAsItStands({values, ElementType::UInt8}, fieldOf(ElementType::UInt8, 3)));
 }
 
 TEST(ColumnFit, NoValuesGiveNone) {

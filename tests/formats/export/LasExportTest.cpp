@@ -139,6 +139,17 @@ TEST_F(LasExport, ValueThatDoesNotFitNamesFileFieldAndFragment) {
   EXPECT_THAT(lossy->lossyFields, ElementsAre("ReturnNumber"));
 }
 
+TEST_F(LasExport, RoundedPositionsAreTold) {
+  addFragment(cloud_, {{0.25, 0, 0}}, {13});
+  ExportWishes wishes;
+  wishes.las.scale = {1, 1, 1};
+  wishes.las.isLossy = true;
+  const auto result = exportSourceTo(folder_ / "a.las", sourceOf(cloud_), wishes);
+  ASSERT_TRUE(result.ok()) << result.error();
+  EXPECT_THAT(result->lossyFields, ElementsAre("Positions"));
+  EXPECT_EQ(result->points, 4U);
+}
+
 TEST_F(LasExport, FieldsOfSeveralComponentsComeApart) {
   CloudBuilder cloud;
   cloud.fragment({{0, 0, 0}, {1, 1, 1}}).waveforms<float>("Normal", 3, {1, 2, 3, 4, 5, 6});

@@ -92,6 +92,22 @@ TEST(OriginalOrder, MissingPointsLeaveNoGap) {
   EXPECT_THAT(placesIn(sourceOf(cloud)), ElementsAre(2, 0, 1));
 }
 
+TEST(OriginalOrder, IsKeptAsLongAsNoPointComesAfterALaterOne) {
+  const auto isKept = [](const Files& first, const Indices& from, const Files& second,
+                         const Indices& then) {
+    CloudBuilder cloud;
+    addFragment(cloud, first, from);
+    addFragment(cloud, second, then);
+    const auto order = readOrder(sourceOf(cloud));
+    EXPECT_TRUE(order.ok()) << order.error();
+    return order.ok() && order->isKept();
+  };
+  EXPECT_TRUE(isKept({0, 0}, {0, 1}, {0, 2}, {5, 0}));
+  EXPECT_FALSE(isKept({0, 0}, {1, 0}, {0, 0}, {2, 3}));
+  EXPECT_FALSE(isKept({0, 0}, {2, 3}, {0, 0}, {0, 1}));
+  EXPECT_FALSE(isKept({1}, {0}, {0}, {5}));
+}
+
 TEST(OriginalOrder, OnlyChosenPointsCount) {
   CloudBuilder cloud;
   addFragment(cloud, {0, 0, 0, 0}, {3, 3, 1, 2});
