@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """Bundles come back as LAS and LAZ files in which nothing tells that they were ever apart."""
 
+import gzip
 import json
 import os
 import pathlib
@@ -299,8 +300,39 @@ def test_catalogue_lists_the_tiles_by_relative_paths(program, split, tmp_path):
     assert len(index["features"]) == len(hrefs)
 
 
+@pytest.mark.parametrize("ending", [".csv", ".csv.gz", ".txt"])
+def test_text_has_every_point_and_column(program, data, split, tmp_path, ending):
+    made = split(LIDAR_HD[0], "--fragment-length", "20", "--overlap", "0.1")
+    path = tmp_path / ("points" + ending)
+    export(program, made.output, path)
+    opener = gzip.open if ending.endswith(".gz") else open
+    with opener(path, "rt") as text:
+        names = text.readline().replace(",", " ").split()
+    table = np.loadtxt(path, delimiter="," if ".csv" in ending else None, skiprows=1)
+    source = cloud.read([data / LIDAR_HD[0]])
+    expected = np.column_stack([source["Positions"], *(source[name] for name in names[3:])])
+    assert names[:3] == ["x", "y", "z"] and set(names[3:]) == set(source) - {"Positions"}
+    np.testing.assert_array_equal(np.sort(table.view("f8,f8,f8" + ",f8" * (len(names) - 3)), axis=0),
+                                  np.sort(np.ascontiguousarray(expected, "f8").view(
+                                      "f8,f8,f8" + ",f8" * (len(names) - 3)), axis=0))
+
+
+def test_text_goes_back_to_las_digit_by_digit(program, data, split, tmp_path):
+    made = split(LIDAR_HD[0], "--fragment-length", "20")
+    export(program, made.output, tmp_path / "points.xyz", "--field", "Intensity", "--lossy")
+    refragment.run(program, "import", tmp_path / "points.xyz", "-o", tmp_path / "x.f5", "-q",
+                   "--columns", "x,y,z,Intensity")
+    export(program, tmp_path / "x.f5", tmp_path / "x.las")
+    found, expected = laspy.read(tmp_path / "x.las"), laspy.read(data / LIDAR_HD[0])
+    for las in (found, expected):
+        las.order = np.lexsort((las.intensity, np.round(las.z, 3), np.round(las.y, 3), np.round(las.x, 3)))
+    for name in ("x", "y", "z", "intensity"):
+        np.testing.assert_allclose(np.asarray(found[name])[found.order], np.asarray(expected[name])[expected.order],
+                                   rtol=0, atol=1e-9, err_msg=name)
+
+
 @pytest.mark.parametrize("flags, text, status", [
-    (("-o", "x.txt.pdf/y.laz", "--name", "a"), "for a folder", 2),
+    (("-o", "x/y.laz", "--name", "a"), "for a folder", 2),
     (("-o", "t", "--name", "{what}"), "{what}", 2),
     (("-o", "t", "--name", "../{i}"), "--name", 2),
     (("-o", "t", "--name", "same"), "--name tells them apart", 2),
