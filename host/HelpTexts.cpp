@@ -122,7 +122,7 @@ const CommandHelp kImportHelp = {
 
 const CommandHelp kExportHelp = {
     "export",
-    "Writes the points of a bundle as LAS or LAZ: one file, or a folder with one per tile.",
+    "Writes the points of a bundle as LAS, LAZ or text: one file, or a folder with one per tile.",
     "export FILE.f5 -o OUT [flags]",
     "OUT is one file when it ends in .las, .laz, .xyz, .txt or .csv, and a folder otherwise. What\n"
     "the points' own LAS files said (format, scale, coordinate system, extra bytes, waveforms)\n"

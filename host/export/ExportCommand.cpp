@@ -42,21 +42,22 @@ void tellFailures(const ExportOutcome& outcome, Messages& messages) {
   }
 }
 
+std::string cancelledText(const ExportReport& report) {
+  const std::uint64_t written = report.filesWritten();
+  if (written == 0) return "cancelled, nothing was written";
+  return fmt::format("cancelled, {} written; --force writes all again",
+                     written == 1 ? "1 file was" : countText(written, "file") + " were");
+}
+
 /// What the failures mean for the whole.
 ExitCode judge(const ExportReport& report, Session& session) {
   tellFailures(report.outcome, session.messages());
   const std::uint64_t failed = report.filesFailed();
-  if (report.outcome.isCancelled) {
-    return session.stop({ExitCode::Cancelled,
-                         fmt::format("cancelled, {} written",
-                                     report.filesWritten() == 0
-                                         ? "nothing was"
-                                         : countText(report.filesWritten(), "file") + " were")});
-  }
+  if (report.outcome.isCancelled) return session.stop({ExitCode::Cancelled, cancelledText(report)});
   if (failed == 0) return ExitCode::Done;
   if (!report.isFolder) return ExitCode::Failed;
   return session.stop({report.filesWritten() == 0 ? ExitCode::Failed : ExitCode::TilesFailed,
-                       countText(failed, "file") + " failed"});
+                       countText(failed, "file") + " failed; --force writes all again"});
 }
 
 /// What is known before anything is written.
