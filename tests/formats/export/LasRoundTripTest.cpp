@@ -114,7 +114,7 @@ void checkRoundTrip(const RandomLasTraits& traits, std::uint64_t seed) {
 
 /// The smallest number of points that shows the failure of a file tells most: few first.
 void checkFormat(std::uint8_t format, bool isCompressed, std::uint64_t seed) {
-  for (const std::size_t points : {0, 1, 2, 30, 700}) {
+  for (const std::size_t points : std::initializer_list<std::size_t>{0, 1, 2, 30, 700}) {
     checkRoundTrip({format, points, isCompressed}, seed + points);
     if (testing::Test::HasFailure()) return;
   }
