@@ -17,6 +17,22 @@ constexpr std::uint64_t kMostChunkColumns = 65536;
 /// Wide rows (waveforms) get fewer of them per chunk.
 constexpr std::uint64_t kMostChunkBytes = std::uint64_t{1} << 20U;
 
+/// Fragments below this size are read well enough within larger chunks.
+constexpr std::uint64_t kLeastAlignedRows = 4096;
+
+/// Rows of a chunk, at most `most`: an equal part of a fragment where fragments are alike, so that
+/// none of them has to be read from chunks that it shares with its neighbours.
+std::uint64_t chunkRowsFor(std::uint64_t most, std::uint64_t fragmentRows) {
+  constexpr std::uint64_t kMostMoreParts = 4;
+  if (fragmentRows >= kLeastAlignedRows) {
+    const std::uint64_t fewest = (fragmentRows + most - 1) / most;
+    for (std::uint64_t parts = fewest; parts < fewest * kMostMoreParts; ++parts) {
+      if (fragmentRows % parts == 0) return fragmentRows / parts;
+    }
+  }
+  return std::bit_floor(most);
+}
+
 bool isVectorOfDoubles(const StoredField& field) {
   constexpr std::size_t kComponents = 3;
   return field.type->scalar() == ScalarKind::Float64 &&
@@ -65,12 +81,13 @@ Encoding encodingFor(const StoredField& field, StorageKind kind, bool gridRefuse
                                                               : Encoding::kColumns;
 }
 
-FieldEncoder::FieldEncoder(const StoredField& field, Encoding encoding)
+FieldEncoder::FieldEncoder(const StoredField& field, Encoding encoding, std::uint64_t fragmentRows)
     : field_(field), encoding_(encoding), numberBytes_(scalarBytes(storedKind())) {
   if (encoding_ == Encoding::kPiece) return;
   chunkColumns_ = storesColumns(encoding_) ? 1 : std::min(field_.columns, kMostChunkColumns);
   const std::uint64_t fitting = kMostChunkBytes / (chunkColumns_ * numberBytes_);
-  const std::uint64_t rows = std::bit_floor(std::clamp<std::uint64_t>(fitting, 1, kMostChunkRows));
+  const std::uint64_t rows =
+      chunkRowsFor(std::clamp<std::uint64_t>(fitting, 1, kMostChunkRows), fragmentRows);
   // A dataset of fixed extents must not be smaller than its chunks.
   chunkRows_ = std::min(rows, field_.rows);
   filter_ = {numberBytes_ > 1, true, true};

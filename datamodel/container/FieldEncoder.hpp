@@ -42,8 +42,9 @@ struct ChunkRange {
 
 class FieldEncoder {
  public:
-  /// Requires: the field has a type.
-  FieldEncoder(const StoredField& field, Encoding encoding);
+  /// `fragmentRows`: rows of every fragment where they are alike (the last one may be shorter), for
+  /// chunks that fit them; 0: they are not. Requires: the field has a type.
+  FieldEncoder(const StoredField& field, Encoding encoding, std::uint64_t fragmentRows = 0);
 
   Encoding encoding() const { return encoding_; }
   /// Type of the stored numbers.

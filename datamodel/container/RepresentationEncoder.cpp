@@ -103,7 +103,13 @@ void RepresentationEncoder::makeEncoder(std::size_t f) {
   const PlannedField& field = plan_.fields[f];
   if (!field.stored.type) return;
   encoders_[f] = std::make_unique<FieldEncoder>(
-      field.stored, encodingFor(field.stored, kind_, field.gridRefused));
+      field.stored, encodingFor(field.stored, kind_, field.gridRefused), fragmentRows(f));
+}
+
+std::uint64_t RepresentationEncoder::fragmentRows(std::size_t f) const {
+  if (ownRows_.size() < 2) return 0;
+  const std::uint64_t rows = plan_.rows[ownRows_[0]].parts[f].rows;
+  return plan_.rows[ownRows_[1]].parts[f].rows == rows ? rows : 0;
 }
 
 ChunkEncoder& RepresentationEncoder::threadEncoder(int thread) {

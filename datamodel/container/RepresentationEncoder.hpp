@@ -83,6 +83,8 @@ class RepresentationEncoder {
   };
 
   void makeEncoder(std::size_t field);
+  /// Rows of the first fragments where they agree, else 0.
+  std::uint64_t fragmentRows(std::size_t field) const;
   Batch takeRows();
   MemCore::Outcome<void> makeArrays(Batch& batch);
   MemCore::Outcome<void> makeRowArrays(Batch& batch, std::size_t i);

@@ -91,15 +91,14 @@ Outcome<std::vector<FragmentColumns>> loadFragments(const ExportSource& source,
     loaded[i].fragment = &fragments[i];
     addTasks(source, needs, loaded[i], tasks);
   }
-  // Positions first: where fragments are decoded whole, the other columns come with them.
   std::uint64_t points = 0;
   for (const ExportFragment& fragment : fragments) points += fragment.pointCount;
   const std::uint64_t workBytes = points * sizeof(Eagle::PhysicalSpace::point);
-  const auto positions = parallelTexts(
-      loaded.size(), workBytes, [&](std::size_t i) { return loadPositions(source, loaded[i]); });
-  if (!positions) return positions.failure();
-  const auto columns =
-      parallelTexts(tasks.size(), workBytes, [&](std::size_t i) { return load(tasks[i]); });
+  // In one loop, the large positions first, so that no thread waits for the last of them.
+  const std::size_t count = loaded.size();
+  const auto columns = parallelTexts(count + tasks.size(), workBytes, [&](std::size_t i) {
+    return i < count ? loadPositions(source, loaded[i]) : load(tasks[i - count]);
+  });
   if (!columns) return columns.failure();
   const auto chosen = parallelTexts(loaded.size(), workBytes, [&](std::size_t i) {
     loaded[i].choice = choose(loaded[i]);

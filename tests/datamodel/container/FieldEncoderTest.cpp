@@ -66,6 +66,17 @@ TEST(FieldEncoder, ChunksStayHandyForWideRowsAndSmallFields) {
   EXPECT_EQ(widest.chunkColumns(), 65536U);
 }
 
+TEST(FieldEncoder, ChunksAreEqualPartsOfFragmentsThatAreAlike) {
+  const auto rowsFor = [](std::uint64_t fragmentRows) {
+    return FieldEncoder(fieldOf("uint8", 1000000, 1), Encoding::kRows, fragmentRows).chunkRows();
+  };
+  EXPECT_EQ(rowsFor(250000), 62500U);
+  EXPECT_EQ(rowsFor(65536), 65536U);
+  EXPECT_EQ(rowsFor(50000), 50000U);
+  EXPECT_EQ(rowsFor(131101), 65536U) << "a prime number has no equal parts";
+  EXPECT_EQ(rowsFor(100), 65536U) << "too small to matter";
+}
+
 TEST(FieldEncoder, BytesAreNotShuffled) {
   EXPECT_FALSE(FieldEncoder(fieldOf("uint8", 10, 1), Encoding::kRows).filter().shuffle);
   EXPECT_TRUE(FieldEncoder(fieldOf("uint16", 10, 1), Encoding::kRows).filter().shuffle);
