@@ -155,10 +155,10 @@ std::string formatAll(std::span<const ColumnWriterPtr> writers, char delimiter,
     const std::size_t source = rows ? (*rows)[i] : i;
     char* to = row.data();
     for (const auto& writer : writers) {
+      if (to != row.data()) *to++ = delimiter;
       to = writer->write(to, source);
-      *to++ = delimiter;
     }
-    to[-1] = '\n';
+    *to++ = '\n';
     text.append(row.data(), to);
   }
   return text;
