@@ -2,9 +2,11 @@
 
 #include "host/ImportCommand.hpp"
 
+#include <algorithm>
 #include <filesystem>
 #include <system_error>
 
+#include "datamodel/memcore/Cache.hpp"
 #include "datamodel/memcore/LoaderProgress.hpp"
 #include "host/InputLoader.hpp"
 #include "host/JsonReport.hpp"
@@ -39,6 +41,15 @@ Result<LoadedInput> openClouds(const ImportOptions& options, ResolvedInput& inpu
   return loadInput(input, {options.grid, options.time, options.keepOrder, options.columns});
 }
 
+/// LAS files are decoded as the bundle is written, each fragment once: a cache beyond those in work
+/// would only make each take fresh memory. (Text was parsed before, into the cache.)
+void limitCache(InputKind kind) {
+  if (kind != InputKind::PointClouds) return;
+  constexpr std::uint64_t kFragmentsInWork = std::uint64_t{256} << 20U;
+  const auto cache = MemCore::Cache::MemCache();
+  cache->setBudget(std::min(cache->budget(), kFragmentsInWork));
+}
+
 Check saveBundle(Fiber::Bundle& bundle, const std::string& output, const StorageOptions& storage) {
   const auto transformations = MemCore::makeStrong<Fiber::StorageTransformations>();
   transformations->kind = storage.kind;
@@ -65,6 +76,7 @@ ExitCode runImport(const ImportOptions& options, Session& session) {
   session.warnOfAll(loaded->notes);
   const auto output = prepareOutputFile(options.output, {".f5"}, options.force);
   if (!output.ok()) return session.stop(output.stop());
+  limitCache(input.kind);
   const Check saved = saveBundle(*loaded->bundle, *output, options.storage);
   if (!saved.ok()) return session.stop(saved.stop());
   session.warnOfAll(loaded->lateNotes());

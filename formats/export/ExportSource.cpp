@@ -56,6 +56,16 @@ Outcome<std::optional<ExportField>> describe(const std::string& name,
   return std::optional<ExportField>();
 }
 
+/// The data of a creator, past the cache: an export needs them once, and what the cache kept would
+/// only make every fragment take fresh memory.
+StrongPtr<Fiber::MemBase> dataOnce(Fiber::CreativeArrayBase& creator) {
+  const bool wasCached = creator.cachingEnabled();
+  creator.enableCaching(false);
+  auto data = creator.data();
+  creator.enableCaching(wasCached);
+  return data;
+}
+
 }  // namespace
 
 ElementType elementTypeOf(ScalarKind kind) {
@@ -131,7 +141,7 @@ Outcome<ExportSource> exportSource(const Fiber::Grid& grid) {
 Outcome<StrongPtr<Fiber::MemBase>> columnOf(const Fiber::Field& field, const std::string& name,
                                             const ExportFragment& fragment) {
   const auto creator = field.getCreator(fragment.id);
-  const auto data = creator ? creator->data() : nullptr;
+  const auto data = creator ? dataOnce(*creator) : nullptr;
   if (!data) {
     return Failure{fmt::format("field {}: fragment {}: {}", name, fragment.id->name(),
                                creator ? creator->failure() : "no values for its points")};
