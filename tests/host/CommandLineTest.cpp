@@ -161,7 +161,8 @@ TEST(CommandLine, MistakesAreOneLineWithTheFlag) {
     EXPECT_EQ(exit.text.find('\n'), std::string::npos) << exit.text;
   }
   EXPECT_EQ(refused({"frob"}).text,
-            "frob: unknown command, expected info, split, link, show, verify, import or synth");
+            "frob: unknown command, expected info, split, link, show, verify, import, export or "
+            "synth");
   EXPECT_EQ(refused({"info", "a.las", "--overlap", "nan"}).text,
             "--overlap: found \"nan\", expected a finite number of at least 0 (see refragment info "
             "--help)");
