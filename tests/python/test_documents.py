@@ -13,7 +13,7 @@ import refragment
 
 ROOT = pathlib.Path(__file__).parents[2]
 DOCUMENTS = [ROOT / "README.md", *sorted((ROOT / "docs").glob("*.md"))]
-COMMANDS = ("info", "split", "link", "show", "verify", "import", "synth")
+COMMANDS = ("info", "split", "link", "show", "verify", "import", "export", "synth")
 # Flags of other programs that the documents name.
 FOREIGN = {"--preset", "--workflow", "--build", "--install", "--prefix", "--target", "--fix", "--no-tests"}
 
