@@ -36,6 +36,13 @@ std::string lowerCase(std::string text) {
   return text;
 }
 
+/// The ending that tells the kind of a file, in lower case: the one in front of .gz.
+std::string endingOf(const std::string& path) {
+  const fs::path whole(path);
+  const std::string ending = lowerCase(whole.extension().string());
+  return ending == ".gz" ? lowerCase(whole.stem().extension().string()) : ending;
+}
+
 /// The grid with the fields that the user wants, and those that tell the points' order.
 Result<SourceHandle> openSource(const SelectedGrid& selected, const FilterOptions& filters) {
   auto source = Formats::exportSource(*selected.grid);
@@ -103,7 +110,7 @@ const std::vector<std::string> kEndings{".las", ".laz", ".xyz", ".txt", ".csv", 
 std::vector<std::size_t> textFieldsOf(const ExportSource& source, const std::string& path,
                                       const FilterOptions& filters) {
   std::vector<std::size_t> fields;
-  const bool hasHeader = path.find(".xyz", path.find_last_of('/') + 1) == std::string::npos;
+  const bool hasHeader = endingOf(path) != ".xyz";
   if (!hasHeader && filters.fields.empty()) return fields;
   for (std::size_t i = 0; i < source.fields.size(); ++i) {
     const Formats::ExportField& field = source.fields[i];
@@ -263,13 +270,10 @@ class Planner {
 }  // namespace
 
 std::optional<PointFileKind> pointFileKind(const std::string& path) {
-  std::string ending = lowerCase(fs::path(path).extension().string());
-  if (ending == ".gz") {
-    ending = lowerCase(fs::path(path).stem().extension().string());
-    if (ending == ".las" || ending == ".laz") return std::nullopt;
-  }
-  if (ending == ".las") return PointFileKind::Las;
-  if (ending == ".laz") return PointFileKind::Laz;
+  const std::string ending = endingOf(path);
+  const bool isPacked = lowerCase(fs::path(path).extension().string()) == ".gz";
+  if (!isPacked && ending == ".las") return PointFileKind::Las;
+  if (!isPacked && ending == ".laz") return PointFileKind::Laz;
   const bool isText = ending == ".xyz" || ending == ".txt" || ending == ".csv";
   return isText ? std::optional(PointFileKind::Text) : std::nullopt;
 }
