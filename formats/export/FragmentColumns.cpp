@@ -81,6 +81,15 @@ PointChooser everyPoint() {
   return [](const FragmentColumns&) { return PointChoice(); };
 }
 
+std::size_t batchSize(std::span<const ExportFragment> fragments, std::uint64_t mostPoints) {
+  std::uint64_t points = fragments.front().pointCount;
+  std::size_t count = 1;
+  while (count < fragments.size() && points + fragments[count].pointCount <= mostPoints) {
+    points += fragments[count++].pointCount;
+  }
+  return count;
+}
+
 Outcome<std::vector<FragmentColumns>> loadFragments(const ExportSource& source,
                                                     std::span<const ExportFragment> fragments,
                                                     const ColumnNeeds& needs,

@@ -60,6 +60,10 @@ struct ColumnNeeds {
   bool lengths = false;
 };
 
+/// How many of the first fragments to load together: at least one, and as many more as keep within
+/// so many points. Requires: at least one fragment.
+std::size_t batchSize(std::span<const ExportFragment> fragments, std::uint64_t mostPoints);
+
 /// Loads fragments, several columns at once, and chooses their points. A field that is needed twice
 /// is loaded once. Errors: the first column that cannot be had, or that is not of its field's type.
 MemCore::Outcome<std::vector<FragmentColumns>> loadFragments(

@@ -65,7 +65,7 @@ class Exporter {
     if (auto begun = begin(); !begun) return begun.failure();
     auto rest = job_.fragments;
     while (!rest.empty()) {
-      const std::size_t count = batchSize(rest);
+      const std::size_t count = batchSize(rest, kBatchPoints);
       if (auto done = exportBatch(rest.first(count)); !done) return done.failure();
       rest = rest.subspan(count);
       const std::size_t done = job_.fragments.size() - rest.size();
@@ -135,16 +135,6 @@ class Exporter {
     needs_.fields.push_back(order->indexField());
     ordered_.emplace(Ordered{std::move(*order), std::move(*store)});
     return {};
-  }
-
-  /// At least one fragment, and as many more as keep the batch small.
-  static std::size_t batchSize(std::span<const ExportFragment> fragments) {
-    std::uint64_t points = fragments.front().pointCount;
-    std::size_t count = 1;
-    while (count < fragments.size() && points + fragments[count].pointCount <= kBatchPoints) {
-      points += fragments[count++].pointCount;
-    }
-    return count;
   }
 
   Outcome<void> exportBatch(std::span<const ExportFragment> fragments) {

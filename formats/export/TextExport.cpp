@@ -43,7 +43,7 @@ class Exporter {
   Outcome<PointFileResult> run() {
     if (auto begun = begin(); !begun) return begun.failure();
     for (auto rest = job_.fragments; !rest.empty();) {
-      const std::size_t count = batchSize(rest);
+      const std::size_t count = batchSize(rest, kBatchPoints);
       if (auto done = exportBatch(rest.first(count)); !done) return done.failure();
       rest = rest.subspan(count);
       const std::size_t done = job_.fragments.size() - rest.size();
@@ -81,15 +81,6 @@ class Exporter {
                          decimalsOf(field.field->properties())});
     }
     return columns;
-  }
-
-  static std::size_t batchSize(std::span<const ExportFragment> fragments) {
-    std::uint64_t points = fragments.front().pointCount;
-    std::size_t count = 1;
-    while (count < fragments.size() && points + fragments[count].pointCount <= kBatchPoints) {
-      points += fragments[count++].pointCount;
-    }
-    return count;
   }
 
   Outcome<void> exportBatch(std::span<const ExportFragment> fragments) {
