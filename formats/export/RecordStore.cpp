@@ -8,28 +8,15 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 #include <system_error>
+
+#include "formats/las/NamelessFile.hpp"
 
 namespace Formats {
 
 using MemCore::Failure;
 using MemCore::Outcome;
-
-namespace {
-
-/// A file without a name; not every file system makes one directly.
-int openNameless(const std::string& folder) {
-  const int direct = ::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
-  if (direct >= 0) return direct;
-  std::string name = folder + "/.points.tmp.XXXXXX";
-  const int named = ::mkostemp(name.data(), O_CLOEXEC);
-  if (named >= 0) ::unlink(name.c_str());
-  return named;
-}
-
-}  // namespace
 
 Outcome<RecordStore> RecordStore::make(const std::string& path, std::uint64_t byteCount) {
   if (byteCount == 0) return RecordStore(nullptr, 0);
@@ -38,7 +25,7 @@ Outcome<RecordStore> RecordStore::make(const std::string& path, std::uint64_t by
     return Failure{fmt::format("{}: no room for {} bytes of points in between: {}", path, byteCount,
                                std::generic_category().message(error))};
   };
-  const int file = openNameless(folder.empty() ? "." : folder);
+  const int file = openNamelessFile(folder.empty() ? "." : folder);
   if (file < 0) return failure(errno);
   // Taken now: a full disk later on would end the process at a write into the mapping.
   const int allocated = ::posix_fallocate(file, 0, static_cast<off_t>(byteCount));

@@ -2,7 +2,6 @@
 
 #include "formats/text/GzipText.hpp"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <libdeflate.h>
 #include <unistd.h>
@@ -11,13 +10,13 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 #include <span>
 #include <system_error>
 #include <utility>
 #include <vector>
 
+#include "formats/las/NamelessFile.hpp"
 #include "formats/text/TextLines.hpp"
 
 namespace Formats {
@@ -47,12 +46,7 @@ class Spill {
     std::error_code error;
     const std::string folder = std::filesystem::temp_directory_path(error).string();
     if (error) return Failure{"no folder for temporary files, " + error.message()};
-    descriptor_ = ::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
-    if (descriptor_ < 0) {  // a file system without nameless files
-      std::string path = folder + "/refragment-XXXXXX";
-      descriptor_ = ::mkostemp(path.data(), O_CLOEXEC);
-      if (descriptor_ >= 0) ::unlink(path.c_str());
-    }
+    descriptor_ = openNamelessFile(folder);
     if (descriptor_ >= 0) return {};
     return Failure{fmt::format("no temporary file in {}, {}", folder, errorText(errno))};
   }

@@ -4,17 +4,13 @@
 
 #include <gtest/gtest.h>
 #include <omp.h>
-#include <sys/resource.h>
 
 #include <algorithm>
 #include <cmath>
-#include <csignal>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
 #include <set>
-#include <stdexcept>
 #include <vector>
 
 #include "formats/las/LasFile.hpp"
@@ -94,8 +90,6 @@ std::vector<char> bytesOfSurvey(const SurveyOptions& options) {
   EXPECT_TRUE(writeSyntheticSurvey(options, path, {}).ok());
   return bytesOf(path);
 }
-
-bool isEmptyFolder(const TempDir& folder) { return std::filesystem::is_empty(folder.path()); }
 
 TEST(SyntheticSurvey, PointCountIsNearTheRequest) {
   SurveyOptions options;
@@ -333,92 +327,6 @@ TEST(SyntheticSurvey, ThreadsShareTheWork) {
   });
   ASSERT_TRUE(written.ok());
   EXPECT_EQ(threads.size(), 2U);
-}
-
-TEST(SyntheticSurvey, ProgressAscendsToOne) {
-  const TempDir folder;
-  std::vector<double> shares;
-  const auto written = writeSyntheticSurvey(testSurvey(), folder / "survey.las", [&](double share) {
-    shares.push_back(share);
-    return true;
-  });
-  ASSERT_TRUE(written.ok());
-  ASSERT_GT(shares.size(), 3U);
-  EXPECT_TRUE(std::is_sorted(shares.begin(), shares.end()));
-  EXPECT_EQ(shares.front(), 0.0);
-  EXPECT_EQ(shares.back(), 1.0);
-}
-
-TEST(SyntheticSurvey, StoppedRunLeavesNothing) {
-  for (const double stopAt : {0.0, 0.3, 1.0}) {
-    const TempDir folder;
-    const std::string path = folder / "survey.las";
-    const auto written =
-        writeSyntheticSurvey(testSurvey(), path, [&](double share) { return share < stopAt; });
-    ASSERT_FALSE(written.ok());
-    EXPECT_EQ(written.error(), path + ": writing was cancelled");
-    EXPECT_TRUE(isEmptyFolder(folder));
-  }
-}
-
-TEST(SyntheticSurvey, FailingPathGivesATextAndLeavesNothing) {
-  const TempDir folder;
-  const std::string path = folder / "missing/survey.las";
-  const auto written = writeSyntheticSurvey(testSurvey(), path, {});
-  ASSERT_FALSE(written.ok());
-  EXPECT_EQ(written.error().rfind(path + ": ", 0), 0U) << written.error();
-  EXPECT_TRUE(isEmptyFolder(folder));
-}
-
-TEST(SyntheticSurvey, FolderInTheWayStaysAndNothingElseIsLeft) {
-  const TempDir folder;
-  const std::string path = folder / "survey.las";
-  std::filesystem::create_directory(path);
-  const auto written = writeSyntheticSurvey(testSurvey(), path, {});
-  ASSERT_FALSE(written.ok());
-  EXPECT_TRUE(std::filesystem::is_directory(path));
-  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 1);
-}
-
-/// Lets files of this process grow to so many bytes only, as a full disk would.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-    EXPECT_EQ(::getrlimit(RLIMIT_FSIZE, &former_), 0);
-    const rlimit limited{bytes, former_.rlim_max};
-    EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &limited), 0);
-  }
-  ~FileSizeLimit() {
-    ::setrlimit(RLIMIT_FSIZE, &former_);
-    std::signal(SIGXFSZ, handler_);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-  rlimit former_{};
-  void (*handler_)(int);
-};
-
-TEST(SyntheticSurvey, FailedWriteGivesATextAndLeavesNothing) {
-  const TempDir folder;
-  const std::string path = folder / "survey.las";
-  const FileSizeLimit limit(2'000'000);
-  const auto written = writeSyntheticSurvey(testSurvey(), path, {});
-  ASSERT_FALSE(written.ok());
-  EXPECT_NE(written.error().find("cannot be written"), std::string::npos) << written.error();
-  EXPECT_TRUE(isEmptyFolder(folder));
-}
-
-TEST(SyntheticSurvey, ThrowingProgressBecomesAText) {
-  const TempDir folder;
-  const auto written = writeSyntheticSurvey(testSurvey(), folder / "survey.las", [](double share) {
-    if (share > 0.3) throw std::runtime_error("no more");
-    return true;
-  });
-  ASSERT_FALSE(written.ok());
-  EXPECT_NE(written.error().find("no more"), std::string::npos);
-  EXPECT_TRUE(isEmptyFolder(folder));
 }
 
 }  // namespace
