@@ -11,6 +11,7 @@
 
 #include "datamodel/eagle/BoundingBox.hpp"
 #include "datamodel/fiber/DynamicSize.hpp"
+#include "datamodel/fiber/PointPart.hpp"
 
 namespace LidarLib {
 
@@ -33,13 +34,7 @@ struct TileBounds {
   }
 };
 
-/// Smallest and largest coordinates of a run of points, NaN left out. An axis without any number
-/// has min = +infinity and max = -infinity.
-struct PointBox {
-  Eagle::PhysicalSpace::point min;
-  Eagle::PhysicalSpace::point max;
-  bool hasNaN = false;  ///< some coordinate of the run is NaN
-};
+using Fiber::PointBox;
 
 /// The box of a run of points.
 PointBox boxOfPoints(std::span<const Eagle::PhysicalSpace::point> points);

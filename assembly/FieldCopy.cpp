@@ -5,7 +5,9 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
 #include <cstring>
+#include <functional>
 #include <list>
 #include <optional>
 #include <unordered_set>
@@ -20,6 +22,7 @@ using Fiber::DynamicSize;
 using Fiber::FragmentHandle;
 using Fiber::IndexList;
 using Fiber::MemBase;
+using Fiber::PointPart;
 using MemCore::Console;
 using MemCore::StrongPtr;
 
@@ -58,14 +61,17 @@ class TileField {
   TileField(const FieldCopy& copy, StrongPtr<Fiber::Representation> representation,
             const std::string& name, const Fiber::Field& source);
 
-  /// Adds the selected points of one input fragment, or skips the fragment.
-  void append(const FragmentHandle& fragment, const StrongPtr<IndexList>& points);
+  /// Adds the selected points of one input fragment, gathered in `part` if that is there, or skips
+  /// the fragment.
+  void append(const FragmentHandle& fragment, const StrongPtr<IndexList>& points,
+              const PointPart* part);
   /// Says on the console what was skipped, and refreshes the value range of what was written.
   void finish();
 
  private:
   void adopt(const StrongPtr<Fiber::Field>& output);
   StrongPtr<Fiber::Field> makeOutput() const;
+  bool appendPart(Fiber::CreativeArrayBase& creator, const PointPart& part);
   bool hasPositionsLength(const FragmentHandle& fragment, const DynamicSize& size);
   StrongPtr<MemBase> newArray(const FragmentElements& input);
   std::optional<std::uint32_t> copyInto(MemBase& output, const FragmentElements& input);
@@ -116,11 +122,13 @@ StrongPtr<Fiber::Field> TileField::makeOutput() const {
   return made;
 }
 
-void TileField::append(const FragmentHandle& fragment, const StrongPtr<IndexList>& points) {
+void TileField::append(const FragmentHandle& fragment, const StrongPtr<IndexList>& points,
+                       const PointPart* part) {
   const CreatorHandle creator = source_.getCreator(source_.getFragmentID(fragment->name()));
   const auto size = creator ? Fiber::getSize(*creator) : std::nullopt;
   if (!size) return;
   if (size->rank() == 2 ? waveformLength_ == 0 : !hasPositionsLength(fragment, *size)) return;
+  if (part != nullptr && size->rank() == 1 && appendPart(*creator, *part)) return;
   const FragmentElements input{fragment, points, *size, creator->data()};
   if (!input.data || !input.data->elements()) return;
 
@@ -131,6 +139,27 @@ void TileField::append(const FragmentHandle& fragment, const StrongPtr<IndexList
   if (!data_) store(output);
   if (creator_) creator_->touch();
   offset_ += *added;
+}
+
+/// Has the creator write its elements at the part's points straight into the tile's array; false
+/// when that cannot be done.
+bool TileField::appendPart(Fiber::CreativeArrayBase& creator, const PointPart& part) {
+  const auto type = creator.facts().type;
+  if (!type || (data_ && data_->type() != type)) return false;
+  const StrongPtr<MemBase> output =
+      data_ ? data_ : MemBase::create(type, {copy_.selection.pointCount}, type->type());
+  if (!output || !output->elements()) return false;
+  const std::uint64_t count = part.points().size();
+  MemCore::ChunkBase& elements = *output->elements();
+  if (!elements.isPlain() || offset_ > elements.size() || count > elements.size() - offset_) {
+    return false;
+  }
+  const std::size_t width = elements.elementSize();
+  if (!creator.copyPart(part, {elements.bytes() + offset_ * width, count * width})) return false;
+  if (!data_) store(output);
+  if (creator_) creator_->touch();
+  offset_ += static_cast<std::uint32_t>(count);
+  return true;
 }
 
 bool TileField::hasPositionsLength(const FragmentHandle& fragment, const DynamicSize& size) {
@@ -242,6 +271,33 @@ void beginField(const FieldCopy& copy, const MemCore::WeakPtr<Fiber::BaseSpace>&
   if (representation) fields.emplace_back(copy, representation, id.name, *field);
 }
 
+/// The selected points of one fragment, gathered for all its fields; empty where the fields' whole
+/// arrays have to be asked. Errors: they cannot be read.
+MemCore::Outcome<StrongPtr<PointPart>> gatherPart(Fiber::CreativeArrayBase& positions,
+                                                  const IndexList& points) {
+  const auto reader = positions.partReader();
+  const auto indices = points.span();
+  const bool canBePart =
+      reader && indices.back() < reader->pointCount() &&
+      std::adjacent_find(indices.begin(), indices.end(), std::greater_equal<>()) == indices.end();
+  return canBePart ? reader->gather(indices) : StrongPtr<PointPart>();
+}
+
+/// Adds the selected points of one fragment to all fields. Without a creator of positions, or when
+/// they cannot be read, the fragment is skipped.
+void appendFragment(const FieldCopy& copy, const FragmentHandle& fragment,
+                    const StrongPtr<IndexList>& points, TileFields& fields) {
+  StrongPtr<PointPart> part;
+  const CreatorHandle positions =
+      copy.inputPositions ? copy.inputPositions->getCreator(fragment) : nullptr;
+  if (positions) {
+    const auto gathered = gatherPart(*positions, *points);
+    if (!gathered) return positions->rememberFailure(gathered.error());
+    part = *gathered;
+  }
+  for (TileField& field : fields) field.append(fragment, points, part.get());
+}
+
 /// Fills fields from the selected points of every input fragment, in the order of the selection.
 void fillFields(const FieldCopy& copy, TileFields& fields) {
   if (fields.empty()) return;
@@ -251,7 +307,7 @@ void fillFields(const FieldCopy& copy, TileFields& fields) {
     if (k == lists.size()) break;
     const StrongPtr<IndexList>& points = lists[k++];
     if (!fragment || !points || points->empty()) continue;
-    for (TileField& field : fields) field.append(fragment, points);
+    appendFragment(copy, fragment, points, fields);
   }
   for (TileField& field : fields) field.finish();
 }

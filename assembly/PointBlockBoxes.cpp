@@ -31,9 +31,9 @@ void PointBlockBoxes::attachTo(Fiber::MemBase& points) {
 std::span<const PointBox> PointBlockBoxes::boxes(std::span<const PhysicalSpace::point> points) {
   const std::lock_guard lock(mutex_);
   if (!isComputed_) {
-    boxes_.reserve(blockCount(points.size()));
-    for (std::size_t first = 0; first < points.size(); first += kBlockPoints) {
-      const std::size_t count = std::min(kBlockPoints, points.size() - first);
+    boxes_.reserve(Fiber::blockCount(points.size()));
+    for (std::size_t first = 0; first < points.size(); first += Fiber::kBlockPoints) {
+      const std::size_t count = std::min(Fiber::kBlockPoints, points.size() - first);
       boxes_.push_back(boxOfPoints(points.subspan(first, count)));
     }
     isComputed_ = true;

@@ -25,18 +25,11 @@ BlockRelation relationOf(const PointBox& box, const TileBounds& bounds);
 
 class PointBlockBoxes final : public MemCore::InterfaceBase {
  public:
-  static constexpr std::size_t kBlockPoints = 2048;
-
-  /// Number of blocks of an array of so many points; the last one may be shorter.
-  static std::size_t blockCount(std::size_t pointCount) {
-    return (pointCount + kBlockPoints - 1) / kBlockPoints;
-  }
-
   /// Attaches a table to an array that has none. Nothing is computed yet.
   static void attachTo(Fiber::MemBase& points);
 
-  /// The boxes of the array that the table hangs on, one per block. Threads: any; the first caller
-  /// computes them, others wait.
+  /// The boxes of the array that the table hangs on, one per block of Fiber::kBlockPoints. Threads:
+  /// any; the first caller computes them, others wait.
   std::span<const PointBox> boxes(std::span<const Eagle::PhysicalSpace::point> points);
 
  private:

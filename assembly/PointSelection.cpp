@@ -18,6 +18,7 @@ using Eagle::BoundingBox;
 using Eagle::PhysicalSpace;
 using Fiber::IndexList;
 using MemCore::makeStrong;
+using MemCore::Outcome;
 using MemCore::StrongPtr;
 
 namespace {
@@ -31,35 +32,65 @@ struct CandidateBlock {
   bool isInside = false;
 };
 
-/// The candidate blocks in ascending order. Without a table every block is one.
-std::vector<CandidateBlock> candidateBlocks(PointSpan points, std::span<const PointBox> boxes,
+/// The candidate blocks of so many points, in ascending order. Without a table every block is one.
+std::vector<CandidateBlock> candidateBlocks(std::size_t pointCount, std::span<const PointBox> boxes,
                                             const TileBounds& bounds) {
-  constexpr std::size_t kBlock = PointBlockBoxes::kBlockPoints;
-  const std::size_t blocks = PointBlockBoxes::blockCount(points.size());
+  constexpr std::size_t kBlock = Fiber::kBlockPoints;
+  const std::size_t blocks = Fiber::blockCount(pointCount);
   std::vector<CandidateBlock> candidates;
   for (std::size_t b = 0; b < blocks; ++b) {
     const auto relation = b < boxes.size() ? relationOf(boxes[b], bounds) : BlockRelation::Mixed;
     if (relation == BlockRelation::Outside) continue;
     const std::size_t first = b * kBlock;
     candidates.push_back(
-        {first, std::min(kBlock, points.size() - first), relation == BlockRelation::Inside});
+        {first, std::min(kBlock, pointCount - first), relation == BlockRelation::Inside});
   }
   return candidates;
 }
 
-void appendBlock(IndexList& list, PointSpan points, const CandidateBlock& block,
-                 const TileBounds& bounds) {
+void appendWholeBlock(IndexList& list, const CandidateBlock& block) {
+  std::uint32_t* added = list.grow(block.count);
+  std::iota(added, added + block.count, static_cast<std::uint32_t>(block.first));
+}
+
+/// Adds the points of a block that lie inside the tile.
+void appendMixedBlock(IndexList& list, PointSpan pointsOfBlock, const CandidateBlock& block,
+                      const TileBounds& bounds) {
   const std::size_t before = list.size();
-  const auto firstIndex = static_cast<std::uint32_t>(block.first);
-  if (block.isInside) {
-    std::uint32_t* added = list.grow(block.count);
-    std::iota(added, added + block.count, firstIndex);
-    return;
-  }
   std::uint32_t* added = list.grow(block.count + kCollectSlack);
   const std::size_t selected =
-      collectInside(points.subspan(block.first, block.count), bounds, firstIndex, added);
+      collectInside(pointsOfBlock, bounds, static_cast<std::uint32_t>(block.first), added);
   list.truncate(before + selected);
+}
+
+/// A list with room for the candidates.
+StrongPtr<IndexList> listFor(const std::vector<CandidateBlock>& candidates) {
+  auto list = makeStrong<IndexList>();
+  if (candidates.empty()) return list;
+  list->reserve(candidates.size() * Fiber::kBlockPoints + kCollectSlack);
+  return list;
+}
+
+/// Selects by way of a reader, which is asked for the positions of mixed blocks alone.
+Outcome<StrongPtr<IndexList>> selectByParts(Fiber::PointPartReader& reader,
+                                            const TileBounds& bounds) {
+  const auto boxes = reader.blockBoxes();
+  if (!boxes) return boxes.failure();
+  // Indices have 32 bits; what lies beyond them cannot be named.
+  const auto candidates =
+      candidateBlocks(static_cast<std::uint32_t>(reader.pointCount()), *boxes, bounds);
+  auto list = listFor(candidates);
+  std::vector<PhysicalSpace::point> points;
+  for (const CandidateBlock& block : candidates) {
+    if (block.isInside) {
+      appendWholeBlock(*list, block);
+      continue;
+    }
+    points.resize(block.count);
+    if (const auto read = reader.readPositions(block.first, points); !read) return read.failure();
+    appendMixedBlock(*list, points, block, bounds);
+  }
+  return list;
 }
 
 /// What the selection of every fragment of one tile shares.
@@ -72,7 +103,15 @@ struct TileQuery {
 /// The index list of one fragment; empty when it has no usable positions.
 StrongPtr<IndexList> selectFromFragment(const TileQuery& query,
                                         const Fiber::FragmentHandle& fragment) {
-  const auto points = MemCore::handleCast<PositionArray>(query.positions.getData(fragment));
+  const Fiber::CreatorHandle creator = query.positions.getCreator(fragment);
+  if (!creator) return nullptr;
+  if (const auto reader = creator->partReader()) {
+    const auto selected = selectByParts(*reader, {query.box, query.index});
+    if (selected) return *selected;
+    creator->rememberFailure(selected.error());
+    return nullptr;
+  }
+  const auto points = MemCore::handleCast<PositionArray>(creator->data());
   if (!points) return nullptr;
   PointBlockBoxes::attachTo(*points);
   return selectPointsInBox(*points, query.box, query.index);
@@ -105,12 +144,16 @@ StrongPtr<IndexList> selectPointsInBox(const PositionArray& points, const Boundi
   const PointSpan reachable = points.span().first(static_cast<std::uint32_t>(points.count()));
   const auto table = points.findInterface<PointBlockBoxes>();
   const auto boxes = table ? table->boxes(points.span()) : std::span<const PointBox>();
-  const auto candidates = candidateBlocks(reachable, boxes, bounds);
+  const auto candidates = candidateBlocks(reachable.size(), boxes, bounds);
 
-  auto list = makeStrong<IndexList>();
-  if (candidates.empty()) return list;
-  list->reserve(candidates.size() * PointBlockBoxes::kBlockPoints + kCollectSlack);
-  for (const CandidateBlock& block : candidates) appendBlock(*list, reachable, block, bounds);
+  auto list = listFor(candidates);
+  for (const CandidateBlock& block : candidates) {
+    if (block.isInside) {
+      appendWholeBlock(*list, block);
+    } else {
+      appendMixedBlock(*list, reachable.subspan(block.first, block.count), block, bounds);
+    }
+  }
   return list;
 }
 

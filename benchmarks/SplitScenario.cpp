@@ -48,7 +48,9 @@ MemCore::Outcome<std::uint64_t> splitFile(const SplitJob& job) {
 
   LidarLib::RefragmentAndSplit operation;
   operation.inputBundle = Fiber::BundlePtr(new Fiber::Bundle);
-  const auto cloud = Formats::addPointCloud(*operation.inputBundle, {job.input}, {});
+  Formats::CloudOptions options;
+  options.spillFolder = job.folder;
+  const auto cloud = Formats::addPointCloud(*operation.inputBundle, {job.input}, options);
   if (!cloud.ok()) return cloud.failure();
   if (::chdir(job.folder.c_str()) != 0) return MemCore::Failure{job.folder + ": no such folder"};
   operation.outputDirectory = job.folder;

@@ -28,6 +28,7 @@ Result<LoadedInput> loadClouds(const std::vector<std::string>& files, const Clou
   options.gridName = place.grid;
   options.time = place.time;
   options.keepOrder = place.keepOrder;
+  options.spillFolder = place.spillFolder;
   const auto summary = Formats::addPointCloud(*input.bundle, files, options);
   if (!summary.ok()) return summary.failure();
   input.notes = summary->notes;

@@ -21,6 +21,8 @@ struct CloudPlace {
   bool keepOrder = false;  ///< with the fields that tell each point's place
   std::vector<std::string> columns =
       {};  ///< names of the columns of text files; empty: as they say
+  /// Where decoded points may go that are needed again; empty: nowhere (see Formats::CloudOptions).
+  std::string spillFolder = {};
 };
 
 struct LoadedInput {

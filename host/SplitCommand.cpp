@@ -65,6 +65,7 @@ Check openJob(SplitJob& job) {
   CloudPlace cloud;
   cloud.keepOrder = job.options.keepOrder;
   cloud.columns = job.options.columns;
+  cloud.spillFolder = nearestFolder(job.place);
   auto loaded = loadInput(job.input, cloud);
   if (!loaded.ok()) return loaded.stop();
   job.loaded = std::move(*loaded);

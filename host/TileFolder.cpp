@@ -77,6 +77,15 @@ Result<OutputPlace> settleOutputPlace(const std::string& output, const std::stri
   return place;
 }
 
+std::string nearestFolder(const OutputPlace& place) {
+  fs::path folder = place.directory;
+  std::error_code ignored;
+  while (!fs::is_directory(folder, ignored) && folder.has_relative_path()) {
+    folder = folder.parent_path();
+  }
+  return folder.string();
+}
+
 Check makeFolders(const OutputPlace& place) {
   const std::string outputFolder = fs::path(place.file).parent_path().string();
   for (const std::string& folder : {outputFolder, place.tileFolder}) {

@@ -27,6 +27,10 @@ Result<OutputPlace> settleOutputPlace(const std::string& output, const std::stri
 /// made on the way stays.
 Check makeFolders(const OutputPlace& place);
 
+/// The folder that the tile files will go to, or, as long as it does not exist, the closest one
+/// above it that does.
+std::string nearestFolder(const OutputPlace& place);
+
 /// Whether a file name is that of a tile: "F<i>x<j>x<k>T<time>G<grid>.f5".
 bool isTileFileName(const std::string& name);
 

@@ -61,6 +61,11 @@ std::string CreativeArrayBase::failure() const {
   return failure_;
 }
 
+void CreativeArrayBase::rememberFailure(const std::string& text) {
+  const std::lock_guard lock(stateMutex_);
+  if (failure_.empty()) failure_ = text;
+}
+
 ArrayFacts CreativeArrayBase::facts() const {
   const std::lock_guard lock(stateMutex_);
   return facts_;
@@ -133,6 +138,7 @@ StrongPtr<BoundingBox> boxOf(std::span<const PhysicalSpace::point> points) {
 }
 
 StrongPtr<BoundingBox> computeBox(CreativeArrayBase& creator) {
+  if (auto surveyed = creator.surveyBox()) return surveyed;
   const auto points = handleCast<Points>(creator.data());
   if (!points) return nullptr;
   // Creators that see every point on the way have noted the box by now.

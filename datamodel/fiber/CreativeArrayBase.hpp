@@ -4,6 +4,9 @@
 // element type, box, value range) as far as its source knows them, without touching the data, and
 // makes the data themselves on demand: once, however many threads ask, and through the cache.
 //
+// Where a source can hand out some points for less than all of them, the creators of a fragment
+// know how: see PointPart.hpp.
+//
 // A creator that cannot make its data (an unreadable file, say) yields an empty handle and keeps
 // the text of the failure.
 
@@ -16,6 +19,7 @@
 #include "datamodel/eagle/BoundingBox.hpp"
 #include "datamodel/fiber/DataRange.hpp"
 #include "datamodel/fiber/MemBase.hpp"
+#include "datamodel/fiber/PointPart.hpp"
 #include "datamodel/memcore/Attributes.hpp"
 #include "datamodel/memcore/Outcome.hpp"
 
@@ -48,11 +52,24 @@ class FIBER_API CreativeArrayBase : public MemCore::Intercube,
   /// The text of the first failed attempt to make the data; empty when none failed. It stays even
   /// when a later attempt succeeds: whoever got the empty handle must be able to tell.
   std::string failure() const;
+  /// Remembers why data cannot be had, for failure(); the first text stays.
+  void rememberFailure(const std::string& text);
 
   ArrayFacts facts() const;
   /// Remembers a box or range that was computed from the data.
   void rememberBox(const MemCore::StrongPtr<Eagle::BoundingBox>& box);
   void rememberRange(const ValueRange& range);
+
+  /// The box of positions, where the source can tell it for less than making the data; otherwise
+  /// empty. A failure is remembered.
+  virtual MemCore::StrongPtr<Eagle::BoundingBox> surveyBox() { return nullptr; }
+  /// Of positions: what reads parts of the fragment; empty where only the whole data are to be had,
+  /// or they are in memory already.
+  virtual MemCore::StrongPtr<PointPartReader> partReader() { return nullptr; }
+  /// Writes the elements at the points of a part of the same fragment, in their order, and returns
+  /// true; or returns false, which means that the elements are to be had from data() alone.
+  /// Requires: room for as many elements as the part has points.
+  virtual bool copyPart(const PointPart& /*part*/, std::span<std::byte> /*out*/) { return false; }
 
   /// Marks the data as changed after they were filled: facts computed from them are forgotten.
   /// Without data in memory nothing was filled, and what the source knows stays.

@@ -25,10 +25,20 @@ namespace {
 using TypeHandle = StrongPtr<FiberTypeBase>;
 using SourceHandle = StrongPtr<DecodedFragmentSource>;
 
+/// The creator of a column of waveforms.
 StrongPtr<Fiber::CreativeArrayBase> columnCreator(const TypeHandle& type,
                                                   const std::optional<DynamicSize>& size,
                                                   const SourceHandle& source, std::size_t column) {
   return makeStrong<ColumnCreator>(ArrayFacts{type, size, nullptr, std::nullopt}, source, column);
+}
+
+/// The creator of a column of points.
+StrongPtr<Fiber::CreativeArrayBase> pointCreator(const TypeHandle& type,
+                                                 const StrongPtr<PointFragmentSource>& source,
+                                                 std::size_t column) {
+  const DynamicSize size{source->range().pointCount};
+  return makeStrong<PointColumnCreator>(ArrayFacts{type, size, nullptr, std::nullopt}, source,
+                                        column);
 }
 
 /// Which fields a grid has beyond those of the records.
@@ -40,9 +50,11 @@ struct GridParts {
 /// Adds fragments to the fields of one grid.
 class GridFiller {
  public:
-  GridFiller(Fiber::Grid& grid, const CloudFields& fields, const GridParts& parts)
+  GridFiller(Fiber::Grid& grid, const CloudFields& fields, const GridParts& parts,
+             std::shared_ptr<RecordSpill> spill)
       : representation_(*grid.makeCartesianRepresentation(3, Fiber::kCartesianChart, 0)),
         fields_(fields),
+        spill_(std::move(spill)),
         positions_(makeField("Positions")) {
     for (const CloudField& field : fields.fields) {
       const auto made = makeField(field.name);
@@ -67,11 +79,16 @@ class GridFiller {
   }
 
   void addFile(const CloudFile& file, std::size_t fileNumber) {
-    const auto points = makeFilePoints(file, fileNumber);
-    points->fragments.resize(file.fragments.size());
+    const auto columns = columnsOf(file, fileNumber);
+    const auto records = std::make_shared<FileRecords>();
+    records->file = file.file;
+    records->spill = spill_;
+    records->spillOffset = spilledBytes_;
+    spilledBytes_ += decodedBytes(*file.file);
     for (std::size_t i = 0; i < file.fragments.size(); ++i) {
-      const auto source = makeStrong<PointFragmentSource>(points, file.fragments[i], i);
-      points->fragments[i] = source;
+      const auto own = std::make_shared<RecordSource>(records, file.fragments[i], i);
+      records->fragments.push_back(own);
+      const auto source = PointFragmentSource::make(columns, own);
       const FragmentHandle fragment =
           positions_->makeFragmentID(fmt::format("{}-{}", fileNumber, i));
       addPoints(fragment, source);
@@ -93,22 +110,21 @@ class GridFiller {
   }
 
   /// What the decoder takes out of the file's records: all the fields that the file itself has.
-  std::shared_ptr<FilePoints> makeFilePoints(const CloudFile& file, std::size_t fileNumber) {
-    auto points = std::make_shared<FilePoints>();
-    points->columns.file = file.file;
-    points->columns.scaling = {file.file->header().scale, file.file->header().offset};
+  std::shared_ptr<const PointColumns> columnsOf(const CloudFile& file, std::size_t fileNumber) {
+    auto columns = std::make_shared<PointColumns>();
+    columns->file = file.file;
+    columns->scaling = {file.file->header().scale, file.file->header().offset};
     for (const CloudField& field : fields_.fields) {
       const FieldSupply& supply = field.supplies[fileNumber];
       if (supply.field != nullptr) {
-        points->columns.fields.push_back({supply.field, supply.conversion});
+        columns->fields.push_back({supply.field, supply.conversion});
       }
     }
-    return points;
+    return columns;
   }
 
   void addPoints(const FragmentHandle& fragment, const StrongPtr<PointFragmentSource>& source) {
-    const auto creator =
-        columnCreator(pointType_, DynamicSize{source->range().pointCount}, source, kPositionColumn);
+    const auto creator = pointCreator(pointType_, source, kPositionColumn);
     source->setPositions(creator);
     positions_->setCreator(fragment, creator);
   }
@@ -122,7 +138,7 @@ class GridFiller {
       if (fields_.fields[i].supplies[fileNumber].field == nullptr) {
         field->setCreator(fragment, makeStrong<ZeroCreator>(type, size));
       } else {
-        field->setCreator(fragment, columnCreator(type, size, source, column++));
+        field->setCreator(fragment, pointCreator(type, source, column++));
       }
     }
   }
@@ -151,6 +167,8 @@ class GridFiller {
 
   Fiber::Representation& representation_;
   const CloudFields& fields_;
+  std::shared_ptr<RecordSpill> spill_;  ///< Null: records are not spilled.
+  std::uint64_t spilledBytes_ = 0;      ///< Of the files so far.
   StrongPtr<Field> positions_;
   std::vector<FieldHandle> fieldHandles_;  ///< In the order of `fields_`.
   StrongPtr<Field> samples_;               ///< Empty: no waveforms.
@@ -176,11 +194,15 @@ void findPacketColumns(const CloudFields& fields, std::size_t fileNumber,
 
 }  // namespace
 
+std::uint64_t decodedBytes(const LasFile& file) {
+  return file.isCompressed() ? file.pointCount() * file.recordBytes() : 0;
+}
+
 void fillGrid(Fiber::Grid& grid, std::span<const CloudFile> files, const CloudFields& fields,
               bool keepOrder, CloudSummary& summary) {
   summary.hasWaveforms = std::any_of(
       files.begin(), files.end(), [](const CloudFile& file) { return file.waveforms != nullptr; });
-  GridFiller filler(grid, fields, {summary.hasWaveforms, keepOrder});
+  GridFiller filler(grid, fields, {summary.hasWaveforms, keepOrder}, summary.spill);
   bool hasHint = false;
   for (std::size_t i = 0; i < files.size(); ++i) {
     const CloudFile& file = files[i];

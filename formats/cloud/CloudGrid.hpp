@@ -25,9 +25,13 @@ struct CloudFile {
   std::vector<PointRange> fragments;
 };
 
+/// Bytes of a compressed file's records once they are decoded; 0 for an uncompressed file.
+std::uint64_t decodedBytes(const LasFile& file);
+
 /// Fills a new grid with the points of files. Requires: `fields` was joined from the same files.
 /// With `keepOrder` the grid also tells the place of each point in them (see SourceOrder.hpp).
-/// Returns the number of fragments and points by way of `summary`.
+/// Returns the number of fragments and points by way of `summary`, whose spill, if it has one,
+/// takes the decoded records of compressed files.
 void fillGrid(Fiber::Grid& grid, std::span<const CloudFile> files, const CloudFields& fields,
               bool keepOrder, CloudSummary& summary);
 

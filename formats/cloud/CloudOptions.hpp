@@ -22,6 +22,10 @@ struct CloudOptions {
   std::uint64_t fragmentPoints = 250000;  ///< About as many points make a fragment; at least 1.
   /// Adds the fields that tell each point's place in LAS files (see SourceOrder.hpp).
   bool keepOrder = false;
+  /// Where decoded points of LAZ files go that are needed again and do not fit into the cache's
+  /// budget: a folder for a nameless file. For runs that read points more than once; empty: such
+  /// points are decoded again.
+  std::string spillFolder = {};
 };
 
 /// Errors: a name, time or fragment size that cannot be used, a grid that exists already.

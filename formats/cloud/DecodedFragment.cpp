@@ -2,6 +2,8 @@
 
 #include "formats/cloud/DecodedFragment.hpp"
 
+#include <algorithm>
+
 namespace Formats {
 
 using MemCore::Cache;
@@ -62,6 +64,11 @@ Outcome<StrongPtr<Fiber::MemBase>> ColumnCreator::create() {
 }
 
 void ColumnCreator::noteUse(const Fiber::MemBase& /*data*/) { source_->noteUse(); }
+
+bool ZeroCreator::copyPart(const Fiber::PointPart& /*part*/, std::span<std::byte> out) {
+  std::fill(out.begin(), out.end(), std::byte{0});
+  return true;
+}
 
 Outcome<StrongPtr<Fiber::MemBase>> ZeroCreator::create() {
   const Fiber::ArrayFacts known = facts();

@@ -63,7 +63,7 @@ class DecodedFragmentSource : public MemCore::Creature,
 
 /// The creator of one column of a decoded fragment. Its data are not cached by themselves: the
 /// cache holds the whole decoded fragment.
-class ColumnCreator final : public Fiber::CreativeArrayBase {
+class ColumnCreator : public Fiber::CreativeArrayBase {
  public:
   ColumnCreator(Fiber::ArrayFacts facts, MemCore::StrongPtr<DecodedFragmentSource> source,
                 std::size_t column);
@@ -83,6 +83,7 @@ class ZeroCreator final : public Fiber::CreativeArrayBase {
  public:
   ZeroCreator(const MemCore::StrongPtr<Fiber::FiberTypeBase>& type, const Fiber::DynamicSize& size)
       : CreativeArrayBase({type, size, nullptr, Fiber::ValueRange{0.0, 0.0}}) {}
+  bool copyPart(const Fiber::PointPart& part, std::span<std::byte> out) override;
 
  protected:
   MemCore::Outcome<MemCore::StrongPtr<Fiber::MemBase>> create() override;

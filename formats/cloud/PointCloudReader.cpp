@@ -8,7 +8,9 @@
 #include <cmath>
 #include <limits>
 
+#include "datamodel/memcore/Cache.hpp"
 #include "formats/cloud/CloudGrid.hpp"
+#include "formats/cloud/RecordSpill.hpp"
 #include "formats/cloud/SourceFiles.hpp"
 
 namespace Formats {
@@ -115,6 +117,20 @@ Outcome<OpenedCloud> openCloud(const std::vector<std::string>& paths, const Clou
   return cloud;
 }
 
+/// A spill, where one is wanted and the decoded points do not fit into the cache.
+void openSpill(const OpenedCloud& cloud, const std::string& folder, CloudSummary& summary) {
+  if (folder.empty()) return;
+  std::uint64_t bytes = 0;
+  for (const auto& file : cloud.lasFiles) bytes += decodedBytes(*file);
+  if (bytes <= MemCore::Cache::MemCache()->budget()) return;
+  const auto spill = RecordSpill::make(folder, bytes);
+  if (spill) {
+    summary.spill = *spill;
+  } else {
+    summary.notes.push_back(spill.error());
+  }
+}
+
 }  // namespace
 
 std::vector<std::string> CloudSummary::lateNotes() const {
@@ -127,6 +143,7 @@ std::vector<std::string> CloudSummary::lateNotes() const {
         "count as without waveforms",
         file->source->packetPath(), lost));
   }
+  if (spill && !spill->failure().empty()) lines.push_back(spill->failure());
   return lines;
 }
 
@@ -139,6 +156,7 @@ Outcome<CloudSummary> addPointCloud(Fiber::Bundle& bundle, const std::vector<std
   const Outcome<OpenedCloud> cloud = openCloud(files, options, summary.notes);
   if (!cloud) return cloud.failure();
 
+  openSpill(*cloud, options.spillFolder, summary);
   const auto grid = bundle[options.time]->newGrid(options.gridName);
   fillGrid(*grid, cloud->files, cloud->fields, options.keepOrder, summary);
   summary.notes.insert(summary.notes.end(), cloud->fields.notes.begin(), cloud->fields.notes.end());

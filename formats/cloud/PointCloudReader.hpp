@@ -23,6 +23,7 @@
 namespace Formats {
 
 struct FileWaveforms;
+class RecordSpill;
 
 /// What went into the bundle.
 struct CloudSummary {
@@ -33,11 +34,14 @@ struct CloudSummary {
   std::vector<std::string> notes;
 
   /// What only decoding shows, as far as it has come: one line for each file with waveform packets
-  /// that could not be had. Meant for the end of a run. Threads: may be called at any time.
+  /// that could not be had, and one for a spill that had to be given up. Meant for the end of a
+  /// run. Threads: may be called at any time.
   std::vector<std::string> lateNotes() const;
 
   /// The files with waveforms, whose losses lateNotes() tells.
   std::vector<std::shared_ptr<const FileWaveforms>> waveforms;
+  /// Where decoded records go that memory has no room for; null: nowhere.
+  std::shared_ptr<RecordSpill> spill;
 };
 
 /// Adds the points of LAS and LAZ files to a bundle as a new grid. The files stay open for as long

@@ -2,19 +2,15 @@
 
 #include "formats/cloud/PointDecoding.hpp"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <limits>
 #include <optional>
 #include <span>
-#include <string_view>
 
 namespace Formats {
 
 using Eagle::BoundingBox;
 using Eagle::PhysicalSpace;
-using MemCore::Failure;
 using MemCore::Outcome;
 using MemCore::StrongPtr;
 
@@ -24,38 +20,32 @@ using Points = Fiber::MemArray<1, PhysicalSpace::point>;
 using ByteChunk = MemCore::Chunk<std::byte>;
 
 /// Records per block: positions, records and columns of a block stay in the second-level cache.
-constexpr std::size_t kBlockRecords = 1024;
-/// Records per read where no chunk of the file says how many belong together.
-constexpr std::uint64_t kReadRecords = 16 * kBlockRecords;
+constexpr std::size_t kBlockRecords = Fiber::kBlockPoints;
+/// Records per read: whole blocks of a survey, and few enough to stay in the cache meanwhile.
+constexpr std::uint64_t kReadRecords = 8 * Fiber::kBlockPoints;
 
-/// Grows by positions. Written so that NaN loses every comparison and drops out.
-struct BoxOfPoints {
-  static constexpr double kInfinity = std::numeric_limits<double>::infinity();
-  PhysicalSpace::point min{kInfinity, kInfinity, kInfinity};
-  PhysicalSpace::point max{-kInfinity, -kInfinity, -kInfinity};
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+constexpr Fiber::PointBox kNowhere{{kInfinity, kInfinity, kInfinity},
+                                   {-kInfinity, -kInfinity, -kInfinity}};
 
-  void add(std::span<const PhysicalSpace::point> points) {
-    PhysicalSpace::point low = min;
-    PhysicalSpace::point high = max;
-    for (const PhysicalSpace::point& p : points) {
-      low = {p.x < low.x ? p.x : low.x, p.y < low.y ? p.y : low.y, p.z < low.z ? p.z : low.z};
-      high = {p.x > high.x ? p.x : high.x, p.y > high.y ? p.y : high.y,
-              p.z > high.z ? p.z : high.z};
+/// The box of points that are numbers: raw coordinates are integers.
+Fiber::PointBox boxOf(std::span<const PhysicalSpace::point> points) {
+  Fiber::PointBox box = kNowhere;
+  for (const PhysicalSpace::point& p : points) {
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+      box.min[axis] = p[axis] < box.min[axis] ? p[axis] : box.min[axis];
+      box.max[axis] = p[axis] > box.max[axis] ? p[axis] : box.max[axis];
     }
-    min = low;
-    max = high;
   }
-  StrongPtr<BoundingBox> box() const {
-    if (!(min.x <= max.x && min.y <= max.y && min.z <= max.z)) return nullptr;
-    return MemCore::makeStrong<BoundingBox>(min, max);
-  }
-};
+  return box;
+}
 
 /// The columns of one fragment being filled from front to back.
 class ColumnFiller {
  public:
   ColumnFiller(const PointColumns& columns, std::uint64_t pointCount)
       : columns_(columns),
+        surveyor_(columns),
         positions_(Fiber::makeArray(MemCore::Chunk<PhysicalSpace::point>::uninitialised(
             static_cast<std::size_t>(pointCount)))) {
     for (const PointColumns::Field& field : columns.fields) {
@@ -78,7 +68,7 @@ class ColumnFiller {
   DecodedPoints finish() {
     std::vector<StrongPtr<Fiber::MemBase>> all{positions_};
     all.insert(all.end(), fieldColumns_.begin(), fieldColumns_.end());
-    return {MemCore::makeStrong<DecodedFragment>(std::move(all)), box_.box()};
+    return {MemCore::makeStrong<DecodedFragment>(std::move(all)), surveyor_.finish()};
   }
 
  private:
@@ -86,7 +76,7 @@ class ColumnFiller {
     const std::size_t count = records.size() / recordBytes;
     const auto points = positions_->span().subspan(done_, count);
     extractPositions(records, recordBytes, columns_.scaling, {&points.front().x, count * 3});
-    box_.add(points);
+    surveyor_.addBlock(points);
     for (std::size_t i = 0; i < outputs_.size(); ++i) {
       outputs_[i] = {columns_.fields[i].field, storedPlace(i, count)};
     }
@@ -116,65 +106,95 @@ class ColumnFiller {
   }
 
   const PointColumns& columns_;
+  PointSurveyor surveyor_;
   StrongPtr<Points> positions_;
   std::vector<StrongPtr<Fiber::MemBase>> fieldColumns_;
   std::vector<ColumnOutput> outputs_;
   std::vector<std::vector<std::byte>> converted_;  ///< per field: one block of stored values
-  BoxOfPoints box_;
   std::size_t done_ = 0;
 };
 
-/// The range in pieces that are read at once: by chunks, or by some thousand records.
-std::vector<PointRange> piecesOf(const LasFile& file, const PointRange& range) {
-  std::vector<PointRange> pieces;
-  const std::uint64_t end = range.firstPoint + range.pointCount;
-  if (file.storage() != PointStorage::Chunked) {
-    for (std::uint64_t at = range.firstPoint; at < end; at += kReadRecords) {
-      pieces.push_back({at, std::min(kReadRecords, end - at)});
-    }
-    return pieces;
+/// Calls `use` with all records, a few blocks at a time.
+template <class Use>
+Outcome<void> forEachPiece(RecordView& records, const Use& use) {
+  const std::uint64_t end = records.pointCount();
+  for (std::uint64_t first = 0; first < end; first += kReadRecords) {
+    const auto piece = records.read(first, std::min(kReadRecords, end - first));
+    if (!piece) return piece.failure();
+    use(*piece);
   }
-  const auto& runs = file.runs();
-  auto run = std::partition_point(runs.begin(), runs.end(), [&](const PointRun& candidate) {
-    return candidate.firstPoint + candidate.pointCount <= range.firstPoint;
-  });
-  for (std::uint64_t at = range.firstPoint; at < end && run != runs.end(); ++run) {
-    const std::uint64_t next = std::min(end, run->firstPoint + run->pointCount);
-    if (next > at) pieces.push_back({at, next - at});
-    at = next;
-  }
-  return pieces;
-}
-
-Failure unreadable(const LasFile& file, const PointRange& piece, std::string_view cause) {
-  const std::string prefix = file.path() + ": ";
-  if (cause.starts_with(prefix)) cause.remove_prefix(prefix.size());
-  // Readers of chunks say themselves which points their chunk has.
-  if (cause.starts_with("points ")) return Failure{fmt::format("{}: {}", file.path(), cause)};
-  return Failure{fmt::format("{}: points {} to {}: {}", file.path(), piece.firstPoint,
-                             piece.firstPoint + piece.pointCount - 1, cause)};
+  return {};
 }
 
 }  // namespace
 
-Outcome<DecodedPoints> decodePoints(const PointColumns& columns, const PointRange& range) {
-  const LasFile& file = *columns.file;
-  const std::vector<PointRange> pieces = piecesOf(file, range);
-  std::uint64_t longest = 0;
-  for (const PointRange& piece : pieces) longest = std::max(longest, piece.pointCount);
-  const auto records =
-      ByteChunk::uninitialised(static_cast<std::size_t>(longest * file.recordBytes()));
+void PointSurveyor::add(std::span<const std::byte> records) {
+  const std::size_t recordBytes = columns_.file->recordBytes();
+  const std::size_t blockBytes = Fiber::kBlockPoints * recordBytes;
+  positions_.resize(Fiber::kBlockPoints);
+  for (std::size_t at = 0; at < records.size(); at += blockBytes) {
+    const auto block = records.subspan(at, std::min(blockBytes, records.size() - at));
+    const auto points = std::span(positions_).first(block.size() / recordBytes);
+    extractPositions(block, recordBytes, columns_.scaling, {&points.front().x, points.size() * 3});
+    addBlock(points);
+  }
+}
+
+void PointSurveyor::addBlock(std::span<const PhysicalSpace::point> positions) {
+  survey_.blocks.push_back(boxOf(positions));
+}
+
+PointSurvey PointSurveyor::finish() {
+  if (survey_.blocks.empty()) return std::move(survey_);
+  Fiber::PointBox whole = kNowhere;
+  for (const Fiber::PointBox& block : survey_.blocks) {
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+      whole.min[axis] = std::min(whole.min[axis], block.min[axis]);
+      whole.max[axis] = std::max(whole.max[axis], block.max[axis]);
+    }
+  }
+  survey_.box = MemCore::makeStrong<BoundingBox>(whole.min, whole.max);
+  return std::move(survey_);
+}
+
+Outcome<PointSurvey> surveyPoints(const PointColumns& columns, RecordView& records) {
+  PointSurveyor surveyor(columns);
+  const auto done =
+      forEachPiece(records, [&](std::span<const std::byte> piece) { surveyor.add(piece); });
+  if (!done) return done.failure();
+  return surveyor.finish();
+}
+
+void extractColumn(const PointColumns& columns, std::size_t column,
+                   std::span<const std::byte> records, std::span<std::byte> out) {
+  const std::size_t recordBytes = columns.file->recordBytes();
+  if (column == kPositionColumn) {
+    auto* positions = reinterpret_cast<double*>(out.data());
+    extractPositions(records, recordBytes, columns.scaling,
+                     {positions, records.size() / recordBytes * 3});
+    return;
+  }
+  const PointColumns::Field& field = columns.fields[column - kFirstFieldColumn];
+  if (field.conversion.isIdentity()) {
+    const ColumnOutput output{field.field, out};
+    return extractColumns(records, recordBytes, {&output, 1});
+  }
+  const std::size_t count = records.size() / recordBytes;
+  std::vector<std::byte> stored(count * elementBytes(field.conversion.from));
+  const ColumnOutput output{field.field, stored};
+  extractColumns(records, recordBytes, {&output, 1});
+  convertElements(field.conversion, stored, out);
+}
+
+Outcome<DecodedPoints> decodePoints(const PointColumns& columns, RecordView& records) {
   // The columns come after the first piece: a file that only claims to have so many points fails
   // before memory is taken for them.
   std::optional<ColumnFiller> filler;
-  for (const PointRange& piece : pieces) {
-    const auto bytes =
-        records->span().first(static_cast<std::size_t>(piece.pointCount * file.recordBytes()));
-    const auto read = file.readRecords(piece.firstPoint, piece.pointCount, bytes);
-    if (!read) return unreadable(file, piece, read.error());
-    if (!filler) filler.emplace(columns, range.pointCount);
-    filler->add(bytes);
-  }
+  const auto done = forEachPiece(records, [&](std::span<const std::byte> piece) {
+    if (!filler) filler.emplace(columns, records.pointCount());
+    filler->add(piece);
+  });
+  if (!done) return done.failure();
   return filler ? filler->finish() : ColumnFiller(columns, 0).finish();
 }
 

@@ -1,19 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // PointDecoding: from the point records of a file to the columns of a fragment, positions first. A
-// single pass: records go through a buffer of one run (or some thousand records) and from there,
-// block by block, into all columns at once, while the box of the positions is taken along.
+// single pass: records go, block by block, into all columns at once. PointSurvey is what the
+// planning of tiles asks of the positions, found without making any column.
 
 #pragma once
 
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "datamodel/eagle/BoundingBox.hpp"
+#include "datamodel/fiber/PointPart.hpp"
 #include "datamodel/memcore/Outcome.hpp"
 #include "formats/cloud/ColumnTypes.hpp"
 #include "formats/cloud/DecodedFragment.hpp"
-#include "formats/cloud/FragmentRanges.hpp"
+#include "formats/cloud/RecordSource.hpp"
 #include "formats/las/LasFile.hpp"
 #include "formats/las/RecordColumns.hpp"
 
@@ -35,15 +37,44 @@ struct PointColumns {
   std::vector<Field> fields;
 };
 
-/// A fragment's columns and the closed box of its positions, which is empty only without points.
-struct DecodedPoints {
-  DecodedHandle fragment;
-  MemCore::StrongPtr<Eagle::BoundingBox> box;
+/// Where a fragment's points lie.
+struct PointSurvey {
+  MemCore::StrongPtr<Eagle::BoundingBox> box;  ///< Closed; empty only without points.
+  std::vector<Fiber::PointBox> blocks;         ///< Of every Fiber::kBlockPoints points.
 };
 
-/// Decodes a range of points. Requires: the range lies within the file.
-/// Threads: may be called at once. Errors: unreadable or damaged records, naming file and points.
-/// May throw std::bad_alloc.
-MemCore::Outcome<DecodedPoints> decodePoints(const PointColumns& columns, const PointRange& range);
+/// Finds the boxes of points that come in pieces.
+class PointSurveyor {
+ public:
+  explicit PointSurveyor(const PointColumns& columns) : columns_(columns) {}
+
+  /// Adds whole records. Requires: all pieces but the last have whole blocks.
+  void add(std::span<const std::byte> records);
+  /// Adds the positions of one block.
+  void addBlock(std::span<const Eagle::PhysicalSpace::point> positions);
+  PointSurvey finish();
+
+ private:
+  const PointColumns& columns_;
+  std::vector<Eagle::PhysicalSpace::point> positions_;  ///< Of one block.
+  PointSurvey survey_;
+};
+
+/// Reads a fragment's records for their survey alone. Errors: those of the records.
+MemCore::Outcome<PointSurvey> surveyPoints(const PointColumns& columns, RecordView& records);
+
+/// Writes one column of records. Requires: room for one element of the column per record.
+void extractColumn(const PointColumns& columns, std::size_t column,
+                   std::span<const std::byte> records, std::span<std::byte> out);
+
+/// A fragment's columns, and where its points lie.
+struct DecodedPoints {
+  DecodedHandle fragment;
+  PointSurvey survey;
+};
+
+/// Makes all columns of a fragment.
+/// Errors: unreadable or damaged records, naming file and points. May throw std::bad_alloc.
+MemCore::Outcome<DecodedPoints> decodePoints(const PointColumns& columns, RecordView& records);
 
 }  // namespace Formats

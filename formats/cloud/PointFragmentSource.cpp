@@ -2,37 +2,95 @@
 
 #include "formats/cloud/PointFragmentSource.hpp"
 
-#include <algorithm>
+#include <new>
+
+#include "formats/cloud/RecordPart.hpp"
 
 namespace Formats {
 
+using MemCore::makeStrong;
 using MemCore::Outcome;
+using MemCore::StrongPtr;
+
+StrongPtr<PointFragmentSource> PointFragmentSource::make(
+    std::shared_ptr<const PointColumns> columns, std::shared_ptr<RecordSource> records) {
+  const auto made = makeStrong<PointFragmentSource>(std::move(columns), records);
+  records->setObserver(
+      [weak = MemCore::WeakPtr<PointFragmentSource>(made)](std::span<const std::byte> decoded) {
+        if (const auto source = weak.lock()) source->surveyDecoded(decoded);
+      });
+  return made;
+}
+
+Outcome<const PointSurvey*> PointFragmentSource::survey() {
+  if (const PointSurvey* known = knownSurvey()) return known;
+  Outcome<RecordView> records = openRecords();
+  if (!records) return records.failure();
+  if (const PointSurvey* known = knownSurvey()) return known;
+  Outcome<PointSurvey> made = surveyPoints(*columns_, *records);
+  if (!made) return made.failure();
+  return keepSurvey(std::move(*made));
+}
 
 Outcome<DecodedHandle> PointFragmentSource::decode() {
-  return file().storage() == PointStorage::Sequential ? decodeInTurn() : decodeHere();
+  Outcome<RecordView> records = records_->open(Keep::No);
+  if (!records) return records.failure();
+  Outcome<DecodedPoints> made = decodePoints(*columns_, *records);
+  if (!made) return made.failure();
+  keepSurvey(std::move(made->survey));
+  // Who asks for whole columns will do so again.
+  records_->release();
+  return made->fragment;
 }
 
-Outcome<DecodedHandle> PointFragmentSource::decodeHere() {
-  Outcome<DecodedPoints> points = decodePoints(file_->columns, range_);
-  if (!points) return points.failure();
-  if (const auto positions = positions_.lock()) positions->rememberBox(points->box);
-  return points->fragment;
+void PointFragmentSource::surveyDecoded(std::span<const std::byte> records) {
+  if (knownSurvey() != nullptr) return;
+  PointSurveyor surveyor(*columns_);
+  surveyor.add(records);
+  keepSurvey(surveyor.finish());
 }
 
-Outcome<DecodedHandle> PointFragmentSource::decodeInTurn() {
-  const std::lock_guard turn(file_->streamMutex);
-  if (auto adopted = decodedIfPresent()) return adopted;
-  while (file_->nextInStream < index_) {
-    const auto predecessor = file_->fragments[file_->nextInStream].lock();
-    if (predecessor) {
-      const Outcome<DecodedHandle> decoded = predecessor->decodeHere();
-      if (!decoded) return decoded.failure();
-      predecessor->adopt(*decoded);
-    }
-    ++file_->nextInStream;
+const PointSurvey* PointFragmentSource::keepSurvey(PointSurvey survey) {
+  const std::lock_guard lock(surveyMutex_);
+  if (survey_) return &*survey_;
+  survey_ = std::move(survey);
+  if (const auto positions = positions_.lock()) positions->rememberBox(survey_->box);
+  return &*survey_;
+}
+
+const PointSurvey* PointFragmentSource::knownSurvey() const {
+  const std::lock_guard lock(surveyMutex_);
+  return survey_ ? &*survey_ : nullptr;
+}
+
+PointColumnCreator::PointColumnCreator(Fiber::ArrayFacts facts,
+                                       StrongPtr<PointFragmentSource> source, std::size_t column)
+    : ColumnCreator(std::move(facts), source, column),
+      points_(std::move(source)),
+      column_(column) {}
+
+StrongPtr<Eagle::BoundingBox> PointColumnCreator::surveyBox() {
+  if (column_ != kPositionColumn) return nullptr;
+  try {
+    const Outcome<const PointSurvey*> survey = points_->survey();
+    if (survey) return (*survey)->box;
+    rememberFailure(survey.error());
+  } catch (const std::bad_alloc&) {
+    rememberFailure("point data: not enough memory to hold them");
   }
-  file_->nextInStream = std::max(file_->nextInStream, index_ + 1);
-  return decodeHere();
+  return nullptr;
+}
+
+StrongPtr<Fiber::PointPartReader> PointColumnCreator::partReader() {
+  if (column_ != kPositionColumn || points_->decodedIfPresent()) return nullptr;
+  return makeStrong<RecordPartReader>(points_);
+}
+
+bool PointColumnCreator::copyPart(const Fiber::PointPart& part, std::span<std::byte> out) {
+  const auto* records = dynamic_cast<const RecordPart*>(&part);
+  if (records == nullptr || &records->source() != points_.get()) return false;
+  extractColumn(points_->columns(), column_, records->records(), out);
+  return true;
 }
 
 }  // namespace Formats

@@ -1,61 +1,73 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// PointFragmentSource: decodes the columns of one fragment from a LAS or LAZ file, and tells the
-// creator of its positions the box that it finds on the way.
-//
-// Files that are one compressed stream (the oldest LASzip scheme) can only be decoded from the
-// front. Their fragments take turns, and a fragment that is asked before its predecessors has them
-// decoded too, instead of leaving them to be decoded again from the start of the file.
+// PointFragmentSource: what one fragment of a LAS or LAZ file can tell: where its points lie (the
+// survey), any of its points (a part), all of its columns (the decoded fragment).
+// PointColumnCreator is the creator of one of its columns, positions included.
 
 #pragma once
 
 #include <cstddef>
 #include <memory>
 #include <mutex>
-#include <vector>
+#include <optional>
 
 #include "formats/cloud/DecodedFragment.hpp"
 #include "formats/cloud/PointDecoding.hpp"
+#include "formats/cloud/RecordSource.hpp"
 
 namespace Formats {
-
-class PointFragmentSource;
-
-/// What the fragments of one file share. Invariant: only `nextInStream` changes once all fragments
-/// are made.
-struct FilePoints {
-  PointColumns columns;
-  std::vector<MemCore::WeakPtr<PointFragmentSource>> fragments;  ///< In the order of the points.
-
-  std::mutex streamMutex;        ///< Held while a stream is decoded; guards `nextInStream`.
-  std::size_t nextInStream = 0;  ///< Fragments in front of it have all been decoded once.
-};
 
 /// Threads: as its base; setPositions before any other thread knows the source.
 class PointFragmentSource final : public DecodedFragmentSource {
  public:
-  /// `index` is the fragment's place in `file->fragments`.
-  PointFragmentSource(std::shared_ptr<FilePoints> file, const PointRange& range, std::size_t index)
-      : file_(std::move(file)), range_(range), index_(index) {}
+  /// Tells `records` to show what is decoded.
+  static MemCore::StrongPtr<PointFragmentSource> make(std::shared_ptr<const PointColumns> columns,
+                                                      std::shared_ptr<RecordSource> records);
+  PointFragmentSource(std::shared_ptr<const PointColumns> columns,
+                      std::shared_ptr<RecordSource> records)
+      : columns_(std::move(columns)), records_(std::move(records)) {}
 
-  const PointRange& range() const { return range_; }
-  const LasFile& file() const { return *file_->columns.file; }
+  const PointRange& range() const { return records_->range(); }
+  const PointColumns& columns() const { return *columns_; }
   /// Who is told the box of the positions.
   void setPositions(const MemCore::WeakPtr<Fiber::CreativeArrayBase>& creator) {
     positions_ = creator;
   }
 
+  /// Where the points lie: known, or found now; it lives as long as the source.
+  /// Errors: unreadable records.
+  MemCore::Outcome<const PointSurvey*> survey();
+  /// The records, for some of the points. Errors: unreadable records.
+  MemCore::Outcome<RecordView> openRecords() { return records_->open(Keep::Yes); }
+
  protected:
   MemCore::Outcome<DecodedHandle> decode() override;
 
  private:
-  MemCore::Outcome<DecodedHandle> decodeHere();
-  MemCore::Outcome<DecodedHandle> decodeInTurn();
+  void surveyDecoded(std::span<const std::byte> records);
+  const PointSurvey* keepSurvey(PointSurvey survey);
+  const PointSurvey* knownSurvey() const;
 
-  std::shared_ptr<FilePoints> file_;
-  PointRange range_;
-  std::size_t index_;
+  std::shared_ptr<const PointColumns> columns_;
+  std::shared_ptr<RecordSource> records_;
   MemCore::WeakPtr<Fiber::CreativeArrayBase> positions_;
+  mutable std::mutex surveyMutex_;     ///< guards `survey_`
+  std::optional<PointSurvey> survey_;  ///< Invariant: unchanged once there
+};
+
+/// The creator of one column of a fragment's points.
+class PointColumnCreator final : public ColumnCreator {
+ public:
+  PointColumnCreator(Fiber::ArrayFacts facts, MemCore::StrongPtr<PointFragmentSource> source,
+                     std::size_t column);
+
+  MemCore::StrongPtr<Eagle::BoundingBox> surveyBox() override;
+  MemCore::StrongPtr<Fiber::PointPartReader> partReader() override;
+  bool copyPart(const Fiber::PointPart& part, std::span<std::byte> out) override;
+
+ private:
+  MemCore::StrongPtr<PointFragmentSource> points_;
+  std::size_t column_;
 };
 
 }  // namespace Formats

@@ -3,6 +3,7 @@
 #include "formats/cloud/SourceOrder.hpp"
 
 #include <algorithm>
+#include <cstring>
 #include <numeric>
 
 #include "formats/cloud/ColumnTypes.hpp"
@@ -33,6 +34,13 @@ class FileNumberCreator final : public Fiber::CreativeArrayBase {
     enableCaching(false);
   }
 
+  bool copyPart(const Fiber::PointPart& part, std::span<std::byte> out) override {
+    for (std::size_t i = 0; i < part.points().size(); ++i) {
+      std::memcpy(&out[i * sizeof fileNumber_], &fileNumber_, sizeof fileNumber_);
+    }
+    return true;
+  }
+
  protected:
   Outcome<StrongPtr<MemBase>> create() override {
     const auto values = Chunk<std::uint32_t>::uninitialised(pointCount_);
@@ -54,6 +62,15 @@ class PointNumberCreator final : public Fiber::CreativeArrayBase {
                         static_cast<double>(range.firstPoint + range.pointCount - 1)}}),
         range_(range) {
     enableCaching(false);
+  }
+
+  bool copyPart(const Fiber::PointPart& part, std::span<std::byte> out) override {
+    const auto points = part.points();
+    for (std::size_t i = 0; i < points.size(); ++i) {
+      const std::uint64_t number = range_.firstPoint + points[i];
+      std::memcpy(&out[i * sizeof number], &number, sizeof number);
+    }
+    return true;
   }
 
  protected:

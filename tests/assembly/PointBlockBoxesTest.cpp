@@ -18,7 +18,7 @@ using namespace TestSupport;
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr std::size_t kBlock = PointBlockBoxes::kBlockPoints;
+constexpr std::size_t kBlock = Fiber::kBlockPoints;
 
 const Eagle::BoundingBox kTile({0, 0, 0}, {10, 10, 10});
 const Index3 kInner{{1, 1, 1}};

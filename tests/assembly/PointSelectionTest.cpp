@@ -24,7 +24,7 @@ using Lists = std::vector<std::vector<unsigned int>>;
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr std::size_t kBlock = PointBlockBoxes::kBlockPoints;
+constexpr std::size_t kBlock = Fiber::kBlockPoints;
 
 StrongPtr<Eagle::BoundingBox> boxHandle(const Point& min, const Point& max) {
   return makeStrong<Eagle::BoundingBox>(min, max);

@@ -22,6 +22,15 @@ PointColumns allColumns(const std::shared_ptr<LasFile>& file) {
   return columns;
 }
 
+/// Decodes a range as the fragment of a file.
+MemCore::Outcome<DecodedPoints> decodeRange(const PointColumns& columns, const PointRange& range) {
+  const auto shared = std::make_shared<FileRecords>();
+  shared->file = columns.file;
+  auto records = std::make_shared<RecordSource>(shared, range, 0)->open(Keep::No);
+  if (!records) return records.failure();
+  return decodePoints(columns, *records);
+}
+
 std::shared_ptr<LasFile> openSurvey(const TempDir& folder, std::size_t points) {
   auto opened = LasFile::open(writeSurvey(folder / "survey.las", 3, points));
   EXPECT_TRUE(opened.ok()) << opened.error();
@@ -34,7 +43,7 @@ TEST(PointDecoding, RangeInTheMiddleEqualsThePlainReader) {
   const TempDir folder;
   const auto file = openSurvey(folder, 40000);
   const PointRange range{1023, 38000};  // begins and ends inside blocks and reads
-  const auto decoded = decodePoints(allColumns(file), range);
+  const auto decoded = decodeRange(allColumns(file), range);
   ASSERT_TRUE(decoded.ok()) << decoded.error();
   const auto all = readAllRecords(*file);
   const auto records = std::span(all).subspan(range.firstPoint * file->recordBytes(),
@@ -53,14 +62,14 @@ TEST(PointDecoding, RangeInTheMiddleEqualsThePlainReader) {
 TEST(PointDecoding, BoxIsThatOfThePositions) {
   const TempDir folder;
   const auto file = openSurvey(folder, 5000);
-  const auto decoded = decodePoints(allColumns(file), {0, 5000});
+  const auto decoded = decodeRange(allColumns(file), {0, 5000});
   ASSERT_TRUE(decoded.ok()) << decoded.error();
   const auto points = plainPositions(readAllRecords(*file), file->header());
   for (std::size_t axis = 0; axis < 3; ++axis) {
     const auto [low, high] =
         std::ranges::minmax_element(points, {}, [axis](const auto& p) { return p[axis]; });
-    EXPECT_EQ(decoded->box->min()[axis], (*low)[axis]);
-    EXPECT_EQ(decoded->box->max()[axis], (*high)[axis]);
+    EXPECT_EQ(decoded->survey.box->min()[axis], (*low)[axis]);
+    EXPECT_EQ(decoded->survey.box->max()[axis], (*high)[axis]);
   }
 }
 
@@ -69,7 +78,7 @@ TEST(PointDecoding, ConvertedColumnsKeepTheOrderOfTheirPoints) {
   const auto file = openSurvey(folder, 3000);
   const PointField* field = file->layout().find("Intensity");
   PointColumns columns{file, {}, {{field, {field->type, ElementType::Float64, 0.5, 3.0}}}};
-  const auto decoded = decodePoints(columns, {0, 3000});
+  const auto decoded = decodeRange(columns, {0, 3000});
   ASSERT_TRUE(decoded.ok()) << decoded.error();
   const auto stored = plainColumn(readAllRecords(*file), file->recordBytes(), *field);
   const auto values =
@@ -84,9 +93,9 @@ TEST(PointDecoding, ConvertedColumnsKeepTheOrderOfTheirPoints) {
 
 TEST(PointDecoding, EmptyRangeHasColumnsButNoBox) {
   const TempDir folder;
-  const auto decoded = decodePoints(allColumns(openSurvey(folder, 10)), {5, 0});
+  const auto decoded = decodeRange(allColumns(openSurvey(folder, 10)), {5, 0});
   ASSERT_TRUE(decoded.ok()) << decoded.error();
-  EXPECT_FALSE(bool(decoded->box));
+  EXPECT_FALSE(bool(decoded->survey.box));
   EXPECT_EQ(decoded->fragment->byteCount(), 0U);
 }
 
@@ -94,7 +103,7 @@ TEST(PointDecoding, FileCutOffAfterOpeningIsNamedWithItsPoints) {
   const TempDir folder;
   const auto file = openSurvey(folder, 40000);
   std::filesystem::resize_file(file->path(), 20000 * file->recordBytes());
-  const auto decoded = decodePoints(allColumns(file), {0, 40000});
+  const auto decoded = decodeRange(allColumns(file), {0, 40000});
   ASSERT_FALSE(decoded.ok());
   EXPECT_THAT(decoded.error(), testing::StartsWith(file->path() + ": points 16384 to 32767: "));
 }

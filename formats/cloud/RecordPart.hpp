@@ -1,0 +1,50 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// RecordPart: some points of a fragment as their records, one behind the other, and the reader that
+// gathers them. What lies between the points is read along only where they are close together.
+
+#pragma once
+
+#include <optional>
+#include <vector>
+
+#include "datamodel/fiber/PointPart.hpp"
+#include "formats/cloud/PointFragmentSource.hpp"
+
+namespace Formats {
+
+class RecordPart final : public Fiber::PointPart {
+ public:
+  RecordPart(MemCore::StrongPtr<PointFragmentSource> source, std::span<const unsigned int> points,
+             MemCore::StrongPtr<MemCore::Chunk<std::byte>> records)
+      : PointPart(points), source_(std::move(source)), records_(std::move(records)) {}
+
+  const PointFragmentSource& source() const { return *source_; }
+  std::span<const std::byte> records() const { return std::as_const(*records_).span(); }
+
+ private:
+  MemCore::StrongPtr<PointFragmentSource> source_;
+  MemCore::StrongPtr<MemCore::Chunk<std::byte>> records_;
+};
+
+/// Opens the records when they are needed first, and holds them from there on.
+class RecordPartReader final : public Fiber::PointPartReader {
+ public:
+  explicit RecordPartReader(MemCore::StrongPtr<PointFragmentSource> source)
+      : source_(std::move(source)) {}
+
+  std::uint64_t pointCount() const override { return source_->range().pointCount; }
+  MemCore::Outcome<std::span<const Fiber::PointBox>> blockBoxes() override;
+  MemCore::Outcome<void> readPositions(std::uint64_t first,
+                                       std::span<Eagle::PhysicalSpace::point> out) override;
+  MemCore::Outcome<MemCore::StrongPtr<Fiber::PointPart>> gather(
+      std::span<const unsigned int> points) override;
+
+ private:
+  MemCore::Outcome<RecordView*> records();
+
+  MemCore::StrongPtr<PointFragmentSource> source_;
+  std::optional<RecordView> records_;
+};
+
+}  // namespace Formats
