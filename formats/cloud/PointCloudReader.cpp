@@ -147,6 +147,18 @@ std::vector<std::string> CloudSummary::lateNotes() const {
   return lines;
 }
 
+std::uint64_t CloudSummary::chunks() const {
+  std::uint64_t count = 0;
+  for (const auto& file : compressedFiles) count += file->runs().size();
+  return count;
+}
+
+std::uint64_t CloudSummary::decodedChunks() const {
+  std::uint64_t count = 0;
+  for (const auto& file : compressedFiles) count += file->decodedChunks();
+  return count;
+}
+
 Outcome<CloudSummary> addPointCloud(Fiber::Bundle& bundle, const std::vector<std::string>& files,
                                     const CloudOptions& options) {
   if (files.empty()) return Failure{"point cloud: no files given"};
@@ -156,6 +168,9 @@ Outcome<CloudSummary> addPointCloud(Fiber::Bundle& bundle, const std::vector<std
   const Outcome<OpenedCloud> cloud = openCloud(files, options, summary.notes);
   if (!cloud) return cloud.failure();
 
+  for (const auto& file : cloud->lasFiles) {
+    if (file->isCompressed()) summary.compressedFiles.push_back(file);
+  }
   openSpill(*cloud, options.spillFolder, summary);
   const auto grid = bundle[options.time]->newGrid(options.gridName);
   fillGrid(*grid, cloud->files, cloud->fields, options.keepOrder, summary);

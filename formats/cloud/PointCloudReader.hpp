@@ -23,6 +23,7 @@
 namespace Formats {
 
 struct FileWaveforms;
+class LasFile;
 class RecordSpill;
 
 /// What went into the bundle.
@@ -37,6 +38,11 @@ struct CloudSummary {
   /// that could not be had, and one for a spill that had to be given up. Meant for the end of a
   /// run. Threads: may be called at any time.
   std::vector<std::string> lateNotes() const;
+
+  /// Chunks of the compressed files, and how many have been decoded so far, repetitions included.
+  std::uint64_t chunks() const;
+  std::uint64_t decodedChunks() const;
+  std::vector<std::shared_ptr<const LasFile>> compressedFiles;
 
   /// The files with waveforms, whose losses lateNotes() tells.
   std::vector<std::shared_ptr<const FileWaveforms>> waveforms;

@@ -20,25 +20,33 @@ Outcome<std::span<const std::byte>> RecordView::read(std::uint64_t first, std::u
       buffer_ = MemCore::Chunk<std::byte>::uninitialised(bytes);
     }
     const auto place = buffer_->span().first(bytes);
-    const Outcome<bool> isRead = source_->readStored(first, place);
+    const Outcome<void> isRead = readStored(first, place);
     if (!isRead) return isRead.failure();
-    if (*isRead) return std::span<const std::byte>(place);
-    auto decoded = source_->decoded(Keep::Yes);
-    if (!decoded) return decoded.failure();
-    inMemory_ = *decoded;
+    if (!inMemory_) return std::span<const std::byte>(place);
   }
   return inMemory_->bytes().subspan(static_cast<std::size_t>(first * recordBytes()), bytes);
 }
 
 Outcome<void> RecordView::copy(std::uint64_t first, std::span<std::byte> out) {
   if (!inMemory_) {
+    const Outcome<void> isRead = readStored(first, out);
+    if (!isRead || !inMemory_) return isRead;
+  }
+  const auto from = inMemory_->bytes().begin() + static_cast<std::ptrdiff_t>(first * recordBytes());
+  std::copy_n(from, out.size(), out.begin());
+  return {};
+}
+
+/// Reads from file or spill; where the spill has lost the records, they are in memory afterwards.
+Outcome<void> RecordView::readStored(std::uint64_t first, std::span<std::byte> out) {
+  while (!inMemory_) {
     const Outcome<bool> isRead = source_->readStored(first, out);
     if (!isRead) return isRead.failure();
     if (*isRead) return {};
+    auto decoded = source_->decoded(Keep::Yes);
+    if (!decoded) return decoded.failure();
+    inMemory_ = *decoded;
   }
-  const auto records = read(first, out.size() / recordBytes());
-  if (!records) return records.failure();
-  std::copy(records->begin(), records->end(), out.begin());
   return {};
 }
 
@@ -53,13 +61,15 @@ void RecordSource::release() const {
   if (const auto records = present()) Cache::MemCache()->remove(*records);
 }
 
+/// Empty when another thread has spilled them meanwhile.
 Outcome<RecordsHandle> RecordSource::decoded(Keep keep) {
   if (auto records = present()) {
     records->markAsUsed();
     return records;
   }
-  // One decoding at a time: whoever waited here finds the records that the first one decoded.
+  // One decoding at a time: whoever waited here finds what the first one decoded.
   const std::lock_guard decoding(decodeMutex_);
+  if (isStored()) return RecordsHandle();
   if (auto records = present()) {
     records->markAsUsed();
     return records;
@@ -77,6 +87,7 @@ Outcome<RecordsHandle> RecordSource::decodeHere(Keep keep) {
 
 Outcome<RecordsHandle> RecordSource::decodeInTurn(Keep keep) {
   const std::lock_guard turn(file_->streamMutex);
+  if (isStored()) return RecordsHandle();
   if (auto records = present()) return records;
   while (file_->nextInStream < index_) {
     if (const auto predecessor = file_->fragments[file_->nextInStream].lock()) {
@@ -108,7 +119,7 @@ void RecordSource::store(const RecordsHandle& records, Keep keep) {
   }
 }
 
-Outcome<bool> RecordSource::readStored(std::uint64_t first, std::span<std::byte> out) const {
+Outcome<bool> RecordSource::readStored(std::uint64_t first, std::span<std::byte> out) {
   const std::uint64_t point = range_.firstPoint + first;
   if (file().storage() == PointStorage::Plain) {
     const auto read = readRange(file(), {point, out.size() / file().recordBytes()}, out);

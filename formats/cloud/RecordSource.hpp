@@ -57,6 +57,8 @@ class RecordView {
   MemCore::Outcome<void> copy(std::uint64_t first, std::span<std::byte> out);
 
  private:
+  MemCore::Outcome<void> readStored(std::uint64_t first, std::span<std::byte> out);
+
   std::shared_ptr<RecordSource> source_;
   RecordsHandle inMemory_;  ///< Empty: read from file or spill.
   MemCore::StrongPtr<MemCore::Chunk<std::byte>> buffer_;
@@ -91,7 +93,7 @@ class RecordSource : public std::enable_shared_from_this<RecordSource> {
   RecordsHandle present() const;
   void store(const RecordsHandle& records, Keep keep);
   /// From file or spill. False: the records are not there (any more).
-  MemCore::Outcome<bool> readStored(std::uint64_t first, std::span<std::byte> out) const;
+  MemCore::Outcome<bool> readStored(std::uint64_t first, std::span<std::byte> out);
   bool isStored() const;
 
   std::shared_ptr<FileRecords> file_;
