@@ -6,6 +6,9 @@
 //                                             overlap 0 and 0.1, storage raw and grid
 //   LAZ -> tiles, against decoding alone:     1 and 2 threads, about 25 tiles
 //   memory:                                   LAS -> tiles with a budget of a tenth of the input
+//   LAZ chunks decoded, over those there are: budget of a tenth of the decoded input; as given, and
+//                                             in order of place where --ordered-laz names such a
+//                                             file
 //
 // Each line gives the best of the repetitions, floor and split alternating, because timings on a
 // shared machine are noisy. Without --las a synthetic survey is made. Tiles are not flushed to the
@@ -37,6 +40,7 @@ namespace {
 struct Settings {
   std::string las;
   std::string laz;
+  std::string orderedLaz;
   std::string folder;
   std::uint64_t points = 10'000'000;
   int repetitions = 3;
@@ -48,6 +52,7 @@ struct InputFacts {
   std::string path;
   std::uint64_t points = 0;
   std::uint64_t recordBytes = 0;
+  std::uint64_t runs = 0;
   double area = 0.0;
 
   double edgeForTiles(double tiles) const { return std::sqrt(area / tiles); }
@@ -58,7 +63,7 @@ MemCore::Outcome<InputFacts> factsOf(const std::string& path) {
   if (!opened.ok()) return opened.failure();
   const Formats::LasHeader& header = (*opened)->header();
   return InputFacts{
-      path, (*opened)->pointCount(), (*opened)->recordBytes(),
+      path, (*opened)->pointCount(), (*opened)->recordBytes(), (*opened)->runs().size(),
       (header.maximum[0] - header.minimum[0]) * (header.maximum[1] - header.minimum[1])};
 }
 
@@ -185,6 +190,24 @@ void compareMemory(Runner& runner, const InputFacts& input) {
       });
 }
 
+/// How often a chunk is decoded where memory holds a tenth of the points.
+void countChunkDecodes(Runner& runner, const std::string& path, const std::string& order) {
+  if (path.empty()) return;
+  const auto input = factsOf(path);
+  if (!input.ok()) return runner.fail(input.error());
+  const std::uint64_t budget = input->points * input->recordBytes / 10;
+  const double edge = input->edgeForTiles(100);
+  const std::string folder = freshFolder(runner.settings());
+  const auto counted = measureInChild([&] {
+    return countDecodes({path, folder, edge, 0.0, 2, Fiber::StorageKind::Grid, budget});
+  });
+  if (!counted.ok()) return runner.fail(path + ": " + counted.error());
+  fmt::print(
+      "LAZ 2 thread(s) ~100 tiles, budget {:.0f} MB, {}: {:.2f} decodes per chunk, {:.3f} s\n",
+      static_cast<double>(budget) / 1e6, order,
+      static_cast<double>(counted->points) / static_cast<double>(input->runs), counted->seconds);
+}
+
 /// Makes the synthetic survey in a child, so that this process starts no threads.
 MemCore::Outcome<std::string> synthesise(const Settings& settings) {
   const std::string path = (fs::path(settings.folder) / "survey.las").string();
@@ -228,6 +251,8 @@ void runLaz(Runner& runner) {
   if (!input.ok()) return runner.fail(input.error());
   fmt::print("{}: {} points of {} bytes\n", input->path, input->points, input->recordBytes);
   for (const int threads : {1, 2}) compareLaz(runner, *input, threads, 25.0);
+  countChunkDecodes(runner, input->path, "order of the file");
+  countChunkDecodes(runner, runner.settings().orderedLaz, "order of place");
 }
 
 }  // namespace
@@ -239,6 +264,7 @@ int main(int argc, char** argv) {
   CLI::App app("Measures splits against their floors");
   app.add_option("--las", settings.las, "Uncompressed input; a synthetic survey without it");
   app.add_option("--laz", settings.laz, "Compressed input; left out without it");
+  app.add_option("--ordered-laz", settings.orderedLaz, "Such a file in order of place (an export)");
   app.add_option("--points", settings.points, "Points of the synthetic survey");
   app.add_option("--folder", settings.folder, "Working folder, made and emptied");
   app.add_option("--repetitions", settings.repetitions, "Measurements per line; the best counts");

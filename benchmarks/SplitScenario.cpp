@@ -15,6 +15,8 @@ namespace Benchmarks {
 
 namespace {
 
+constexpr const char* kOutput = "/out.f5";
+
 std::uint64_t pointsOf(const std::string& bundleFile) {
   bool ok = false;
   const auto parameters = MemCore::makeStrong<MemCore::LoaderParameters>(
@@ -33,9 +35,8 @@ std::uint64_t pointsOf(const std::string& bundleFile) {
   return points;
 }
 
-}  // namespace
-
-MemCore::Outcome<std::uint64_t> splitFile(const SplitJob& job) {
+/// Splits the file; returns what the reader of the cloud knows of it.
+MemCore::Outcome<Formats::CloudSummary> runSplit(const SplitJob& job) {
   omp_set_num_threads(job.threads);
   const MemCore::ConsoleRedirection quiet([](const std::string&) {});
   Fiber::StorageTransformations storage;
@@ -54,14 +55,28 @@ MemCore::Outcome<std::uint64_t> splitFile(const SplitJob& job) {
   if (!cloud.ok()) return cloud.failure();
   if (::chdir(job.folder.c_str()) != 0) return MemCore::Failure{job.folder + ": no such folder"};
   operation.outputDirectory = job.folder;
-  operation.outputFileName = job.folder + "/out.f5";
+  operation.outputFileName = job.folder + kOutput;
   operation.FragmentLength = {{job.edgeLength, job.edgeLength, 0.0}};
   operation.NormalizedOverlap = job.overlap;
   if (!operation.Run() || !operation.messages.empty()) {
     return MemCore::Failure{operation.messages.empty() ? "split failed"
                                                        : operation.messages.front()};
   }
-  return pointsOf(operation.outputFileName);
+  return cloud;
+}
+
+}  // namespace
+
+MemCore::Outcome<std::uint64_t> splitFile(const SplitJob& job) {
+  const auto cloud = runSplit(job);
+  if (!cloud.ok()) return cloud.failure();
+  return pointsOf(job.folder + kOutput);
+}
+
+MemCore::Outcome<std::uint64_t> countDecodes(const SplitJob& job) {
+  const auto cloud = runSplit(job);
+  if (!cloud.ok()) return cloud.failure();
+  return cloud->decodedChunks();
 }
 
 }  // namespace Benchmarks

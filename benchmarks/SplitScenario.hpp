@@ -25,4 +25,7 @@ struct SplitJob {
 /// Errors: any message of the operation.
 MemCore::Outcome<std::uint64_t> splitFile(const SplitJob& job);
 
+/// The same; returns how many chunks of a LAZ file were decoded, repetitions included.
+MemCore::Outcome<std::uint64_t> countDecodes(const SplitJob& job);
+
 }  // namespace Benchmarks

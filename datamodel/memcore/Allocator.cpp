@@ -14,10 +14,11 @@ void fitAllocator([[maybe_unused]] std::uint64_t budgetBytes) {
 #ifdef __GLIBC__
   // Blocks above the first size come from the system and go back to it at once; setting it also
   // ends glibc's habit of raising it with the sizes it meets. 32 MiB is the most it takes.
-  constexpr std::uint64_t kKiB = 1024;
-  constexpr std::uint64_t kMiB = 1024 * kKiB;
-  const std::uint64_t mapped = std::clamp(budgetBytes / 256, 128 * kKiB, 32 * kMiB);
-  const std::uint64_t kept = std::clamp(budgetBytes / 16, kMiB, 256 * kMiB);
+  // The lower bounds let the columns of a tile of some hundred thousand points be reused however
+  // small the budget is; what they keep is a few megabytes for each thread.
+  constexpr std::uint64_t kMiB = std::uint64_t{1} << 20;
+  const std::uint64_t mapped = std::clamp(budgetBytes / 256, 4 * kMiB, 32 * kMiB);
+  const std::uint64_t kept = std::clamp(budgetBytes / 16, 8 * kMiB, 256 * kMiB);
   mallopt(M_MMAP_THRESHOLD, static_cast<int>(mapped));
   mallopt(M_TRIM_THRESHOLD, static_cast<int>(kept));
 #endif

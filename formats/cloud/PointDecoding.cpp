@@ -3,7 +3,6 @@
 #include "formats/cloud/PointDecoding.hpp"
 
 #include <algorithm>
-#include <limits>
 #include <optional>
 #include <span>
 
@@ -23,22 +22,6 @@ using ByteChunk = MemCore::Chunk<std::byte>;
 constexpr std::size_t kBlockRecords = Fiber::kBlockPoints;
 /// Records per read: whole blocks of a survey, and few enough to stay in the cache meanwhile.
 constexpr std::uint64_t kReadRecords = 8 * Fiber::kBlockPoints;
-
-constexpr double kInfinity = std::numeric_limits<double>::infinity();
-constexpr Fiber::PointBox kNowhere{{kInfinity, kInfinity, kInfinity},
-                                   {-kInfinity, -kInfinity, -kInfinity}};
-
-/// The box of points that are numbers: raw coordinates are integers.
-Fiber::PointBox boxOf(std::span<const PhysicalSpace::point> points) {
-  Fiber::PointBox box = kNowhere;
-  for (const PhysicalSpace::point& p : points) {
-    for (std::size_t axis = 0; axis < 3; ++axis) {
-      box.min[axis] = p[axis] < box.min[axis] ? p[axis] : box.min[axis];
-      box.max[axis] = p[axis] > box.max[axis] ? p[axis] : box.max[axis];
-    }
-  }
-  return box;
-}
 
 /// The columns of one fragment being filled from front to back.
 class ColumnFiller {
@@ -76,7 +59,7 @@ class ColumnFiller {
     const std::size_t count = records.size() / recordBytes;
     const auto points = positions_->span().subspan(done_, count);
     extractPositions(records, recordBytes, columns_.scaling, {&points.front().x, count * 3});
-    surveyor_.addBlock(points);
+    surveyor_.add(records);
     for (std::size_t i = 0; i < outputs_.size(); ++i) {
       outputs_[i] = {columns_.fields[i].field, storedPlace(i, count)};
     }
@@ -131,29 +114,22 @@ Outcome<void> forEachPiece(RecordView& records, const Use& use) {
 void PointSurveyor::add(std::span<const std::byte> records) {
   const std::size_t recordBytes = columns_.file->recordBytes();
   const std::size_t blockBytes = Fiber::kBlockPoints * recordBytes;
-  positions_.resize(Fiber::kBlockPoints);
   for (std::size_t at = 0; at < records.size(); at += blockBytes) {
     const auto block = records.subspan(at, std::min(blockBytes, records.size() - at));
-    const auto points = std::span(positions_).first(block.size() / recordBytes);
-    extractPositions(block, recordBytes, columns_.scaling, {&points.front().x, points.size() * 3});
-    addBlock(points);
+    const auto [min, max] = boundsOfPositions(block, recordBytes, columns_.scaling);
+    survey_.blocks.push_back({{min[0], min[1], min[2]}, {max[0], max[1], max[2]}});
   }
-}
-
-void PointSurveyor::addBlock(std::span<const PhysicalSpace::point> positions) {
-  survey_.blocks.push_back(boxOf(positions));
 }
 
 PointSurvey PointSurveyor::finish() {
-  if (survey_.blocks.empty()) return std::move(survey_);
-  Fiber::PointBox whole = kNowhere;
   for (const Fiber::PointBox& block : survey_.blocks) {
-    for (std::size_t axis = 0; axis < 3; ++axis) {
-      whole.min[axis] = std::min(whole.min[axis], block.min[axis]);
-      whole.max[axis] = std::max(whole.max[axis], block.max[axis]);
+    const BoundingBox own(block.min, block.max);
+    if (survey_.box) {
+      survey_.box->expand(own);
+    } else {
+      survey_.box = MemCore::makeStrong<BoundingBox>(block.min, block.max);
     }
   }
-  survey_.box = MemCore::makeStrong<BoundingBox>(whole.min, whole.max);
   return std::move(survey_);
 }
 

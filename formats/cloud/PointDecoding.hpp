@@ -50,13 +50,10 @@ class PointSurveyor {
 
   /// Adds whole records. Requires: all pieces but the last have whole blocks.
   void add(std::span<const std::byte> records);
-  /// Adds the positions of one block.
-  void addBlock(std::span<const Eagle::PhysicalSpace::point> positions);
   PointSurvey finish();
 
  private:
   const PointColumns& columns_;
-  std::vector<Eagle::PhysicalSpace::point> positions_;  ///< Of one block.
   PointSurvey survey_;
 };
 

@@ -138,4 +138,28 @@ void extractPositions(std::span<const std::byte> records, std::size_t recordByte
   }
 }
 
+PositionBounds boundsOfPositions(std::span<const std::byte> records, std::size_t recordBytes,
+                                 const CoordinateScaling& scaling) {
+  using Raw = std::array<std::int32_t, 3>;
+  assert(records.size() >= recordBytes);
+  Raw low = loadValue<Raw>(records.data());
+  Raw high = low;
+  for (std::size_t at = 0; at < records.size(); at += recordBytes) {
+    const Raw raw = loadValue<Raw>(records.data() + at);
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+      low[axis] = std::min(low[axis], raw[axis]);
+      high[axis] = std::max(high[axis], raw[axis]);
+    }
+  }
+  // Every step from a raw coordinate to a position is monotonic, its rounding included.
+  PositionBounds bounds;
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    const double a = low[axis] * scaling.scale[axis] + scaling.offset[axis];
+    const double b = high[axis] * scaling.scale[axis] + scaling.offset[axis];
+    bounds.min[axis] = std::min(a, b);
+    bounds.max[axis] = std::max(a, b);
+  }
+  return bounds;
+}
+
 }  // namespace Formats

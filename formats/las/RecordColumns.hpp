@@ -49,4 +49,15 @@ struct CoordinateScaling {
 void extractPositions(std::span<const std::byte> records, std::size_t recordBytes,
                       const CoordinateScaling& scaling, std::span<double> positions);
 
+/// Smallest and largest coordinates of positions.
+struct PositionBounds {
+  std::array<double, 3> min{};
+  std::array<double, 3> max{};
+};
+
+/// The bounds of what extractPositions makes of the same records, for less than making it.
+/// Requires: at least one whole record.
+PositionBounds boundsOfPositions(std::span<const std::byte> records, std::size_t recordBytes,
+                                 const CoordinateScaling& scaling);
+
 }  // namespace Formats

@@ -6,7 +6,7 @@ import resource
 import subprocess
 import unittest
 
-from support import ProgramTest, leftovers
+from support import ProgramTest, digests, leftovers
 
 
 class OutputFailureTest(ProgramTest):
@@ -80,6 +80,21 @@ class OutputFailureTest(ProgramTest):
         self.assertGreater(healed["tiles"]["kept"], 0)
         self.assertEqual(healed["tiles"]["failed"], 0)
         self.assertTrue(healed["points"]["agree"])
+
+    def test_points_that_cannot_be_kept_beside_the_output_are_decoded_again(self):
+        self.make_survey("in.laz", "200k")
+        arguments = ("in.laz", "-o", "out.f5", "--fragment-length", "20", "--memory", "1M")
+        restrict = self.limit_file_sizes(1_000_000)  # room for each tile, not for all points
+        done = self.run_program("split", *arguments, preexec_fn=restrict)
+        self.assertIn(f"{self.folder}: decoded points cannot be kept there: File too large",
+                      done.stderr.replace("\n", " "))
+        under_pressure = digests(self.folder / "out")
+        self.assertEqual(leftovers(self.folder), [])
+        (self.folder / "there").mkdir()
+        self.run_program("split", "../in.laz", "-o", "out.f5", "--fragment-length", "20",
+                         cwd=self.folder / "there")
+        at_ease = digests(self.folder / "there" / "out")
+        self.assertEqual({**under_pressure, "plan.json": ""}, {**at_ease, "plan.json": ""})
 
     def test_import_to_a_full_disk_leaves_nothing(self):
         restrict = self.limit_file_sizes(10_000)

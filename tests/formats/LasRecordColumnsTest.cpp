@@ -121,5 +121,24 @@ TEST(RecordColumns, PositionsAreRawTimesScalePlusOffset) {
   }
 }
 
+TEST(RecordColumns, BoundsAreThoseOfThePositions) {
+  constexpr std::size_t kCount = 1000;
+  const std::vector<std::byte> records = randomBytes(kCount * 20, testSeed());
+  const CoordinateScaling scaling{{0.01, -1e-7, 1.16451e-06}, {202500, -123.5, 0.1}};
+  std::vector<double> positions(kCount * 3);
+  extractPositions(records, 20, scaling, positions);
+  const PositionBounds bounds = boundsOfPositions(records, 20, scaling);
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    double low = positions[axis];
+    double high = low;
+    for (std::size_t at = axis; at < positions.size(); at += 3) {
+      low = std::min(low, positions[at]);
+      high = std::max(high, positions[at]);
+    }
+    EXPECT_EQ(bounds.min[axis], low);
+    EXPECT_EQ(bounds.max[axis], high);
+  }
+}
+
 }  // namespace
 }  // namespace Formats
