@@ -9,7 +9,6 @@ import pytest
 POINTS = 3_000_000
 RECORD_BYTES = 30
 THREADS = 2
-FRAGMENT_POINTS = 250_000
 BYTES_PER_POINT = 100  # of a tile while it is built: its values, their encoding, its indices
 PROGRAM_ITSELF = 50_000_000  # libraries, and for each thread the records being decoded
 
@@ -54,13 +53,3 @@ def test_tiles_do_not_depend_on_the_budget(program, tmp_path):
     for tile in tiles:
         same = tmp_path / "limited" / "out" / tile.name
         assert same.read_bytes() == tile.read_bytes(), tile.name
-
-
-def test_import_holds_the_budget(program, tmp_path):
-    survey = tmp_path / "survey.laz"
-    run(program, tmp_path, "synth", "-o", survey, "--points", POINTS, "--no-waveforms")
-    budget = POINTS * RECORD_BYTES // 10
-    done = run(program, tmp_path, "import", survey, "-o", tmp_path / "all.f5", "--no-sync",
-               "--threads", THREADS, "--memory", budget)
-    fragments = THREADS * FRAGMENT_POINTS * BYTES_PER_POINT
-    assert done["peakMemoryBytes"] < budget + fragments + PROGRAM_ITSELF
