@@ -25,7 +25,7 @@ BlockRelation relationOf(const PointBox& box, const TileBounds& bounds);
 
 class PointBlockBoxes final : public MemCore::InterfaceBase {
  public:
-  static constexpr std::size_t kBlockPoints = 2048;
+  static constexpr std::size_t kBlockPoints = 512;
 
   /// Number of blocks of an array of so many points; the last one may be shorter.
   static std::size_t blockCount(std::size_t pointCount) {
