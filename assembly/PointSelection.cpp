@@ -71,6 +71,34 @@ StrongPtr<IndexList> listFor(const std::vector<CandidateBlock>& candidates) {
   return list;
 }
 
+using Candidates = std::span<const CandidateBlock>;
+
+/// How many candidates from the front on are mixed and without a gap, up to what is read at once.
+std::size_t mixedRun(Candidates candidates) {
+  constexpr std::size_t kMostBlocks = 8;
+  std::size_t length = 0;
+  for (const CandidateBlock& block : candidates.first(std::min(kMostBlocks, candidates.size()))) {
+    if (block.isInside || block.first != candidates.front().first + length * Fiber::kBlockPoints) {
+      break;
+    }
+    ++length;
+  }
+  return length;
+}
+
+/// Reads the positions of a run of mixed blocks and adds those inside the tile.
+Outcome<void> appendMixedRun(IndexList& list, Fiber::PointPartReader& reader, Candidates run,
+                             const TileBounds& bounds) {
+  const std::size_t first = run.front().first;
+  std::vector<PhysicalSpace::point> points(run.back().first + run.back().count - first);
+  if (auto read = reader.readPositions(first, points); !read) return read;
+  for (const CandidateBlock& block : run) {
+    appendMixedBlock(list, PointSpan(points).subspan(block.first - first, block.count), block,
+                     bounds);
+  }
+  return {};
+}
+
 /// Selects by way of a reader, which is asked for the positions of mixed blocks alone.
 Outcome<StrongPtr<IndexList>> selectByParts(Fiber::PointPartReader& reader,
                                             const TileBounds& bounds) {
@@ -80,15 +108,15 @@ Outcome<StrongPtr<IndexList>> selectByParts(Fiber::PointPartReader& reader,
   const auto candidates =
       candidateBlocks(static_cast<std::uint32_t>(reader.pointCount()), *boxes, bounds);
   auto list = listFor(candidates);
-  std::vector<PhysicalSpace::point> points;
-  for (const CandidateBlock& block : candidates) {
-    if (block.isInside) {
-      appendWholeBlock(*list, block);
-      continue;
+  for (Candidates rest = candidates; !rest.empty();) {
+    const std::size_t mixed = mixedRun(rest);
+    if (mixed == 0) {
+      appendWholeBlock(*list, rest.front());
+    } else {
+      const auto added = appendMixedRun(*list, reader, rest.first(mixed), bounds);
+      if (!added) return added.failure();
     }
-    points.resize(block.count);
-    if (const auto read = reader.readPositions(block.first, points); !read) return read.failure();
-    appendMixedBlock(*list, points, block, bounds);
+    rest = rest.subspan(std::max<std::size_t>(mixed, 1));
   }
   return list;
 }

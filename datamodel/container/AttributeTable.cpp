@@ -7,12 +7,10 @@
 #include <algorithm>
 #include <charconv>
 
+#include "datamodel/container/AttributeValues.hpp"
 #include "datamodel/container/FormatNames.hpp"
-#include "datamodel/container/Hdf5Attributes.hpp"
-#include "datamodel/container/Hdf5Types.hpp"
-#include "datamodel/container/Hdf5Walk.hpp"
 #include "datamodel/container/StoredName.hpp"
-#include "datamodel/container/ValueDatasets.hpp"
+#include "datamodel/container/StoredValue.hpp"
 
 namespace Fiber::Container {
 
@@ -22,7 +20,7 @@ using MemCore::Outcome;
 
 namespace {
 
-/// Values up to this size are attributes. The library's checksummed blocks take twice as much.
+/// Values up to this size are attributes: object headers stay small.
 constexpr std::size_t kLargestAttribute = 2048;
 
 /// Number of the attribute set that a stored name belongs to: what stands behind '#'; 0 without.
@@ -48,36 +46,18 @@ Outcome<void> sortIn(AttributeTable& table, const std::string& stored,
   return {};
 }
 
-/// Opens a group by a path of names, making those that are missing.
-Outcome<GroupHandle> makeGroupPath(hid_t parent, const std::string& path) {
-  auto group = findGroupPath(parent, ".");
-  std::size_t start = 0;
-  while (group.ok() && start < path.size()) {
-    const std::size_t slash = std::min(path.find('/', start), path.size());
-    const std::string name = path.substr(start, slash - start);
-    start = slash + 1;
-    if (H5Lexists(group->get(), name.c_str(), H5P_DEFAULT) > 0) {
-      group = openGroup(group->get(), name);
-    } else {
-      group = ownHdf5<GroupHandle>(H5Gcreate2(group->get(), name.c_str(), linkCreation().get(),
-                                              groupCreation().get(), H5P_DEFAULT),
-                                   fmt::format("{}: cannot be made", path));
-    }
-  }
-  return group;
-}
-
-Outcome<void> readLarge(const AttributePlace& place, std::uint64_t fileBytes,
-                        AttributeTable& table) {
-  const auto group = findGroupPath(place.group, place.largeGroup);
-  if (!group.ok()) return group.failure();
-  if (!group->ok()) return {};
-  const auto names = childNames(group->get());
-  if (!names.ok()) return names.failure();
-  for (const std::string& stored : *names) {
-    const auto value = readValueDataset(group->get(), stored, fileBytes);
-    if (!value.ok()) return Failure{fmt::format("attribute {}", value.error())};
-    if (auto done = sortIn(table, stored, *value); !done.ok()) return done;
+Outcome<void> readLarge(const AttributeSource& source, AttributeTable& table) {
+  const ObjectGroup* group = source.group.find(source.largeGroup);
+  if (group == nullptr) return {};
+  for (const auto& [stored, dataset] : group->datasets) {
+    const auto within = [&stored = stored](const std::string& text) {
+      return Failure{fmt::format("attribute {}: {}", stored, text)};
+    };
+    const auto value = source.file.checkedValue(dataset);
+    if (!value.ok()) return within(value.error());
+    const auto chunk = chunkOf(*value);
+    if (!chunk.ok()) return within(chunk.error());
+    if (auto done = sortIn(table, stored, *chunk); !done.ok()) return done;
   }
   return {};
 }
@@ -92,46 +72,43 @@ void addAttributes(StoredAttributes& stored, const Attributes& attributes,
   }
 }
 
-Outcome<void> writeAttributes(const AttributePlace& place, const StoredAttributes& stored) {
-  GroupHandle large;
-  for (const auto& [name, value] : stored) {
-    if (value->byteCount() <= kLargestAttribute) {
-      if (auto done = writeAttribute(place.object, name, *value); !done.ok()) return done;
+Outcome<void> writeAttributes(OutputFile& output, const AttributeTarget& target,
+                              const StoredAttributes& stored) {
+  for (const auto& [name, chunk] : stored) {
+    auto value = valueOf(*chunk);
+    if (!value.ok()) return Failure{fmt::format("attribute {}: {}", name, value.error())};
+    if (chunk->byteCount() <= kLargestAttribute) {
+      target.values[name] = std::move(value).value();
       continue;
     }
-    if (!large.ok()) {
-      auto made = makeGroupPath(place.group, place.largeGroup);
-      if (!made.ok()) return made.failure();
-      large = std::move(made).value();
+    ObjectGroup& large = target.group.make(target.largeGroup);
+    if (auto done = output.addDataset(large, name, std::move(value).value()); !done.ok()) {
+      return done;
     }
-    const auto done = writeValueDataset(large.get(), name, *value);
-    if (!done.ok()) return Failure{fmt::format("attribute {}", done.error())};
   }
-  return large.close("attributes: cannot be closed");
+  return {};
 }
 
-Outcome<AttributeTable> readAttributes(const AttributePlace& place, std::uint64_t fileBytes) {
-  const auto names = attributeNames(place.object);
-  if (!names.ok()) return names.failure();
+Outcome<AttributeTable> readAttributes(const AttributeSource& source) {
   AttributeTable table;
-  for (const std::string& stored : *names) {
-    const auto& words = place.words;
+  for (const auto& [stored, value] : source.values) {
+    const auto& words = source.words;
     if (std::find(words.begin(), words.end(), stored) != words.end()) continue;
-    const auto value = readAttribute(place.object, stored, fileBytes);
-    if (!value.ok()) return value.failure();
-    if (auto done = sortIn(table, stored, *value); !done.ok()) return done.failure();
+    const auto chunk = chunkOf(value);
+    if (!chunk.ok()) return Failure{fmt::format("attribute {}: {}", stored, chunk.error())};
+    if (auto done = sortIn(table, stored, *chunk); !done.ok()) return done.failure();
   }
-  if (auto done = readLarge(place, fileBytes, table); !done.ok()) return done.failure();
+  if (auto done = readLarge(source, table); !done.ok()) return done.failure();
   return table;
 }
 
-Outcome<void> writePropertyBits(hid_t object, std::uint64_t bits) {
-  return bits == 0 ? Outcome<void>() : writeNumber(object, kPropertyBitsAttribute, bits);
+void writePropertyBits(ObjectValues& values, std::uint64_t bits) {
+  if (bits != 0) setNumber(values, kPropertyBitsAttribute, bits);
 }
 
-Outcome<std::uint64_t> readPropertyBits(hid_t object) {
-  if (!hasAttribute(object, kPropertyBitsAttribute)) return std::uint64_t{0};
-  return readNumber<std::uint64_t>(object, kPropertyBitsAttribute);
+Outcome<std::uint64_t> readPropertyBits(const ObjectValues& values) {
+  if (!hasValue(values, kPropertyBitsAttribute)) return std::uint64_t{0};
+  return numberIn<std::uint64_t>(values, kPropertyBitsAttribute);
 }
 
 }  // namespace Fiber::Container

@@ -3,7 +3,6 @@
 // The attribute tables of grids, fields and creators in the file. Values lie as attributes on the
 // grid's group or the field's dataset; the few large ones as datasets in the group "attributes"
 // beside. The attributes of creators stand with their field, in numbered sets: "<name>#<set>".
-// Everything here requires Hdf5Lock to be held.
 
 #pragma once
 
@@ -14,7 +13,8 @@
 #include <string>
 #include <string_view>
 
-#include "datamodel/container/Hdf5Handle.hpp"
+#include "datamodel/container/ObjectFile.hpp"
+#include "datamodel/container/OutputFile.hpp"
 #include "datamodel/memcore/Attributes.hpp"
 
 namespace Fiber::Container {
@@ -22,11 +22,19 @@ namespace Fiber::Container {
 /// Values by stored name.
 using StoredAttributes = std::map<std::string, MemCore::StrongPtr<MemCore::ChunkBase>>;
 
-/// Where the attributes of one object are stored.
-struct AttributePlace {
-  hid_t object = -1;                        ///< carries the attributes
-  hid_t group = -1;                         ///< holds the group of large ones
-  std::string largeGroup;                   ///< its name, or names with '/' between
+/// Where the attributes of one object are to be stored.
+struct AttributeTarget {
+  ObjectValues& values;    ///< of the object itself
+  ObjectGroup& group;      ///< holds the group of large ones
+  std::string largeGroup;  ///< its name, or names with '/' between
+};
+
+/// Where they were found.
+struct AttributeSource {
+  const ObjectFile& file;
+  const ObjectValues& values;
+  const ObjectGroup& group;
+  std::string largeGroup;
   std::span<const std::string_view> words;  ///< the format's own attributes of such an object
 };
 
@@ -35,7 +43,8 @@ void addAttributes(StoredAttributes& stored, const MemCore::Attributes& attribut
                    std::span<const std::string_view> words, std::uint32_t set);
 
 /// Writes all of them. Errors: "attribute <name>: ...".
-MemCore::Outcome<void> writeAttributes(const AttributePlace& place, const StoredAttributes& stored);
+MemCore::Outcome<void> writeAttributes(OutputFile& output, const AttributeTarget& target,
+                                       const StoredAttributes& stored);
 
 /// What is read back: the object's own attributes, and the sets by number.
 struct AttributeTable {
@@ -44,11 +53,10 @@ struct AttributeTable {
 };
 
 /// Reads everything but the format's own attributes.
-MemCore::Outcome<AttributeTable> readAttributes(const AttributePlace& place,
-                                                std::uint64_t fileBytes);
+MemCore::Outcome<AttributeTable> readAttributes(const AttributeSource& source);
 
 /// The number kept beside an object's attributes; not stored when it is 0.
-MemCore::Outcome<void> writePropertyBits(hid_t object, std::uint64_t bits);
-MemCore::Outcome<std::uint64_t> readPropertyBits(hid_t object);
+void writePropertyBits(ObjectValues& values, std::uint64_t bits);
+MemCore::Outcome<std::uint64_t> readPropertyBits(const ObjectValues& values);
 
 }  // namespace Fiber::Container

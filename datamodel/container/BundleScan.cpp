@@ -5,16 +5,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <set>
 
 #include "datamodel/container/AttributeTable.hpp"
+#include "datamodel/container/AttributeValues.hpp"
 #include "datamodel/container/FieldScan.hpp"
-#include "datamodel/container/FileDescriptor.hpp"
 #include "datamodel/container/FormatNames.hpp"
 #include "datamodel/container/FragmentTableStorage.hpp"
-#include "datamodel/container/Hdf5Attributes.hpp"
-#include "datamodel/container/Hdf5Types.hpp"
-#include "datamodel/container/Hdf5Walk.hpp"
 #include "datamodel/container/StoredName.hpp"
 #include "datamodel/container/TableCheck.hpp"
 
@@ -29,80 +25,82 @@ Failure within(std::string_view object, const std::string& text) {
   return Failure{fmt::format("{}: {}", object, text)};
 }
 
-/// Walks one file; every group is entered once, so that a file whose groups contain each other
-/// cannot keep it busy.
+/// Walks the objects of one file.
 class BundleWalk {
  public:
-  explicit BundleWalk(std::uint64_t fileBytes) : fileBytes_(fileBytes) {}
+  explicit BundleWalk(const ObjectFile& file) : file_(file) {}
 
-  Outcome<std::vector<StoredSlice>> slices(hid_t root) {
-    return children<StoredSlice>(root,
-                                 [this](hid_t group, const std::string&) { return slice(group); });
+  Outcome<std::vector<StoredSlice>> slices() {
+    return children<StoredSlice>(file_.root(), [this](const ObjectGroup& group,
+                                                      const std::string&) { return slice(group); });
   }
 
  private:
-  Outcome<StoredSlice> slice(hid_t group) {
-    const auto time = readNumber<double>(group, kTimeAttribute);
+  Outcome<StoredSlice> slice(const ObjectGroup& group) {
+    const auto time = numberIn<double>(group.attributes, kTimeAttribute);
     if (!time.ok()) return time.failure();
     if (*time != *time) return Failure{"time: not a number"};
     StoredSlice slice;
     slice.time = *time;
     auto grids = children<StoredGrid>(
-        group, [this](hid_t child, const std::string& name) { return grid(child, name); });
+        group,
+        [&](const ObjectGroup& child, const std::string& name) { return grid(child, name); });
     if (!grids.ok()) return grids.failure();
     slice.grids = std::move(grids).value();
     return slice;
   }
 
-  Outcome<StoredGrid> grid(hid_t group, const std::string& name) {
+  Outcome<StoredGrid> grid(const ObjectGroup& group, const std::string& name) {
     StoredGrid grid;
     grid.name = originalName(name);
-    auto table = readAttributes({group, group, kLargeAttributes, kGridWords}, fileBytes_);
+    auto table = readAttributes({file_, group.attributes, group, kLargeAttributes, kGridWords});
     if (!table.ok()) return table.failure();
     grid.attributes = std::move(table->attributes);
-    if (const auto bits = readPropertyBits(group); bits.ok()) {
+    if (const auto bits = readPropertyBits(group.attributes); bits.ok()) {
       grid.propertyBits = *bits;
     } else {
       return bits.failure();
     }
     auto skeletons = children<StoredSkeleton>(
-        group, [this](hid_t child, const std::string&) { return skeleton(child); });
+        group, [this](const ObjectGroup& child, const std::string&) { return skeleton(child); });
     if (!skeletons.ok()) return skeletons.failure();
     grid.skeletons = std::move(skeletons).value();
     return grid;
   }
 
-  Outcome<StoredSkeleton> skeleton(hid_t group) {
-    const auto dimension = readNumber<std::int32_t>(group, kDimensionAttribute);
-    const auto refinement = readNumber<std::int32_t>(group, kRefinementAttribute);
+  Outcome<StoredSkeleton> skeleton(const ObjectGroup& group) {
+    const auto dimension = numberIn<std::int32_t>(group.attributes, kDimensionAttribute);
+    const auto refinement = numberIn<std::int32_t>(group.attributes, kRefinementAttribute);
     if (!dimension.ok()) return dimension.failure();
     if (!refinement.ok()) return refinement.failure();
     StoredSkeleton skeleton;
     skeleton.dimension = *dimension;
     skeleton.refinement = *refinement;
     auto representations = children<StoredRepresentation>(
-        group,
-        [this](hid_t child, const std::string& name) { return representation(child, name); });
+        group, [this](const ObjectGroup& child, const std::string& name) {
+          return representation(child, name);
+        });
     if (!representations.ok()) return representations.failure();
     skeleton.representations = std::move(representations).value();
     return skeleton;
   }
 
-  Outcome<StoredRepresentation> representation(hid_t group, const std::string& name) {
+  Outcome<StoredRepresentation> representation(const ObjectGroup& group, const std::string& name) {
     StoredRepresentation stored;
     stored.chart = originalName(name);
-    stored.group = groupPath(group);
-    const auto names = childNames(group);
-    if (!names.ok()) return names.failure();
+    stored.group = path_;
+    for (const auto& [child, members] : group.groups) {
+      if (!isWord(child)) return within(child, "not a dataset");
+    }
     std::size_t wideFields = 0;
-    for (const std::string& child : *names) {
+    for (const auto& [child, dataset] : group.datasets) {
       if (isWord(child)) continue;
-      auto field = scanField(group, child, fileBytes_);
+      auto field = scanField(file_, group, child);
       if (!field.ok()) return within(child, field.error());
       wideFields += field->rank > 1 ? 1 : 0;
       stored.fields.push_back(std::move(field).value());
     }
-    auto contents = readFragmentTable(group, wideFields, fileBytes_);
+    auto contents = readFragmentTable(file_, group, wideFields);
     if (!contents.ok()) return contents.failure();
     if (auto fits = requireFields(stored, contents->fieldNames); !fits.ok()) return fits.failure();
     stored.table = std::move(contents->table);
@@ -125,25 +123,19 @@ class BundleWalk {
                     names.size(), stored.fields.size())};
   }
 
-  static std::string groupPath(hid_t group) {
-    const ssize_t length = H5Iget_name(group, nullptr, 0);
-    std::string path(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
-    if (length > 0) H5Iget_name(group, path.data(), path.size() + 1);
-    return path;
-  }
-
   /// Reads every child of a group with `read`, whose texts get the child's name in front.
   template <class Item, class Read>
-  Outcome<std::vector<Item>> children(hid_t parent, Read read) {
-    const auto names = childNames(parent);
-    if (!names.ok()) return names.failure();
+  Outcome<std::vector<Item>> children(const ObjectGroup& parent, Read read) {
+    for (const auto& [name, dataset] : parent.datasets) {
+      if (!isWord(name)) return within(name, "not a group");
+    }
     std::vector<Item> items;
-    for (const std::string& name : *names) {
+    const std::size_t pathBytes = path_.size();
+    for (const auto& [name, group] : parent.groups) {
       if (isWord(name)) continue;
-      const auto group = openGroup(parent, name);
-      if (!group.ok()) return group.failure();
-      if (!enter(group->get())) return within(name, "a group that was reached twice");
-      auto item = read(group->get(), name);
+      path_ += "/" + name;
+      auto item = read(group, name);
+      path_.resize(pathBytes);
       if (!item.ok()) return within(name, item.error());
       items.push_back(std::move(item).value());
     }
@@ -156,22 +148,17 @@ class BundleWalk {
     return std::find(words.begin(), words.end(), name) != words.end();
   }
 
-  bool enter(hid_t group) {
-    H5O_info_t info{};
-    return H5Oget_info2(group, &info, H5O_INFO_BASIC) >= 0 && entered_.insert(info.addr).second;
-  }
-
-  std::uint64_t fileBytes_;
-  std::set<haddr_t> entered_;
+  const ObjectFile& file_;
+  std::string path_;  ///< of the group that is being read
 };
 
-Outcome<void> requireFormat(hid_t root, std::uint64_t fileBytes) {
-  const auto format = readText(root, kFormatAttribute, fileBytes);
+Outcome<void> requireFormat(const ObjectGroup& root) {
+  const auto format = textIn(root.attributes, kFormatAttribute);
   if (!format.ok() || *format != kFormatName) {
     return Failure{fmt::format("not a bundle file, found format \"{}\", expected \"{}\"",
                                format.ok() ? *format : std::string(), kFormatName)};
   }
-  const auto version = readNumber<std::uint32_t>(root, kVersionAttribute);
+  const auto version = numberIn<std::uint32_t>(root.attributes, kVersionAttribute);
   if (!version.ok()) return version.failure();
   if (*version != kFormatVersion) {
     return Failure{fmt::format("format version is not known, found {}, expected {}", *version,
@@ -180,48 +167,36 @@ Outcome<void> requireFormat(hid_t root, std::uint64_t fileBytes) {
   return {};
 }
 
-/// A block in front of the file would shift all addresses in it.
-Outcome<void> requireNoUserBlock(hid_t file) {
-  const PropertyHandle creation(H5Fget_create_plist(file));
-  hsize_t bytes = 0;
-  if (H5Pget_userblock(creation.get(), &bytes) < 0 || bytes != 0) {
-    return Failure{fmt::format("a foreign block precedes the data, found {} bytes", bytes)};
-  }
-  return {};
+/// Judges an open file: format, version, and which contents it has.
+Outcome<FileIdentity> identify(const std::string& path, const ObjectFile& file) {
+  if (auto ours = requireFormat(file.root()); !ours.ok()) return within(path, ours.error());
+  const auto id = numberIn<std::uint64_t>(file.root().attributes, kContentIdAttribute);
+  if (!id.ok()) return within(path, id.error());
+  return FileIdentity{path, file.fileBytes(), *id};
 }
 
 }  // namespace
 
 Outcome<OpenedBundle> openBundle(const std::string& path) {
-  const auto stamp = stampOf(path);
-  if (!stamp.ok()) return stamp.failure();
-  const Hdf5Lock lock;
-  const PropertyHandle access = fileAccess(FileFormat::kCompressed);
-  auto file = ownHdf5<FileHandle>(H5Fopen(path.c_str(), H5F_ACC_RDONLY, access.get()),
-                                  fmt::format("{}: cannot be opened as a bundle file", path));
+  auto file = ObjectFile::open(path);
   if (!file.ok()) return file.failure();
-  OpenedBundle opened;
-  opened.file = std::move(file).value();
-  opened.identity.path = path;
-  opened.identity.sizeBytes = stamp->sizeBytes;
-  const hid_t root = opened.file.get();
-  if (auto plain = requireNoUserBlock(root); !plain.ok()) return within(path, plain.error());
-  if (auto ours = requireFormat(root, stamp->sizeBytes); !ours.ok()) {
-    return within(path, ours.error());
-  }
-  const auto id = readNumber<std::uint64_t>(root, kContentIdAttribute);
-  if (!id.ok()) return within(path, id.error());
-  opened.identity.contentId = *id;
-  return opened;
+  auto identity = identify(path, *file);
+  if (!identity.ok()) return identity.failure();
+  return OpenedBundle{std::move(file).value(), std::move(identity).value()};
 }
 
 Outcome<StoredBundle> scanBundle(const std::string& path) {
-  const Hdf5Lock lock;
-  const auto opened = openBundle(path);
-  if (!opened.ok()) return opened.failure();
+  const auto file = ObjectFile::open(path);
+  if (!file.ok()) return file.failure();
+  return scanBundle(path, *file);
+}
+
+Outcome<StoredBundle> scanBundle(const std::string& path, const ObjectFile& file) {
+  auto identity = identify(path, file);
+  if (!identity.ok()) return identity.failure();
   StoredBundle bundle;
-  bundle.file = opened->identity;
-  auto slices = BundleWalk(bundle.file.sizeBytes).slices(opened->file.get());
+  bundle.file = std::move(identity).value();
+  auto slices = BundleWalk(file).slices();
   if (!slices.ok()) return within(path, slices.error());
   bundle.slices = std::move(slices).value();
   return bundle;

@@ -8,19 +8,21 @@
 #include <string>
 
 #include "datamodel/container/BundleDescription.hpp"
-#include "datamodel/container/Hdf5Handle.hpp"
+#include "datamodel/container/ObjectFile.hpp"
 #include "datamodel/memcore/Outcome.hpp"
 
 namespace Fiber::Container {
 
 /// Reads the description of a bundle file. Errors: "<path>: ..." when the file is missing, no
 /// regular file, no bundle, of a newer format, damaged, or says things that cannot be true.
-/// Threads: any; the library lock is taken inside.
+/// Threads: any.
 MemCore::Outcome<StoredBundle> scanBundle(const std::string& path);
+/// The same of a file that is open already.
+MemCore::Outcome<StoredBundle> scanBundle(const std::string& path, const ObjectFile& file);
 
 /// An open file that proved to be a bundle.
 struct OpenedBundle {
-  FileHandle file;
+  ObjectFile file;
   FileIdentity identity;
 };
 

@@ -4,10 +4,9 @@
 
 #include <fmt/format.h>
 
-#include "datamodel/container/FieldAttributes.hpp"
+#include "datamodel/container/AttributeTable.hpp"
+#include "datamodel/container/AttributeValues.hpp"
 #include "datamodel/container/FormatNames.hpp"
-#include "datamodel/container/Hdf5Attributes.hpp"
-#include "datamodel/container/Hdf5Types.hpp"
 #include "datamodel/container/TableBuilder.hpp"
 
 namespace Fiber::Container {
@@ -19,10 +18,9 @@ namespace {
 
 class BundleWriter {
  public:
-  BundleWriter(BundlePlan& plan, const WriteTarget& target, const SaveProgress& progress)
-      : plan_(plan), target_(target), progress_(progress) {
-    output_.descriptor = target.descriptor;
-    output_.name = plan.file;
+  BundleWriter(BundlePlan& plan, const WriteTarget& target, const SaveProgress& progress,
+               OutputFile output)
+      : plan_(plan), target_(target), progress_(progress), output_(std::move(output)) {
     for (const PlannedSlice& slice : plan.slices) {
       for (const PlannedGrid& grid : slice.grids) {
         for (const PlannedSkeleton& skeleton : grid.skeletons) {
@@ -35,7 +33,6 @@ class BundleWriter {
   }
 
   Outcome<WriteResult> write() {
-    if (auto made = create(); !made.ok()) return made.failure();
     for (PlannedSlice& slice : plan_.slices) {
       auto result = writeSlice(slice);
       if (!result.ok() || *result == WriteResult::kMustRestart) return result;
@@ -49,36 +46,8 @@ class BundleWriter {
     return Failure{fmt::format("{}: {}", plan_.file, text)};
   }
 
-  Outcome<void> create() {
-    const Hdf5Lock lock;
-    const FileFormat format =
-        target_.kind == StorageKind::Raw ? FileFormat::kRaw : FileFormat::kCompressed;
-    auto file = ownHdf5<FileHandle>(H5Fcreate(target_.path.c_str(), H5F_ACC_TRUNC,
-                                              fileCreation().get(), fileAccess(format).get()),
-                                    fmt::format("{}: cannot be created", plan_.file));
-    if (!file.ok()) return file.failure();
-    output_.file = std::move(file).value();
-    return {};
-  }
-
-  /// Makes a group and lets `describe` write its attributes.
-  template <class Describe>
-  Outcome<void> makeGroup(const std::string& path, const Describe& describe) {
-    const Hdf5Lock lock;
-    auto group =
-        ownHdf5<GroupHandle>(H5Gcreate2(output_.file.get(), path.c_str(), linkCreation().get(),
-                                        groupCreation().get(), H5P_DEFAULT),
-                             fmt::format("{}: {} cannot be made", plan_.file, path));
-    if (!group.ok()) return group.failure();
-    Outcome<void> described = describe(group->get());
-    if (!described.ok()) return within(fmt::format("{}: {}", path, described.error()));
-    return group->close(fmt::format("{}: {} cannot be closed", plan_.file, path));
-  }
-
   Outcome<WriteResult> writeSlice(PlannedSlice& slice) {
-    auto made = makeGroup(
-        slice.group, [&](hid_t group) { return writeNumber(group, kTimeAttribute, slice.time); });
-    if (!made.ok()) return made.failure();
+    setNumber(output_.root().make(slice.group).attributes, kTimeAttribute, slice.time);
     for (PlannedGrid& grid : slice.grids) {
       auto result = writeGrid(grid);
       if (!result.ok() || *result == WriteResult::kMustRestart) return result;
@@ -87,13 +56,12 @@ class BundleWriter {
   }
 
   Outcome<WriteResult> writeGrid(PlannedGrid& grid) {
-    auto made = makeGroup(grid.group, [&](hid_t group) {
-      StoredAttributes attributes;
-      addAttributes(attributes, grid.grid->attributes(), kGridWords, 0);
-      auto done = writeAttributes({group, group, kLargeAttributes, kGridWords}, attributes);
-      return done.ok() ? writePropertyBits(group, grid.grid->propertyBits) : done;
-    });
-    if (!made.ok()) return made.failure();
+    ObjectGroup& group = output_.root().make(grid.group);
+    StoredAttributes attributes;
+    addAttributes(attributes, grid.grid->attributes(), kGridWords, 0);
+    writePropertyBits(group.attributes, grid.grid->propertyBits);
+    auto done = writeAttributes(output_, {group.attributes, group, kLargeAttributes}, attributes);
+    if (!done.ok()) return within(fmt::format("{}: {}", grid.group, done.error()));
     for (PlannedSkeleton& skeleton : grid.skeletons) {
       auto result = writeSkeleton(skeleton);
       if (!result.ok() || *result == WriteResult::kMustRestart) return result;
@@ -102,12 +70,9 @@ class BundleWriter {
   }
 
   Outcome<WriteResult> writeSkeleton(PlannedSkeleton& skeleton) {
-    auto made = makeGroup(skeleton.group, [&](hid_t group) {
-      auto done = writeNumber<std::int32_t>(group, kDimensionAttribute, skeleton.id.dimension);
-      if (!done.ok()) return done;
-      return writeNumber<std::int32_t>(group, kRefinementAttribute, skeleton.id.refinement);
-    });
-    if (!made.ok()) return made.failure();
+    ObjectGroup& group = output_.root().make(skeleton.group);
+    setNumber<std::int32_t>(group.attributes, kDimensionAttribute, skeleton.id.dimension);
+    setNumber<std::int32_t>(group.attributes, kRefinementAttribute, skeleton.id.refinement);
     for (PlannedRepresentation& representation : skeleton.representations) {
       auto result = writeRepresentation(representation);
       if (!result.ok() || *result == WriteResult::kMustRestart) return result;
@@ -128,7 +93,7 @@ class BundleWriter {
       }
       if (encoder.mustRestart()) return WriteResult::kMustRestart;
       if (!hasBegun) {
-        if (auto begun = writer.begin(); !begun.ok()) return begun.failure();
+        writer.begin();
         hasBegun = true;
       }
       if (auto done = writer.write(batch); !done.ok()) return done.failure();
@@ -145,13 +110,11 @@ class BundleWriter {
   }
 
   Outcome<void> finish() {
-    const Hdf5Lock lock;
-    const hid_t root = output_.file.get();
-    Outcome<void> done = writeText(root, kFormatAttribute, kFormatName);
-    if (done.ok()) done = writeNumber(root, kVersionAttribute, kFormatVersion);
-    if (done.ok()) done = writeNumber(root, kContentIdAttribute, output_.contents.value());
-    if (!done.ok()) return within(done.error());
-    return output_.file.close(fmt::format("{}: cannot be closed", plan_.file));
+    ObjectValues& attributes = output_.root().attributes;
+    setText(attributes, kFormatAttribute, kFormatName);
+    setNumber(attributes, kVersionAttribute, kFormatVersion);
+    setNumber(attributes, kContentIdAttribute, output_.contents().value());
+    return output_.finish();
   }
 
   BundlePlan& plan_;
@@ -166,7 +129,9 @@ class BundleWriter {
 
 Outcome<WriteResult> writeBundle(BundlePlan& plan, const WriteTarget& target,
                                  const SaveProgress& progress) {
-  return BundleWriter(plan, target, progress).write();
+  auto output = OutputFile::begin(target.descriptor, plan.file);
+  if (!output.ok()) return output.failure();
+  return BundleWriter(plan, target, progress, std::move(output).value()).write();
 }
 
 }  // namespace Fiber::Container

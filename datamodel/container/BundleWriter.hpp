@@ -2,7 +2,7 @@
 //
 // Writing a planned bundle into a file: groups and attributes of slices, grids and skeletons, the
 // representations batch by batch, and at the end what makes it a bundle file. The file is not
-// readable before finish() has succeeded.
+// readable before all of it has succeeded.
 
 #pragma once
 
@@ -20,8 +20,7 @@ using SaveProgress = std::function<bool(std::uint64_t done, std::uint64_t total)
 
 /// Where a plan is written to.
 struct WriteTarget {
-  std::string path;     ///< of the temporary, which exists
-  int descriptor = -1;  ///< the same file, open for writing
+  int descriptor = -1;  ///< open for writing
   StorageKind kind = StorageKind::Grid;
   std::uint64_t batchBytes = kUsualBatchBytes;
 };

@@ -1,28 +1,21 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Where the values of one dataset lie in its file, and how they are encoded. Asked from the
-// container library once, under its lock; from then on the rows are read and decoded beside it, by
-// as many threads as like.
+// Where the values of one dataset lie in its file, and how they are encoded. Settled once; from
+// then on the rows are read and decoded by as many threads as like.
 
 #pragma once
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "datamodel/container/ChunkCodec.hpp"
 #include "datamodel/container/CoordinateGrid.hpp"
-#include "datamodel/container/Hdf5Handle.hpp"
+#include "datamodel/container/ObjectFile.hpp"
 #include "datamodel/fiber/FiberType.hpp"
 
 namespace Fiber::Container {
-
-/// One stored chunk.
-struct ChunkPlace {
-  std::uint64_t address = 0;  ///< bytes from the start of the file
-  std::uint32_t storedBytes = 0;
-  std::uint32_t skippedFilters = 0;
-};
 
 /// Shape: [rows][columns], numbers of one kind. Invariant: everything lies within the file, and no
 /// chunk claims to expand further than deflate can.
@@ -42,8 +35,9 @@ struct DatasetLayout {
   std::uint64_t chunksPerRow() const { return (columns + chunkColumns - 1) / chunkColumns; }
 };
 
-/// The layout of an open dataset. Errors: a layout or filter that bundle files do not use, or
-/// places outside the file. Requires: Hdf5Lock held.
-MemCore::Outcome<DatasetLayout> describeDataset(hid_t dataset, std::uint64_t fileBytes);
+/// The layout of the dataset `name` in the group at a path. Errors: it is not there, or of a layout
+/// or filter that bundle files do not use, or lies outside the file.
+MemCore::Outcome<DatasetLayout> describeDataset(const ObjectFile& file, const std::string& group,
+                                                const std::string& name);
 
 }  // namespace Fiber::Container

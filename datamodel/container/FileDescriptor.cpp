@@ -5,8 +5,11 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <limits>
 #include <system_error>
@@ -113,6 +116,40 @@ Outcome<void> writeAt(int descriptor, std::uint64_t offsetBytes, std::span<const
     }
     bytes = bytes.subspan(static_cast<std::size_t>(put));
     offsetBytes += static_cast<std::uint64_t>(put);
+  }
+  return {};
+}
+
+Outcome<void> writeAllAt(int descriptor, std::uint64_t offsetBytes,
+                         std::span<const std::span<const std::byte>> pieces,
+                         std::string_view name) {
+  constexpr std::size_t kMostAtOnce = 512;
+  std::array<iovec, kMostAtOnce> vectors{};
+  while (!pieces.empty()) {
+    const auto some = pieces.first(std::min(kMostAtOnce, pieces.size()));
+    std::size_t total = 0;
+    for (std::size_t i = 0; i < some.size(); ++i) {
+      // The system only reads what it is given here, whatever its type says.
+      vectors[i] = {const_cast<std::byte*>(some[i].data()), some[i].size()};
+      total += some[i].size();
+    }
+    if (!fitsOffset(offsetBytes, total)) {
+      return Failure{fmt::format("{}: impossible file offset, found {}", name, offsetBytes)};
+    }
+    const ssize_t put = ::pwritev(descriptor, vectors.data(), static_cast<int>(some.size()),
+                                  static_cast<off_t>(offsetBytes));
+    // What the system did not take at once goes piece by piece, which also names the reason.
+    auto left = put < 0 ? std::size_t{0} : static_cast<std::size_t>(put);
+    for (const auto& piece : some) {
+      const std::size_t done = std::min(left, piece.size());
+      left -= done;
+      if (done < piece.size()) {
+        auto written = writeAt(descriptor, offsetBytes + done, piece.subspan(done), name);
+        if (!written.ok()) return written;
+      }
+      offsetBytes += piece.size();
+    }
+    pieces = pieces.subspan(some.size());
   }
   return {};
 }

@@ -71,6 +71,12 @@ MemCore::Outcome<void> readAt(int descriptor, std::uint64_t offsetBytes, std::sp
 MemCore::Outcome<void> writeAt(int descriptor, std::uint64_t offsetBytes,
                                std::span<const std::byte> bytes, std::string_view name);
 
+/// Writes pieces one behind the other from `offsetBytes` on, with as few calls as possible. Errors:
+/// as writeAt.
+MemCore::Outcome<void> writeAllAt(int descriptor, std::uint64_t offsetBytes,
+                                  std::span<const std::span<const std::byte>> pieces,
+                                  std::string_view name);
+
 /// The system's words for an error number (strerror without its shared buffer).
 std::string systemError(int errorNumber);
 

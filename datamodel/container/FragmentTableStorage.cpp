@@ -5,12 +5,11 @@
 #include <fmt/format.h>
 #include <libdeflate.h>
 
+#include <algorithm>
+
+#include "datamodel/container/AttributeValues.hpp"
 #include "datamodel/container/FormatNames.hpp"
-#include "datamodel/container/Hdf5Attributes.hpp"
-#include "datamodel/container/Hdf5Types.hpp"
-#include "datamodel/container/Hdf5Walk.hpp"
 #include "datamodel/container/StoredValue.hpp"
-#include "datamodel/container/ValueDatasets.hpp"
 
 namespace Fiber::Container {
 
@@ -39,43 +38,28 @@ bool isSingle(Column column) {
   }
 }
 
-DatatypeHandle memberType(Column column, const ColumnPlace& place) {
-  if (!place.kind) return textType(place.count);
-  if (isSingle(column)) return DatatypeHandle(H5Tcopy(hdf5Type(*place.kind)));
-  const hsize_t count = place.count;
-  return DatatypeHandle(H5Tarray_create2(hdf5Type(*place.kind), 1, &count));
-}
-
-PropertyHandle tableCreation(std::size_t bytes) {
-  PropertyHandle creation(H5Pcreate(H5P_DATASET_CREATE));
-  H5Pset_obj_track_times(creation.get(), false);
-  H5Pset_layout(creation.get(), bytes <= kLargestInHeader ? H5D_COMPACT : H5D_CONTIGUOUS);
-  return creation;
+ObjectType memberType(Column column, const ColumnPlace& place) {
+  if (!place.kind) return ObjectType::text(place.count);
+  return isSingle(column) ? ObjectType::number(*place.kind)
+                          : ObjectType::numbers(*place.kind, place.count);
 }
 
 /// The entries of a column that a row type has under this name; 0 when it has none.
 /// Errors: the member is there, but of another type.
-Outcome<std::size_t> entriesOf(hid_t rowType, Column column, ColumnPlace& place) {
-  const std::string name(place.name);
-  const int index = H5Tget_member_index(rowType, name.c_str());
-  if (index < 0) {
-    H5Eclear2(H5E_DEFAULT);
-    return std::size_t{0};
-  }
-  const auto member = static_cast<unsigned>(index);
-  const DatatypeHandle type(H5Tget_member_type(rowType, member));
-  place.offset = H5Tget_member_offset(rowType, member);
-  place.count = H5Tget_size(type.get()) / entryBytes(place);
-  const bool inside = place.offset <= H5Tget_size(rowType) &&
-                      H5Tget_size(type.get()) <= H5Tget_size(rowType) - place.offset;
-  const bool valid =
-      inside && place.count > 0 && H5Tequal(type.get(), memberType(column, place).get()) > 0;
-  if (!valid) return tableFailure(fmt::format("column {} is of another type", name));
+Outcome<std::size_t> entriesOf(const ObjectType& rowType, Column column, ColumnPlace& place) {
+  const auto member = std::ranges::find(rowType.members, place.name, &ObjectType::Member::name);
+  if (member == rowType.members.end()) return std::size_t{0};
+  place.offset = member->offset;
+  place.count = member->type.bytes / entryBytes(place);
+  const bool inside =
+      place.offset <= rowType.bytes && member->type.bytes <= rowType.bytes - place.offset;
+  const bool valid = inside && place.count > 0 && member->type == memberType(column, place);
+  if (!valid) return tableFailure(fmt::format("column {} is of another type", place.name));
   return place.count;
 }
 
 /// The layout of a row type found in a file.
-Outcome<TableLayout> layoutOf(hid_t rowType) {
+Outcome<TableLayout> layoutOf(const ObjectType& rowType) {
   TableLayout layout = tableLayout(TableShape{});
   for (std::size_t c = 0; c < kColumnCount; ++c) {
     const auto entries = entriesOf(rowType, static_cast<Column>(c), layout[c]);
@@ -115,58 +99,72 @@ Outcome<void> requireShape(const TableLayout& layout, const TableShape& shape) {
 }
 
 /// Rows may lie in the header or in one piece of this file, nowhere else.
-Outcome<void> requireOwnStorage(hid_t dataset) {
-  const PropertyHandle creation(H5Dget_create_plist(dataset));
-  const H5D_layout_t layout = H5Pget_layout(creation.get());
-  const bool own = (layout == H5D_COMPACT || layout == H5D_CONTIGUOUS) &&
-                   H5Pget_external_count(creation.get()) == 0;
-  if (!own) return tableFailure("stored in an unknown way");
-  return {};
+bool hasOwnStorage(const ObjectDataset& dataset) {
+  return dataset.storage == ObjectDataset::Storage::kInHeader ||
+         dataset.storage == ObjectDataset::Storage::kPiece;
 }
 
-Outcome<std::uint64_t> rowCountOf(hid_t dataset) {
-  const DataspaceHandle space(H5Dget_space(dataset));
-  hsize_t rows = 0;
-  if (H5Sget_simple_extent_ndims(space.get()) != 1 ||
-      H5Sget_simple_extent_dims(space.get(), &rows, nullptr) != 1) {
-    return tableFailure("not a list of rows");
-  }
-  return std::uint64_t{rows};
-}
-
-/// The rows themselves. Requires: the type is the dataset's own, so that nothing is converted.
-Outcome<FragmentTable> readRows(hid_t dataset, hid_t type, const TableLayout& layout,
-                                std::uint64_t fileBytes) {
-  const auto rows = rowCountOf(dataset);
-  if (!rows.ok()) return rows.failure();
-  const std::size_t rowBytes = H5Tget_size(type);
-  if (rowBytes == 0 || *rows > fileBytes / rowBytes) {
+/// The rows themselves.
+Outcome<FragmentTable> readRows(const ObjectFile& file, const ObjectDataset& dataset,
+                                const TableLayout& layout) {
+  const ObjectExtents& extents = dataset.value.extents;
+  if (extents.rank != 1) return tableFailure("not a list of rows");
+  const std::uint64_t rows = extents.counts[0];
+  const std::size_t rowBytes = dataset.value.type.bytes;
+  if (rowBytes == 0 || rows > file.fileBytes() / rowBytes) {
     return tableFailure(
-        fmt::format("claims {} rows of {} bytes, more than the file holds", *rows, rowBytes));
+        fmt::format("claims {} rows of {} bytes, more than the file holds", rows, rowBytes));
   }
-  FragmentTable table(layout, rowBytes, static_cast<std::size_t>(*rows));
-  if (*rows == 0) return table;
-  const auto read =
-      checkHdf5(H5Dread(dataset, type, H5S_ALL, H5S_ALL, H5P_DEFAULT, table.bytes().data()),
-                "fragments: cannot be read");
-  if (!read.ok()) return read.failure();
-  const auto checksum = readNumber<std::uint32_t>(dataset, kChecksumAttribute);
+  FragmentTable table(layout, rowBytes, static_cast<std::size_t>(rows));
+  if (rows == 0) return table;
+  const auto read = file.readValues(dataset, table.bytes());
+  if (!read.ok()) return tableFailure(fmt::format("cannot be read: {}", read.error()));
+  const auto checksum = numberIn<std::uint32_t>(dataset.attributes, kChecksumAttribute);
   if (!checksum.ok()) return tableFailure(checksum.error());
-  if (*checksum != checksumOf(table)) {
-    return tableFailure("damaged, its checksum differs");
-  }
+  if (*checksum != checksumOf(table)) return tableFailure("damaged, its checksum differs");
   return table;
+}
+
+/// The list of texts in a dataset of a group.
+Outcome<std::vector<std::string>> readTexts(const ObjectFile& file, const ObjectGroup& group,
+                                            const std::string& name) {
+  const auto within = [&](std::string_view text) {
+    return Failure{fmt::format("{}: {}", name, text)};
+  };
+  const auto dataset = group.datasets.find(name);
+  if (dataset == group.datasets.end()) return within("missing");
+  const auto value = file.checkedValue(dataset->second);
+  if (!value.ok()) return within(value.error());
+  auto texts = textsOf(*value);
+  if (!texts.ok()) return within(texts.error());
+  return texts;
+}
+
+/// Small tables lie in the object's header, so that one look finds all.
+Outcome<void> storeRows(OutputFile& output, const FragmentTable& table, ObjectDataset& dataset) {
+  dataset.value = {tableRowType(table), ObjectExtents::list(table.rowCount()), {}};
+  const std::span<const std::byte> bytes(table.bytes());
+  if (bytes.size() <= kLargestInHeader) {
+    dataset.storage = ObjectDataset::Storage::kInHeader;
+    dataset.value.bytes.assign(bytes.begin(), bytes.end());
+    return {};
+  }
+  dataset.address = output.reserve(bytes.size());
+  return output.write(dataset.address, bytes);
 }
 
 }  // namespace
 
-DatatypeHandle tableRowType(const FragmentTable& table) {
-  DatatypeHandle type(H5Tcreate(H5T_COMPOUND, table.rowBytes()));
+ObjectType tableRowType(const FragmentTable& table) {
+  ObjectType type{ObjectType::Kind::kRecord,
+                  ScalarKind::UInt8,
+                  static_cast<std::uint32_t>(table.rowBytes()),
+                  {}};
   for (std::size_t c = 0; c < kColumnCount; ++c) {
     const ColumnPlace& place = table.layout()[c];
     if (place.count == 0) continue;
-    const DatatypeHandle member = memberType(static_cast<Column>(c), place);
-    H5Tinsert(type.get(), std::string(place.name).c_str(), place.offset, member.get());
+    type.members.push_back({std::string(place.name), static_cast<std::uint32_t>(place.offset),
+                            memberType(static_cast<Column>(c), place)});
   }
   return type;
 }
@@ -175,57 +173,37 @@ std::uint32_t checksumOf(const FragmentTable& table) {
   return libdeflate_crc32(0, table.bytes().data(), table.bytes().size());
 }
 
-Outcome<void> writeFragmentTable(hid_t group, const TableContents& contents) {
-  const FragmentTable& table = contents.table;
-  const DatatypeHandle type = tableRowType(table);
-  const hsize_t rows = table.rowCount();
-  const DataspaceHandle space(H5Screate_simple(1, &rows, nullptr));
-  const PropertyHandle creation = tableCreation(table.bytes().size());
-  auto dataset =
-      ownHdf5<DatasetHandle>(H5Dcreate2(group, kFragments, type.get(), space.get(),
-                                        linkCreation().get(), creation.get(), H5P_DEFAULT),
-                             "fragments: cannot be made");
-  if (!dataset.ok()) return dataset.failure();
-  if (rows > 0) {
-    auto written = checkHdf5(
-        H5Dwrite(dataset->get(), type.get(), H5S_ALL, H5S_ALL, H5P_DEFAULT, table.bytes().data()),
-        "fragments: cannot be written");
-    if (!written.ok()) return written;
-  }
-  const hid_t target = dataset->get();
-  if (auto done = writeTexts(target, kFieldsAttribute, contents.fieldNames); !done.ok())
-    return done;
-  auto summed = writeNumber(target, kChecksumAttribute, checksumOf(table));
-  if (!summed.ok()) return summed;
-  if (!contents.sourceGroups.empty()) {
-    auto listed = writeTextsDataset(group, kSourceGroups, contents.sourceGroups);
-    if (!listed.ok()) return listed;
-  }
-  return dataset->close("fragments: cannot be closed");
+Outcome<void> writeFragmentTable(OutputFile& output, ObjectGroup& group,
+                                 const TableContents& contents) {
+  ObjectDataset& dataset = group.datasets[kFragments];
+  if (auto done = storeRows(output, contents.table, dataset); !done.ok()) return done;
+  setTexts(dataset.attributes, kFieldsAttribute, contents.fieldNames);
+  setNumber(dataset.attributes, kChecksumAttribute, checksumOf(contents.table));
+  if (contents.sourceGroups.empty()) return {};
+  return output.addDataset(group, kSourceGroups, textListOf(contents.sourceGroups));
 }
 
-Outcome<TableContents> readFragmentTable(hid_t group, std::size_t wideFields,
-                                         std::uint64_t fileBytes) {
-  const auto dataset = openDataset(group, kFragments);
-  if (!dataset.ok()) return dataset.failure();
-  if (auto own = requireOwnStorage(dataset->get()); !own.ok()) return own.failure();
-  const DatatypeHandle type(H5Dget_type(dataset->get()));
-  if (!type.ok() || H5Tget_class(type.get()) != H5T_COMPOUND) {
-    return tableFailure("no compound rows");
-  }
+Outcome<TableContents> readFragmentTable(const ObjectFile& file, const ObjectGroup& group,
+                                         std::size_t wideFields) {
+  const auto found = group.datasets.find(kFragments);
+  if (found == group.datasets.end()) return tableFailure("missing");
+  const ObjectDataset& dataset = found->second;
+  const ObjectType& type = dataset.value.type;
+  if (!hasOwnStorage(dataset)) return tableFailure("stored in an unknown way");
+  if (type.kind != ObjectType::Kind::kRecord) return tableFailure("no compound rows");
   TableContents contents;
-  auto names = readTexts(dataset->get(), kFieldsAttribute, fileBytes);
+  auto names = textsIn(dataset.attributes, kFieldsAttribute);
   if (!names.ok()) return tableFailure(names.error());
   contents.fieldNames = std::move(names).value();
-  const auto layout = layoutOf(type.get());
+  const auto layout = layoutOf(type);
   if (!layout.ok()) return layout.failure();
   const TableShape shape = shapeOf(*layout, contents.fieldNames.size(), wideFields);
   if (auto fits = requireShape(*layout, shape); !fits.ok()) return fits.failure();
-  auto table = readRows(dataset->get(), type.get(), *layout, fileBytes);
+  auto table = readRows(file, dataset, *layout);
   if (!table.ok()) return table.failure();
   contents.table = std::move(table).value();
   if (contents.table.has(Column::kFile)) {
-    auto groups = readTextsDataset(group, kSourceGroups, fileBytes);
+    auto groups = readTexts(file, group, kSourceGroups);
     if (!groups.ok()) return groups.failure();
     contents.sourceGroups = std::move(groups).value();
   }

@@ -10,7 +10,8 @@
 #include <vector>
 
 #include "datamodel/container/FragmentTable.hpp"
-#include "datamodel/container/Hdf5Handle.hpp"
+#include "datamodel/container/ObjectFile.hpp"
+#include "datamodel/container/OutputFile.hpp"
 
 namespace Fiber::Container {
 
@@ -24,16 +25,17 @@ struct TableContents {
 /// CRC-32 of all rows.
 std::uint32_t checksumOf(const FragmentTable& table);
 
-/// The compound type of a table's rows.
-DatatypeHandle tableRowType(const FragmentTable& table);
+/// The type of a table's rows.
+ObjectType tableRowType(const FragmentTable& table);
 
-/// Writes the table as the dataset "fragments" of a group. Errors: the library's.
-MemCore::Outcome<void> writeFragmentTable(hid_t group, const TableContents& contents);
+/// Writes the table as the dataset "fragments" of a group. Errors: "<file>: ...".
+MemCore::Outcome<void> writeFragmentTable(OutputFile& output, ObjectGroup& group,
+                                          const TableContents& contents);
 
 /// Reads it back. `wideFields` is the number of fields of rank above 1. Errors: "fragments: ..."
 /// when columns are missing or of other types, the table claims more than the file holds, or its
 /// checksum differs.
-MemCore::Outcome<TableContents> readFragmentTable(hid_t group, std::size_t wideFields,
-                                                  std::uint64_t fileBytes);
+MemCore::Outcome<TableContents> readFragmentTable(const ObjectFile& file, const ObjectGroup& group,
+                                                  std::size_t wideFields);
 
 }  // namespace Fiber::Container

@@ -4,11 +4,8 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 
 namespace Fiber::Container {
-
-static_assert(std::endian::native == std::endian::little, "bundle files are little-endian");
 
 hid_t hdf5Type(ScalarKind kind) {
   switch (kind) {
@@ -36,6 +33,8 @@ hid_t hdf5Type(ScalarKind kind) {
   return -1;
 }
 
+namespace {
+
 std::optional<ScalarKind> scalarKindOf(hid_t type) {
   constexpr std::array kKinds = {ScalarKind::Int8,   ScalarKind::UInt8,  ScalarKind::Int16,
                                  ScalarKind::UInt16, ScalarKind::Int32,  ScalarKind::UInt32,
@@ -47,92 +46,66 @@ std::optional<ScalarKind> scalarKindOf(hid_t type) {
   return found == kKinds.end() ? std::nullopt : std::optional(*found);
 }
 
-DatatypeHandle pointType() {
-  DatatypeHandle type(H5Tcreate(H5T_COMPOUND, sizeof(Eagle::PhysicalSpace::point)));
-  H5Tinsert(type.get(), "x", offsetof(Eagle::PhysicalSpace::point, x), H5T_IEEE_F64LE);
-  H5Tinsert(type.get(), "y", offsetof(Eagle::PhysicalSpace::point, y), H5T_IEEE_F64LE);
-  H5Tinsert(type.get(), "z", offsetof(Eagle::PhysicalSpace::point, z), H5T_IEEE_F64LE);
-  return type;
+ObjectType arrayType(hid_t type) {
+  hsize_t count = 0;
+  if (H5Tget_array_ndims(type) != 1 || H5Tget_array_dims2(type, &count) != 1) return {};
+  const DatatypeHandle element(H5Tget_super(type));
+  const auto kind = scalarKindOf(element.get());
+  return kind ? ObjectType::numbers(*kind, static_cast<std::size_t>(count)) : ObjectType();
 }
 
-DatatypeHandle textType(std::size_t length) {
-  DatatypeHandle type(H5Tcopy(H5T_C_S1));
-  H5Tset_size(type.get(), std::max<std::size_t>(length, 1));
-  H5Tset_strpad(type.get(), H5T_STR_NULLPAD);
-  H5Tset_cset(type.get(), H5T_CSET_UTF8);
-  return type;
+ObjectType byteType(hid_t type) {
+  const DatatypeHandle byte(H5Tcreate(H5T_OPAQUE, 1));
+  return H5Tequal(type, byte.get()) > 0 ? ObjectType::byte() : ObjectType();
 }
 
-PropertyHandle fileAccess(FileFormat format) {
-  PropertyHandle access(H5Pcreate(H5P_FILE_ACCESS));
-  const H5F_libver_t version = format == FileFormat::kCompressed ? H5F_LIBVER_V110 : H5F_LIBVER_V18;
-  H5Pset_libver_bounds(access.get(), version, H5F_LIBVER_V110);
-  H5Pset_fclose_degree(access.get(), H5F_CLOSE_SEMI);
-  // Writers own their temporaries alone, and readers must not lock out a run on another machine.
-  H5Pset_file_locking(access.get(), false, true);
-  if (format == FileFormat::kRaw) {
-    constexpr hsize_t kAlignFromBytes = 4096;
-    constexpr hsize_t kAlignmentBytes = 64;
-    H5Pset_alignment(access.get(), kAlignFromBytes, kAlignmentBytes);
+ObjectType recordType(hid_t type) {
+  ObjectType record{ObjectType::Kind::kRecord,
+                    ScalarKind::UInt8,
+                    static_cast<std::uint32_t>(H5Tget_size(type)),
+                    {}};
+  const int count = H5Tget_nmembers(type);
+  for (int m = 0; m < count; ++m) {
+    const auto number = static_cast<unsigned>(m);
+    const DatatypeHandle member(H5Tget_member_type(type, number));
+    // A record of records is none of ours, and need not be followed down.
+    const bool isRecord = H5Tget_class(member.get()) == H5T_COMPOUND;
+    char* name = H5Tget_member_name(type, number);
+    if (name == nullptr) return {};
+    record.members.push_back({name, static_cast<std::uint32_t>(H5Tget_member_offset(type, number)),
+                              isRecord ? ObjectType() : objectTypeOf(member.get())});
+    H5free_memory(name);
   }
-  return access;
-}
-
-namespace {
-
-/// Up to this many attributes or members stay in the object's own header, which has a checksum and
-/// is read in one go: quicker than the library's structures for many, and sounder when damaged.
-constexpr unsigned kMostInHeader = 500;
-
-void keepAttributesInHeader(const PropertyHandle& creation) {
-  H5Pset_attr_phase_change(creation.get(), kMostInHeader, kMostInHeader - 1);
-}
-
-void keepInHeader(const PropertyHandle& creation) {
-  H5Pset_link_phase_change(creation.get(), kMostInHeader, kMostInHeader - 1);
-  keepAttributesInHeader(creation);
+  return record;
 }
 
 }  // namespace
 
-// Times in a file would make two runs over the same data differ.
-PropertyHandle fileCreation() {
-  PropertyHandle creation(H5Pcreate(H5P_FILE_CREATE));
-  H5Pset_obj_track_times(creation.get(), false);
-  keepInHeader(creation);
-  return creation;
-}
-
-PropertyHandle groupCreation() {
-  PropertyHandle creation(H5Pcreate(H5P_GROUP_CREATE));
-  H5Pset_obj_track_times(creation.get(), false);
-  keepInHeader(creation);
-  return creation;
-}
-
-PropertyHandle linkCreation() {
-  PropertyHandle creation(H5Pcreate(H5P_LINK_CREATE));
-  H5Pset_char_encoding(creation.get(), H5T_CSET_UTF8);
-  return creation;
-}
-
-PropertyHandle datasetCreation(const StorageLayout& layout) {
-  PropertyHandle creation(H5Pcreate(H5P_DATASET_CREATE));
-  H5Pset_obj_track_times(creation.get(), false);
-  H5Pset_fill_time(creation.get(), H5D_FILL_TIME_NEVER);
-  keepAttributesInHeader(creation);
-  if (layout.chunkExtents.empty()) {
-    H5Pset_layout(creation.get(), H5D_CONTIGUOUS);
-    H5Pset_alloc_time(creation.get(), H5D_ALLOC_TIME_EARLY);
-    return creation;
+ObjectType objectTypeOf(hid_t type) {
+  switch (H5Tget_class(type)) {
+    case H5T_INTEGER:
+    case H5T_FLOAT:
+      if (const auto kind = scalarKindOf(type)) return ObjectType::number(*kind);
+      return {};
+    case H5T_STRING:
+      return H5Tis_variable_str(type) == 0 ? ObjectType::text(H5Tget_size(type)) : ObjectType();
+    case H5T_OPAQUE:
+      return byteType(type);
+    case H5T_ARRAY:
+      return arrayType(type);
+    case H5T_COMPOUND:
+      return recordType(type);
+    default:
+      return {};
   }
-  H5Pset_chunk(creation.get(), static_cast<int>(layout.chunkExtents.size()),
-               layout.chunkExtents.data());
-  constexpr unsigned kLevel = 1;
-  if (layout.filter.shuffle) H5Pset_shuffle(creation.get());
-  if (layout.filter.deflate) H5Pset_deflate(creation.get(), kLevel);
-  if (layout.filter.checksum) H5Pset_fletcher32(creation.get());
-  return creation;
+}
+
+PropertyHandle readingAccess() {
+  PropertyHandle access(H5Pcreate(H5P_FILE_ACCESS));
+  H5Pset_fclose_degree(access.get(), H5F_CLOSE_SEMI);
+  // Readers must not lock out a run on another machine.
+  H5Pset_file_locking(access.get(), false, true);
+  return access;
 }
 
 }  // namespace Fiber::Container

@@ -5,12 +5,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 
 #include "datamodel/container/FieldAttributes.hpp"
-#include "datamodel/container/FileDescriptor.hpp"
-#include "datamodel/container/Hdf5Types.hpp"
 #include "datamodel/container/TableBuilder.hpp"
 
 namespace Fiber::Container {
@@ -26,89 +23,83 @@ int dimensionsOf(const StoredField& field) {
   return isList ? 1 : 2;
 }
 
-DataspaceHandle spaceOf(const StoredField& field) {
-  if (!field.type) return DataspaceHandle(H5Screate(H5S_NULL));
-  const std::array<hsize_t, 2> extents = {field.rows, field.columns};
-  return DataspaceHandle(H5Screate_simple(dimensionsOf(field), extents.data(), nullptr));
+ObjectExtents extentsOf(const StoredField& field) {
+  if (!field.type) return ObjectExtents::none();
+  return {dimensionsOf(field), {field.rows, field.columns}};
 }
 
-PropertyHandle creationOf(const StoredField& field, const FieldEncoder* encoder) {
-  if (encoder == nullptr || encoder->encoding() == Encoding::kPiece) {
-    return datasetCreation({{}, {}});
-  }
-  const std::array<hsize_t, 2> extents = {encoder->chunkRows(), encoder->chunkColumns()};
-  const auto used = std::span(extents).first(static_cast<std::size_t>(dimensionsOf(field)));
-  return datasetCreation({used, encoder->filter()});
+std::uint64_t partsOf(std::uint64_t whole, std::uint64_t part) { return (whole + part - 1) / part; }
+
+/// Prepares a dataset for its chunks.
+void expectChunks(const StoredField& field, const FieldEncoder& encoder, ObjectDataset& dataset) {
+  dataset.storage = ObjectDataset::Storage::kChunks;
+  dataset.chunkCounts = {encoder.chunkRows(), encoder.chunkColumns()};
+  dataset.filter = encoder.filter();
+  dataset.chunks.resize(static_cast<std::size_t>(partsOf(field.rows, encoder.chunkRows()) *
+                                                 partsOf(field.columns, encoder.chunkColumns())));
+}
+
+std::size_t chunkNumber(const StoredField& field, const ObjectDataset& dataset,
+                        const ChunkRange& range) {
+  const auto& [rows, columns] = dataset.chunkCounts;
+  return static_cast<std::size_t>(range.row / rows * partsOf(field.columns, columns) +
+                                  range.column / columns);
 }
 
 }  // namespace
 
 Failure RepresentationWriter::within(std::size_t field, const std::string& text) const {
   return Failure{
-      fmt::format("{}: field {}: {}", output_.name, plan_.fields[field].stored.name, text)};
+      fmt::format("{}: field {}: {}", output_.name(), plan_.fields[field].stored.name, text)};
 }
 
-Outcome<void> RepresentationWriter::begin() {
-  const Hdf5Lock lock;
-  auto group =
-      ownHdf5<GroupHandle>(H5Gcreate2(output_.file.get(), plan_.group.c_str(), linkCreation().get(),
-                                      groupCreation().get(), H5P_DEFAULT),
-                           fmt::format("{}: {} cannot be made", output_.name, plan_.group));
-  if (!group.ok()) return group.failure();
-  group_ = std::move(group).value();
-  targets_.resize(plan_.fields.size());
-  for (std::size_t f = 0; f < plan_.fields.size(); ++f) {
-    if (auto made = makeDataset(f); !made.ok()) return within(f, made.error());
-  }
-  return {};
+void RepresentationWriter::begin() {
+  group_ = &output_.root().make(plan_.group);
+  for (std::size_t f = 0; f < plan_.fields.size(); ++f) makeDataset(f);
 }
 
-Outcome<void> RepresentationWriter::makeDataset(std::size_t f) {
+void RepresentationWriter::makeDataset(std::size_t f) {
   const PlannedField& field = plan_.fields[f];
   const FieldEncoder* encoder = encoder_.encoder(f);
-  const hid_t type = hdf5Type(encoder == nullptr ? ScalarKind::UInt8 : encoder->storedKind());
-  const DataspaceHandle space = spaceOf(field.stored);
-  const PropertyHandle creation = creationOf(field.stored, encoder);
-  auto dataset =
-      ownHdf5<DatasetHandle>(H5Dcreate2(group_.get(), field.dataset.c_str(), type, space.get(),
-                                        linkCreation().get(), creation.get(), H5P_DEFAULT),
-                             "its dataset cannot be made");
-  if (!dataset.ok()) return dataset.failure();
-  targets_[f].dataset = std::move(dataset).value();
-  output_.contents.add(field.dataset);
-  if (encoder == nullptr || encoder->encoding() != Encoding::kPiece || field.stored.rows == 0) {
-    return {};
+  ObjectDataset& dataset = group_->datasets[field.dataset];
+  datasets_.push_back(&dataset);
+  const ScalarKind kind = encoder == nullptr ? ScalarKind::UInt8 : encoder->storedKind();
+  dataset.value = {ObjectType::number(kind), extentsOf(field.stored), {}};
+  output_.contents().add(field.dataset);
+  if (encoder != nullptr && encoder->encoding() != Encoding::kPiece) {
+    return expectChunks(field.stored, *encoder, dataset);
   }
-  const haddr_t address = H5Dget_offset(targets_[f].dataset.get());
-  if (address == HADDR_UNDEF) return Failure{"no room was allocated for its rows"};
-  targets_[f].address = address;
-  return {};
+  const std::uint64_t bytes = field.stored.rows * field.stored.columns * scalarBytes(kind);
+  if (encoder != nullptr && bytes != 0) dataset.address = output_.reserve(bytes);
 }
 
 Outcome<void> RepresentationWriter::write(const EncodedBatch& batch) {
   if (auto done = writeChunks(batch); !done.ok()) return done;
   for (const BatchRows& rows : batch.rows) {
-    if (auto done = writeRows(rows); !done.ok()) return within(rows.field, done.error());
-    output_.contents.add(rows.field);
-    output_.contents.add(rows.start);
-    output_.contents.add(rows.checksum);
+    if (auto done = writeRows(rows); !done.ok()) return done;
+    output_.contents().add(rows.field);
+    output_.contents().add(rows.start);
+    output_.contents().add(rows.checksum);
   }
   return {};
 }
 
 Outcome<void> RepresentationWriter::writeChunks(const EncodedBatch& batch) {
-  const Hdf5Lock lock;
+  std::vector<std::span<const std::byte>> pieces;
+  pieces.reserve(batch.chunks.size());
+  for (const BatchChunk& chunk : batch.chunks) pieces.emplace_back(chunk.chunk.bytes);
+  auto address = output_.append(pieces);
+  if (!address.ok()) return address.failure();
   for (const BatchChunk& chunk : batch.chunks) {
-    const std::array<hsize_t, 2> offset = {chunk.range.row, chunk.range.column};
-    const auto& bytes = chunk.chunk.bytes;
-    const auto done = checkHdf5(H5Dwrite_chunk(targets_[chunk.field].dataset.get(), H5P_DEFAULT, 0,
-                                               offset.data(), bytes.size(), bytes.data()),
-                                fmt::format("{} bytes cannot be written", bytes.size()));
-    if (!done.ok()) return within(chunk.field, done.error());
-    output_.contents.add(chunk.field);
-    output_.contents.add(chunk.range.row);
-    output_.contents.add(chunk.range.column);
-    output_.contents.add(chunk.checksum);
+    ObjectDataset& dataset = *datasets_[chunk.field];
+    const std::size_t bytes = chunk.chunk.bytes.size();
+    dataset.chunks[chunkNumber(plan_.fields[chunk.field].stored, dataset, chunk.range)] = {
+        *address, static_cast<std::uint32_t>(bytes), 0};
+    *address += bytes;
+    output_.contents().add(chunk.field);
+    output_.contents().add(chunk.range.row);
+    output_.contents().add(chunk.range.column);
+    output_.contents().add(chunk.checksum);
   }
   return {};
 }
@@ -116,14 +107,14 @@ Outcome<void> RepresentationWriter::writeChunks(const EncodedBatch& batch) {
 Outcome<void> RepresentationWriter::writeRows(const BatchRows& rows) {
   const StoredField& field = plan_.fields[rows.field].stored;
   const std::uint64_t rowBytes = field.columns * scalarBytes(field.type->scalar());
-  const std::uint64_t offset = targets_[rows.field].address + rows.start * rowBytes;
-  if (rows.width != field.columns) return writeNarrowRows(rows, offset);
+  const std::uint64_t address = datasets_[rows.field]->address + rows.start * rowBytes;
+  if (rows.width != field.columns) return writeNarrowRows(rows, address);
   const MemCore::ChunkBase& elements = *rows.data->elements();
-  return writeAt(output_.descriptor, offset, {elements.bytes(), elements.byteCount()}, "its rows");
+  return output_.write(address, {elements.bytes(), elements.byteCount()});
 }
 
 /// Rows shorter than those of the dataset, filled up with zeros.
-Outcome<void> RepresentationWriter::writeNarrowRows(const BatchRows& rows, std::uint64_t offset) {
+Outcome<void> RepresentationWriter::writeNarrowRows(const BatchRows& rows, std::uint64_t address) {
   constexpr std::uint64_t kBlockBytes = std::uint64_t{1} << 20U;
   const StoredField& field = plan_.fields[rows.field].stored;
   const MemCore::ChunkBase& elements = *rows.data->elements();
@@ -138,8 +129,7 @@ Outcome<void> RepresentationWriter::writeNarrowRows(const BatchRows& rows, std::
     for (std::uint64_t r = 0; r < part; ++r) {
       std::memcpy(padded.data() + r * to, elements.bytes() + (first + r) * from, from);
     }
-    auto done = writeAt(output_.descriptor, offset + first * to, std::span(padded).first(part * to),
-                        "its rows");
+    auto done = output_.write(address + first * to, std::span(padded).first(part * to));
     if (!done.ok()) return done;
   }
   return {};
@@ -154,22 +144,17 @@ Outcome<void> RepresentationWriter::finishField(std::size_t f) {
   if (encoder != nullptr && encoder->encoding() == Encoding::kGridColumns) {
     grid = sharedGrid(plan_, encoder_);
   }
-  auto done = writeFieldAttributes(
-      {targets_[f].dataset.get(), group_.get(), plan_.fields[f].dataset}, stored, kind, grid);
-  if (!done.ok()) return done;
-  return targets_[f].dataset.close("its dataset cannot be closed");
+  return writeFieldAttributes(output_, {*datasets_[f], *group_, plan_.fields[f].dataset}, stored,
+                              kind, grid);
 }
 
 Outcome<void> RepresentationWriter::finish(const TableContents& table) {
-  const Hdf5Lock lock;
   for (std::size_t f = 0; f < plan_.fields.size(); ++f) {
     if (auto done = finishField(f); !done.ok()) return within(f, done.error());
   }
-  if (auto done = writeFragmentTable(group_.get(), table); !done.ok()) {
-    return Failure{fmt::format("{}: {}", output_.name, done.error())};
-  }
-  output_.contents.add(checksumOf(table.table));
-  return group_.close(fmt::format("{}: {} cannot be closed", output_.name, plan_.group));
+  if (auto done = writeFragmentTable(output_, *group_, table); !done.ok()) return done;
+  output_.contents().add(checksumOf(table.table));
+  return {};
 }
 
 }  // namespace Fiber::Container

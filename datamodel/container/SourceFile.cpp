@@ -2,43 +2,22 @@
 
 #include "datamodel/container/SourceFile.hpp"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 
 #include "datamodel/container/BundleScan.hpp"
-#include "datamodel/container/Hdf5Walk.hpp"
+#include "datamodel/container/Hdf5Library.hpp"
 
 namespace Fiber::Container {
 
 using MemCore::Failure;
 using MemCore::Outcome;
 
-namespace {
-
-/// A descriptor of our own for the very file that the library has open: opening the path again
-/// might yield another one. Requires: Hdf5Lock held.
-Outcome<FileDescriptor> descriptorOf(const FileHandle& file, const std::string& path) {
-  void* handle = nullptr;
-  auto got = checkHdf5(H5Fget_vfd_handle(file.get(), H5P_DEFAULT, &handle), path);
-  if (!got.ok()) return got.failure();
-  FileDescriptor own(::fcntl(*static_cast<int*>(handle), F_DUPFD_CLOEXEC, 0));
-  if (!own.ok()) {
-    return Failure{fmt::format("{}: cannot be opened, found \"{}\"", path, systemError(errno))};
-  }
-  return own;
-}
-
-}  // namespace
-
-SourceFile::SourceFile(FileIdentity identity, FileHandle file, FileDescriptor descriptor)
-    : identity_(std::move(identity)), file_(std::move(file)), descriptor_(std::move(descriptor)) {}
+SourceFile::SourceFile(FileIdentity identity, ObjectFile file)
+    : identity_(std::move(identity)), file_(std::move(file)) {}
 
 Outcome<std::shared_ptr<SourceFile>> SourceFile::open(const FileIdentity& identity) {
-  const Hdf5Lock lock;
   auto opened = openBundle(identity.path);
   if (!opened.ok()) return opened.failure();
   const FileIdentity& found = opened->identity;
@@ -48,10 +27,7 @@ Outcome<std::shared_ptr<SourceFile>> SourceFile::open(const FileIdentity& identi
         "bytes of content {:016x}",
         identity.path, found.sizeBytes, found.contentId, identity.sizeBytes, identity.contentId)};
   }
-  auto descriptor = descriptorOf(opened->file, identity.path);
-  if (!descriptor.ok()) return descriptor.failure();
-  return std::shared_ptr<SourceFile>(
-      new SourceFile(identity, std::move(opened->file), std::move(descriptor).value()));
+  return std::shared_ptr<SourceFile>(new SourceFile(identity, std::move(opened->file)));
 }
 
 Outcome<std::shared_ptr<const DatasetLayout>> SourceFile::layout(const std::string& group,
@@ -59,16 +35,10 @@ Outcome<std::shared_ptr<const DatasetLayout>> SourceFile::layout(const std::stri
   const std::string path = group + "/" + name;
   const std::lock_guard guard(mutex_);
   if (const auto known = layouts_.find(path); known != layouts_.end()) return known->second;
-  const auto within = [&](const std::string& text) {
-    return Failure{fmt::format("{}: {}: {}", identity_.path, path, text)};
-  };
-  const Hdf5Lock lock;
-  const auto parent = openGroupPath(file_.get(), group);
-  if (!parent.ok()) return within(parent.error());
-  const auto dataset = openDataset(parent->get(), name);
-  if (!dataset.ok()) return within(dataset.error());
-  auto layout = describeDataset(dataset->get(), identity_.sizeBytes);
-  if (!layout.ok()) return within(layout.error());
+  auto layout = describeDataset(file_, group, name);
+  if (!layout.ok()) {
+    return Failure{fmt::format("{}: {}: {}", identity_.path, path, layout.error())};
+  }
   return layouts_[path] = std::make_shared<const DatasetLayout>(std::move(layout).value());
 }
 

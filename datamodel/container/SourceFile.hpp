@@ -14,7 +14,7 @@
 
 #include "datamodel/container/BundleDescription.hpp"
 #include "datamodel/container/DatasetLayout.hpp"
-#include "datamodel/container/FileDescriptor.hpp"
+#include "datamodel/container/ObjectFile.hpp"
 
 namespace Fiber::Container {
 
@@ -25,20 +25,19 @@ class SourceFile {
   /// missing, no bundle, or has changed.
   static MemCore::Outcome<std::shared_ptr<SourceFile>> open(const FileIdentity& identity);
 
-  /// Where the values of a dataset lie; asked from the container library once.
+  /// Where the values of a dataset lie; found out once.
   /// Errors: "<path>: <group>/<name>: ...".
   MemCore::Outcome<std::shared_ptr<const DatasetLayout>> layout(const std::string& group,
                                                                 const std::string& name);
 
   /// For readAt.
-  int descriptor() const { return descriptor_.get(); }
+  int descriptor() const { return file_.descriptor(); }
 
  private:
-  SourceFile(FileIdentity identity, FileHandle file, FileDescriptor descriptor);
+  SourceFile(FileIdentity identity, ObjectFile file);
 
   FileIdentity identity_;
-  FileHandle file_;
-  FileDescriptor descriptor_;
+  ObjectFile file_;
   std::mutex mutex_;  ///< guards layouts_
   std::map<std::string, std::shared_ptr<const DatasetLayout>> layouts_;
 };

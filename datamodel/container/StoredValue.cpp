@@ -6,8 +6,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 
-#include "datamodel/container/Hdf5Types.hpp"
+#include "datamodel/eagle/PhysicalSpace.hpp"
 
 namespace Fiber::Container {
 
@@ -23,17 +24,22 @@ namespace {
 using Eagle::PhysicalSpace;
 using Vector3 = Eagle::FixedArray<double, 3>;
 
-DatatypeHandle byteType() { return DatatypeHandle(H5Tcreate(H5T_OPAQUE, 1)); }
-
-DatatypeHandle vectorType() {
-  constexpr hsize_t kComponents = 3;
-  return DatatypeHandle(H5Tarray_create2(H5T_IEEE_F64LE, 1, &kComponents));
+ObjectType pointType() {
+  const ObjectType coordinate = ObjectType::number(ScalarKind::Float64);
+  return {ObjectType::Kind::kRecord,
+          ScalarKind::UInt8,
+          sizeof(PhysicalSpace::point),
+          {{"x", offsetof(PhysicalSpace::point, x), coordinate},
+           {"y", offsetof(PhysicalSpace::point, y), coordinate},
+           {"z", offsetof(PhysicalSpace::point, z), coordinate}}};
 }
 
-/// One element type that a value can have: its file type, and how to make its chunk.
+ObjectType vectorType() { return ObjectType::numbers(ScalarKind::Float64, 3); }
+
+/// One element type that a value can have: its stored type, and how to make its chunk.
 struct ValueKind {
   const std::type_info* type;
-  DatatypeHandle (*fileType)();
+  ObjectType stored;
   StrongPtr<ChunkBase> (*make)(std::size_t);
 };
 
@@ -42,61 +48,60 @@ StrongPtr<ChunkBase> makeChunk(std::size_t n) {
   return makeStrong<Chunk<T>>(n);
 }
 
-template <ScalarKind kKind>
-DatatypeHandle numberType() {
-  return DatatypeHandle(H5Tcopy(hdf5Type(kKind)));
+template <class T>
+ValueKind numberKind(ScalarKind kind) {
+  return {&typeid(T), ObjectType::number(kind), makeChunk<T>};
 }
 
 /// Texts are apart: a whole chunk of char is one string, whose length is part of its type.
 const std::array<ValueKind, 13>& valueKinds() {
   static const std::array<ValueKind, 13> kinds = {{
-      {&typeid(double), numberType<ScalarKind::Float64>, makeChunk<double>},
-      {&typeid(std::uint32_t), numberType<ScalarKind::UInt32>, makeChunk<std::uint32_t>},
-      {&typeid(PhysicalSpace::point), pointType, makeChunk<PhysicalSpace::point>},
-      {&typeid(std::uint64_t), numberType<ScalarKind::UInt64>, makeChunk<std::uint64_t>},
-      {&typeid(std::int32_t), numberType<ScalarKind::Int32>, makeChunk<std::int32_t>},
-      {&typeid(std::int64_t), numberType<ScalarKind::Int64>, makeChunk<std::int64_t>},
-      {&typeid(std::uint8_t), numberType<ScalarKind::UInt8>, makeChunk<std::uint8_t>},
-      {&typeid(std::int8_t), numberType<ScalarKind::Int8>, makeChunk<std::int8_t>},
-      {&typeid(std::uint16_t), numberType<ScalarKind::UInt16>, makeChunk<std::uint16_t>},
-      {&typeid(std::int16_t), numberType<ScalarKind::Int16>, makeChunk<std::int16_t>},
-      {&typeid(float), numberType<ScalarKind::Float32>, makeChunk<float>},
-      {&typeid(Vector3), vectorType, makeChunk<Vector3>},
-      {&typeid(std::byte), byteType, makeChunk<std::byte>},
+      numberKind<double>(ScalarKind::Float64),
+      numberKind<std::uint32_t>(ScalarKind::UInt32),
+      {&typeid(PhysicalSpace::point), pointType(), makeChunk<PhysicalSpace::point>},
+      numberKind<std::uint64_t>(ScalarKind::UInt64),
+      numberKind<std::int32_t>(ScalarKind::Int32),
+      numberKind<std::int64_t>(ScalarKind::Int64),
+      numberKind<std::uint8_t>(ScalarKind::UInt8),
+      numberKind<std::int8_t>(ScalarKind::Int8),
+      numberKind<std::uint16_t>(ScalarKind::UInt16),
+      numberKind<std::int16_t>(ScalarKind::Int16),
+      numberKind<float>(ScalarKind::Float32),
+      {&typeid(Vector3), vectorType(), makeChunk<Vector3>},
+      {&typeid(std::byte), ObjectType::byte(), makeChunk<std::byte>},
   }};
   return kinds;
 }
 
-DataspaceHandle listSpace(std::size_t count) {
-  const hsize_t extent = count;
-  return DataspaceHandle(H5Screate_simple(1, &extent, nullptr));
+/// Elements of a value, which must be one, or a list, and all there.
+Outcome<std::size_t> countOf(const ObjectValue& value) {
+  if (value.extents.rank > 1 || value.type.bytes == 0) return Failure{"no list of values"};
+  const std::uint64_t count = value.extents.counts[0];
+  if (value.bytes.size() % value.type.bytes != 0 ||
+      count != value.bytes.size() / value.type.bytes) {
+    return Failure{fmt::format("claims {} values of {} bytes, found {} bytes", count,
+                               value.type.bytes, value.bytes.size())};
+  }
+  return static_cast<std::size_t>(count);
 }
 
-bool isFixedText(hid_t type) {
-  return H5Tget_class(type) == H5T_STRING && H5Tis_variable_str(type) == 0;
+StrongPtr<ChunkBase> filled(const StrongPtr<ChunkBase>& chunk, const ObjectValue& value) {
+  if (!value.bytes.empty()) std::memcpy(chunk->bytes(), value.bytes.data(), value.bytes.size());
+  return chunk;
 }
 
-/// Elements of a found value; a null dataspace has none.
-Outcome<std::uint64_t> countOf(const ValueForm& found, std::uint64_t byteLimit) {
-  if (!found.type.ok() || !found.space.ok()) return Failure{takeHdf5Error()};
-  const std::size_t elementBytes = H5Tget_size(found.type.get());
-  const hssize_t count = H5Sget_simple_extent_npoints(found.space.get());
-  if (H5Sget_simple_extent_ndims(found.space.get()) > 1 || count < 0 || elementBytes == 0) {
-    return Failure{"no list of values"};
-  }
-  if (static_cast<std::uint64_t>(count) > byteLimit / elementBytes) {
-    return Failure{
-        fmt::format("claims {} values of {} bytes, more than the file", count, elementBytes)};
-  }
-  return static_cast<std::uint64_t>(count);
+std::vector<std::byte> copyOf(const ChunkBase& value) {
+  if (value.size() == 0) return {};
+  return {value.bytes(), value.bytes() + value.byteCount()};
 }
 
 }  // namespace
 
-Outcome<ValueForm> formOf(const ChunkBase& value) {
+Outcome<ObjectValue> valueOf(const ChunkBase& value) {
   if (value.elementType() == typeid(char)) {
-    return ValueForm{textType(value.size()),
-                     DataspaceHandle(H5Screate(value.size() == 0 ? H5S_NULL : H5S_SCALAR))};
+    return ObjectValue{ObjectType::text(value.size()),
+                       value.size() == 0 ? ObjectExtents::none() : ObjectExtents::one(),
+                       copyOf(value)};
   }
   const auto& kinds = valueKinds();
   const auto* kind = std::find_if(kinds.begin(), kinds.end(), [&](const ValueKind& k) {
@@ -106,51 +111,46 @@ Outcome<ValueForm> formOf(const ChunkBase& value) {
     return Failure{
         fmt::format("cannot be stored, found element type \"{}\"", value.elementType().name())};
   }
-  return ValueForm{kind->fileType(), listSpace(value.size())};
+  return ObjectValue{kind->stored, ObjectExtents::list(value.size()), copyOf(value)};
 }
 
-Outcome<StrongPtr<ChunkBase>> chunkFor(const ValueForm& found, std::uint64_t byteLimit) {
-  const auto count = countOf(found, byteLimit);
+Outcome<StrongPtr<ChunkBase>> chunkOf(const ObjectValue& value) {
+  if (value.type.kind == ObjectType::Kind::kForeign) {
+    return Failure{"of a type that bundle files do not use"};
+  }
+  const auto count = countOf(value);
   if (!count.ok()) return count.failure();
-  if (isFixedText(found.type.get())) {
+  if (value.type.kind == ObjectType::Kind::kText) {
     if (*count > 1) return Failure{"a list of texts, expected one"};
-    const std::size_t length = *count == 0 ? 0 : H5Tget_size(found.type.get());
-    return StrongPtr<ChunkBase>(makeStrong<Chunk<char>>(length));
+    return filled(makeStrong<Chunk<char>>(value.bytes.size()), value);
   }
   for (const ValueKind& kind : valueKinds()) {
-    const DatatypeHandle type = kind.fileType();
-    if (H5Tequal(found.type.get(), type.get()) > 0) {
-      return kind.make(static_cast<std::size_t>(*count));
-    }
+    if (value.type == kind.stored) return filled(kind.make(*count), value);
   }
   return Failure{"of a type that bundle files do not use"};
 }
 
-TextList textListOf(const std::vector<std::string>& texts) {
+ObjectValue textListOf(const std::vector<std::string>& texts) {
   std::size_t length = 1;
   for (const std::string& text : texts) length = std::max(length, text.size());
-  TextList list{{textType(length), listSpace(texts.size())}, {}};
-  list.padded.reserve(length * texts.size());
-  for (const std::string& text : texts) {
-    list.padded += text;
-    list.padded.append(length - text.size(), '\0');
+  ObjectValue list{ObjectType::text(length), ObjectExtents::list(texts.size()), {}};
+  list.bytes.resize(length * texts.size());
+  for (std::size_t t = 0; t < texts.size(); ++t) {
+    std::ranges::copy(std::as_bytes(std::span(texts[t])),
+                      list.bytes.begin() + static_cast<std::ptrdiff_t>(t * length));
   }
   return list;
 }
 
-Outcome<std::string> roomForTexts(const ValueForm& found, std::uint64_t byteLimit) {
-  const auto count = countOf(found, byteLimit);
+Outcome<std::vector<std::string>> textsOf(const ObjectValue& value) {
+  if (value.type.kind != ObjectType::Kind::kText) return Failure{"no list of texts"};
+  const auto count = countOf(value);
   if (!count.ok()) return count.failure();
-  if (!isFixedText(found.type.get())) return Failure{"no list of texts"};
-  return std::string(static_cast<std::size_t>(*count) * H5Tget_size(found.type.get()), '\0');
-}
-
-std::vector<std::string> textsOf(const std::string& padded, const ValueForm& found) {
-  const std::size_t length = H5Tget_size(found.type.get());
   std::vector<std::string> texts;
-  for (std::size_t start = 0; start < padded.size(); start += length) {
-    const std::string text = padded.substr(start, length);
-    texts.push_back(text.substr(0, text.find('\0')));
+  texts.reserve(*count);
+  for (std::size_t t = 0; t < *count; ++t) {
+    const auto* text = reinterpret_cast<const char*>(value.bytes.data()) + t * value.type.bytes;
+    texts.emplace_back(text, ::strnlen(text, value.type.bytes));
   }
   return texts;
 }

@@ -70,6 +70,14 @@ ArrayCreators& arrayCreators() {
   return theCreators;
 }
 
+/// A loop that compilers turn into vectors, unlike std::max_element: every list is looked through
+/// once per field.
+unsigned highestOf(std::span<const unsigned> indices) {
+  unsigned highest = 0;
+  for (const unsigned index : indices) highest = std::max(highest, index);
+  return highest;
+}
+
 /// Whether every element that one side of the copy uses lies below `limit`.
 bool staysInside(const IndexList* indices, const IndirectionRange& range, std::uint64_t offset,
                  std::uint64_t stride, std::uint64_t limit) {
@@ -79,8 +87,7 @@ bool staysInside(const IndexList* indices, const IndirectionRange& range, std::u
   if (indices != nullptr && end > indices->size()) return false;
   std::uint64_t highest = end - 1;
   if (indices != nullptr) {
-    const auto used = indices->span().subspan(range.first, range.count);
-    highest = *std::max_element(used.begin(), used.end());
+    highest = highestOf(indices->span().subspan(range.first, range.count));
   }
   return stride == 0 || highest <= (limit - 1 - offset) / stride;
 }

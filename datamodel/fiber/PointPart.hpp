@@ -29,7 +29,7 @@ struct PointBox {
 };
 
 /// Points per run whose box is known.
-inline constexpr std::size_t kBlockPoints = 2048;
+inline constexpr std::size_t kBlockPoints = 512;
 
 /// Number of blocks of so many points; the last one may be shorter.
 inline std::size_t blockCount(std::size_t pointCount) {

@@ -19,9 +19,9 @@ using Points = Fiber::MemArray<1, PhysicalSpace::point>;
 using ByteChunk = MemCore::Chunk<std::byte>;
 
 /// Records per block: positions, records and columns of a block stay in the second-level cache.
-constexpr std::size_t kBlockRecords = Fiber::kBlockPoints;
+constexpr std::size_t kBlockRecords = 4 * Fiber::kBlockPoints;
 /// Records per read: whole blocks of a survey, and few enough to stay in the cache meanwhile.
-constexpr std::uint64_t kReadRecords = 8 * Fiber::kBlockPoints;
+constexpr std::uint64_t kReadRecords = 32 * Fiber::kBlockPoints;
 
 /// The columns of one fragment being filled from front to back.
 class ColumnFiller {

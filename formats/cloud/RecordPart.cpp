@@ -17,7 +17,7 @@ using Indices = std::span<const unsigned int>;
 
 /// How far apart the first and the last point of one read may be: far enough that the number of
 /// reads does not matter, near enough that what is read stays in the second-level cache.
-constexpr std::uint64_t kWindowRecords = Fiber::kBlockPoints;
+constexpr std::uint64_t kWindowRecords = 2048;
 
 /// How many points from the front on lie within one window.
 std::size_t windowLength(Indices points) {

@@ -162,7 +162,7 @@ TEST(FieldCopyPart, FragmentThatCannotBeReadIsRememberedByItsPositions) {
 
 class PartSelection : public ::testing::Test {
  protected:
-  static constexpr std::uint64_t kCount = 3 * Fiber::kBlockPoints + 10;
+  static constexpr std::uint64_t kCount = 6154;
 
   /// The points of the line that lie in a tile from `low` to `high`.
   TileSelection select(const StrongPtr<Fiber::CreativeArrayBase>& creator, double low,

@@ -2,15 +2,17 @@
 
 #include "datamodel/container/AttributeTable.hpp"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 
 #include <array>
 #include <cstring>
 
+#include "datamodel/container/AttributeValues.hpp"
 #include "datamodel/container/FormatNames.hpp"
-#include "datamodel/container/Hdf5Attributes.hpp"
-#include "datamodel/container/Hdf5Types.hpp"
-#include "datamodel/container/ValueDatasets.hpp"
+#include "datamodel/container/StoredValue.hpp"
+#include "tests/datamodel/container/Hdf5Writing.hpp"
+#include "tests/datamodel/container/ObjectSteps.hpp"
 #include "tests/support/TempDir.hpp"
 
 namespace Fiber::Container {
@@ -24,26 +26,37 @@ using MemCore::makeStrong;
 using MemCore::StrongPtr;
 using ::testing::HasSubstr;
 
-class AttributeTableTest : public testing::Test {
+/// Read with our own decoder, or by the library.
+class AttributeTableTest : public testing::TestWithParam<bool> {
  protected:
-  AttributePlace place() const { return {file_.get(), file_.get(), "attributes", kGridWords}; }
+  void write(const StoredAttributes& stored) {
+    writeObjects(path_, [&](OutputFile& output) {
+      ObjectGroup& root = output.root();
+      const auto written = writeAttributes(output, {root.attributes, root, "attributes"}, stored);
+      EXPECT_TRUE(written.ok()) << written.error();
+    });
+  }
 
-  /// Writes the attributes, and reads them back.
-  AttributeTable roundTrip(const Attributes& attributes) {
-    StoredAttributes stored;
-    addAttributes(stored, attributes, kGridWords, 0);
-    const auto written = writeAttributes(place(), stored);
-    EXPECT_TRUE(written.ok()) << written.error();
-    auto read = readAttributes(place(), 100000000);
+  AttributeTable read() {
+    file_ = openObjects(path_, GetParam());
+    const ObjectGroup& root = file_.root();
+    auto read = readAttributes({file_, root.attributes, root, "attributes", kGridWords});
     if (read.ok()) return std::move(read).value();
     ADD_FAILURE() << read.error();
     return {};
   }
 
-  Hdf5Lock lock_;
+  /// Writes the attributes, and reads them back.
+  AttributeTable roundTrip(const Attributes& attributes) {
+    StoredAttributes stored;
+    addAttributes(stored, attributes, kGridWords, 0);
+    write(stored);
+    return read();
+  }
+
   TempDir folder_;
-  FileHandle file_{H5Fcreate((folder_ / "a.h5").c_str(), H5F_ACC_TRUNC, fileCreation().get(),
-                             fileAccess(FileFormat::kCompressed).get())};
+  std::string path_ = folder_ / "a.h5";
+  ObjectFile file_;
 };
 
 bool same(const StrongPtr<ChunkBase>& a, const StrongPtr<ChunkBase>& b) {
@@ -60,7 +73,7 @@ StrongPtr<ChunkBase> noise(std::size_t count) {
   return chunk;
 }
 
-TEST_F(AttributeTableTest, EveryTypeAndLengthReturnsExactly) {
+TEST_P(AttributeTableTest, EveryTypeAndLengthReturnsExactly) {
   Attributes attributes;
   for (const std::size_t count : {0U, 1U, 3U, 1000U}) {
     const std::string suffix = std::to_string(count);
@@ -86,29 +99,32 @@ TEST_F(AttributeTableTest, EveryTypeAndLengthReturnsExactly) {
   }
 }
 
-TEST_F(AttributeTableTest, OnlyLargeValuesAreDatasets) {
+TEST_P(AttributeTableTest, OnlyLargeValuesAreDatasets) {
   Attributes attributes;
   attributes.setAttribute("small", noise<std::uint8_t>(2048));
   attributes.setAttribute("large", noise<std::uint8_t>(2049));
   roundTrip(attributes);
-  EXPECT_TRUE(hasAttribute(file_.get(), "small"));
-  EXPECT_FALSE(hasAttribute(file_.get(), "large"));
-  EXPECT_TRUE(readValueDataset(file_.get(), "small", 100000).error().find("missing") !=
-              std::string::npos);
-  EXPECT_GT(H5Lexists(file_.get(), "attributes/large", H5P_DEFAULT), 0);
+  EXPECT_TRUE(hasValue(file_.root().attributes, "small"));
+  EXPECT_FALSE(hasValue(file_.root().attributes, "large"));
+  const ObjectGroup* large = file_.root().find("attributes");
+  ASSERT_NE(large, nullptr);
+  EXPECT_FALSE(large->datasets.contains("small"));
+  EXPECT_TRUE(large->datasets.contains("large"));
 }
 
-TEST_F(AttributeTableTest, WordsOfTheFormatMayBeNames) {
+TEST_P(AttributeTableTest, WordsOfTheFormatMayBeNames) {
   Attributes attributes;
   attributes.setAttribute("property_bits", noise<double>(2));
-  ASSERT_TRUE(writePropertyBits(file_.get(), 12345678901234567890U).ok());
   const AttributeTable table = roundTrip(attributes);
   EXPECT_EQ(table.attributes.all().size(), 1U);
   EXPECT_TRUE(same(table.attributes.getAttribute("property_bits"), noise<double>(2)));
-  EXPECT_EQ(*readPropertyBits(file_.get()), 12345678901234567890U);
+  EXPECT_EQ(*readPropertyBits(file_.root().attributes), 0U);
+  ObjectValues values;
+  writePropertyBits(values, 12345678901234567890U);
+  EXPECT_EQ(*readPropertyBits(values), 12345678901234567890U);
 }
 
-TEST_F(AttributeTableTest, SetsAreKeptApart) {
+TEST_P(AttributeTableTest, SetsAreKeptApart) {
   Attributes own;
   own.setAttribute("a#1", noise<double>(1));
   Attributes creators;
@@ -117,46 +133,68 @@ TEST_F(AttributeTableTest, SetsAreKeptApart) {
   StoredAttributes stored;
   addAttributes(stored, own, kGridWords, 0);
   addAttributes(stored, creators, kGridWords, 1);
-  ASSERT_TRUE(writeAttributes(place(), stored).ok());
-  const auto table = readAttributes(place(), 100000000);
-  ASSERT_TRUE(table.ok()) << table.error();
-  EXPECT_EQ(table->attributes.all().size(), 1U);
-  EXPECT_TRUE(same(table->attributes.getAttribute("a#1"), noise<double>(1)));
-  ASSERT_EQ(table->sets.size(), 1U);
-  EXPECT_TRUE(same(table->sets.at(1).getAttribute("a"), noise<double>(2)));
-  EXPECT_TRUE(same(table->sets.at(1).getAttribute("long"), noise<double>(2000)));
+  write(stored);
+  const AttributeTable table = read();
+  EXPECT_EQ(table.attributes.all().size(), 1U);
+  EXPECT_TRUE(same(table.attributes.getAttribute("a#1"), noise<double>(1)));
+  ASSERT_EQ(table.sets.size(), 1U);
+  EXPECT_TRUE(same(table.sets.at(1).getAttribute("a"), noise<double>(2)));
+  EXPECT_TRUE(same(table.sets.at(1).getAttribute("long"), noise<double>(2000)));
 }
 
-TEST_F(AttributeTableTest, ForeignValuesAreTexts) {
-  const hid_t file = file_.get();
-  const std::array<hsize_t, 2> extents = {2, 2};
-  const DataspaceHandle matrix(H5Screate_simple(2, extents.data(), nullptr));
-  const AttributeHandle first(
-      H5Acreate2(file, "matrix", H5T_IEEE_F64LE, matrix.get(), H5P_DEFAULT, H5P_DEFAULT));
-  EXPECT_THAT(readAttribute(file, "matrix", 1000).error(), HasSubstr("no list of values"));
-  DatatypeHandle text(H5Tcopy(H5T_C_S1));
-  H5Tset_size(text.get(), H5T_VARIABLE);
-  const DataspaceHandle scalar(H5Screate(H5S_SCALAR));
-  const AttributeHandle second(
-      H5Acreate2(file, "variable", text.get(), scalar.get(), H5P_DEFAULT, H5P_DEFAULT));
-  EXPECT_THAT(readAttribute(file, "variable", 1000).error(),
+TEST(AttributeValues, ForeignValuesAreTexts) {
+  const TempDir folder;
+  const std::string path = folder / "a.h5";
+  {
+    const Hdf5Lock lock;
+    const FileHandle file(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT));
+    const std::array<hsize_t, 2> extents = {2, 2};
+    const DataspaceHandle matrix(H5Screate_simple(2, extents.data(), nullptr));
+    const AttributeHandle first(
+        H5Acreate2(file.get(), "matrix", H5T_IEEE_F64LE, matrix.get(), H5P_DEFAULT, H5P_DEFAULT));
+    DatatypeHandle text(H5Tcopy(H5T_C_S1));
+    H5Tset_size(text.get(), H5T_VARIABLE);
+    const DataspaceHandle scalar(H5Screate(H5S_SCALAR));
+    const AttributeHandle second(
+        H5Acreate2(file.get(), "variable", text.get(), scalar.get(), H5P_DEFAULT, H5P_DEFAULT));
+    putNumber(file.get(), "number", 2.5);
+  }
+  const ObjectFile file = openObjects(path, true);
+  const ObjectValues& values = file.root().attributes;
+  EXPECT_THAT(chunkIn(values, "matrix").error(), HasSubstr("no list of values"));
+  EXPECT_THAT(chunkIn(values, "variable").error(),
               HasSubstr("of a type that bundle files do not use"));
-  EXPECT_THAT(readText(file, "none", 1000).error(), HasSubstr("attribute none: missing"));
-  ASSERT_TRUE(writeNumber(file, "number", 2.5).ok());
-  EXPECT_THAT(readNumber<std::uint32_t>(file, "number").error(), HasSubstr("attribute number: "));
-  EXPECT_THAT(readText(file, "number", 1000).error(), HasSubstr("attribute number: no text"));
-  EXPECT_THAT(readAttribute(file, "number", 7).error(), HasSubstr("more than the file"));
+  EXPECT_THAT(textIn(values, "none").error(), HasSubstr("attribute none: missing"));
+  EXPECT_THAT(numberIn<std::uint32_t>(values, "number").error(), HasSubstr("attribute number: "));
+  EXPECT_THAT(textIn(values, "number").error(), HasSubstr("attribute number: no text"));
+  EXPECT_EQ(*numberIn<double>(values, "number"), 2.5);
 }
 
-TEST_F(AttributeTableTest, ListsOfTextsReturn) {
+TEST_P(AttributeTableTest, ListsOfTextsReturn) {
   const std::vector<std::string> texts = {"", "a", "longer text", "\xC3\xA9"};
-  ASSERT_TRUE(writeTexts(file_.get(), "list", texts).ok());
-  ASSERT_TRUE(writeTexts(file_.get(), "empty", {}).ok());
-  ASSERT_TRUE(writeTextsDataset(file_.get(), "dataset", texts).ok());
-  EXPECT_EQ(*readTexts(file_.get(), "list", 1000), texts);
-  EXPECT_EQ(*readTexts(file_.get(), "empty", 1000), std::vector<std::string>());
-  EXPECT_EQ(*readTextsDataset(file_.get(), "dataset", 1000), texts);
+  writeObjects(path_, [&](OutputFile& output) {
+    setTexts(output.root().attributes, "list", texts);
+    setTexts(output.root().attributes, "empty", {});
+    ASSERT_TRUE(output.addDataset(output.root(), "dataset", textListOf(texts)).ok());
+  });
+  const ObjectFile file = openObjects(path_, GetParam());
+  EXPECT_EQ(*textsIn(file.root().attributes, "list"), texts);
+  EXPECT_EQ(*textsIn(file.root().attributes, "empty"), std::vector<std::string>());
+  EXPECT_EQ(*textsOf(*file.checkedValue(file.root().datasets.at("dataset"))), texts);
 }
+
+TEST(AttributeValues, WhatNoMessageHoldsIsRefused) {
+  const TempDir folder;
+  const std::string path = folder / "a.h5";
+  const FileDescriptor descriptor(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  auto output = OutputFile::begin(descriptor.get(), path);
+  ASSERT_TRUE(output.ok());
+  setText(output->root().make("0/g").attributes, "long", std::string(70000, 'x'));
+  EXPECT_THAT(output->finish().error(),
+              HasSubstr(path + ": 0: g: attribute long: cannot be stored, found 70000 bytes"));
+}
+
+INSTANTIATE_TEST_SUITE_P(DecoderAndLibrary, AttributeTableTest, testing::Bool());
 
 }  // namespace
 }  // namespace Fiber::Container

@@ -36,7 +36,7 @@ int writeInBatches(const BundlePtr& bundle, const std::string& file, StorageKind
   for (int attempts = 1;; ++attempts) {
     auto output = AtomicFile::make(file);
     EXPECT_TRUE(output.ok());
-    const WriteTarget target{output->temporaryPath(), output->descriptor(), kind, batchBytes};
+    const WriteTarget target{output->descriptor(), kind, batchBytes};
     const auto result = writeBundle(*plan, target, {});
     if (!result.ok()) {
       ADD_FAILURE() << result.error();

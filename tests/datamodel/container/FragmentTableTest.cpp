@@ -7,6 +7,7 @@
 #include <random>
 
 #include "datamodel/container/FragmentTableStorage.hpp"
+#include "tests/datamodel/container/ObjectSteps.hpp"
 #include "tests/support/TempDir.hpp"
 
 namespace Fiber::Container {
@@ -25,8 +26,18 @@ FragmentTable filledTable(const TableShape& shape, std::size_t rows) {
   return table;
 }
 
-FileHandle newFile(const std::string& path) {
-  return FileHandle(H5Fcreate(path.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, H5P_DEFAULT));
+/// Writes a table into the root of a file.
+void writeTable(const std::string& path, const TableContents& contents) {
+  writeObjects(path, [&](OutputFile& output) {
+    const auto written = writeFragmentTable(output, output.root(), contents);
+    ASSERT_TRUE(written.ok()) << written.error();
+  });
+}
+
+MemCore::Outcome<TableContents> readTable(const std::string& path, bool byLibrary,
+                                          std::size_t wideFields) {
+  const ObjectFile file = openObjects(path, byLibrary);
+  return readFragmentTable(file, file.root(), wideFields);
 }
 
 TEST(FragmentTable, ColumnsDoNotOverlap) {
@@ -67,42 +78,40 @@ TEST(FragmentTable, EntriesAreKeptApart) {
   EXPECT_FALSE(table.isLinked(2));
 }
 
-TEST(FragmentTable, ReturnsFromTheFile) {
-  const TempDir folder;
-  const Hdf5Lock lock;
-  const FileHandle file = newFile(folder / "t.h5");
+class StoredFragmentTable : public testing::TestWithParam<bool> {
+ protected:
+  TempDir folder_;
+  std::string path_ = folder_ / "t.h5";
+};
+
+TEST_P(StoredFragmentTable, ReturnsFromTheFile) {
   // A small one lies in the object's header, a large one outside.
   for (const std::size_t rows : {0U, 1U, 3U, 5000U}) {
     const TableContents written{filledTable(fullShape(), rows), {"a", "Bb", "c%2Fd"}, {"/0/x"}};
-    ASSERT_TRUE(writeFragmentTable(file.get(), written).ok());
-    const auto read = readFragmentTable(file.get(), 1, 100000000);
+    writeTable(path_, written);
+    const auto read = readTable(path_, GetParam(), 1);
     ASSERT_TRUE(read.ok()) << read.error();
     EXPECT_EQ(read->table.bytes(), written.table.bytes());
     EXPECT_EQ(read->table.rowCount(), rows);
     EXPECT_EQ(read->fieldNames, written.fieldNames);
     EXPECT_EQ(read->sourceGroups, written.sourceGroups);
-    H5Ldelete(file.get(), "fragments", H5P_DEFAULT);
-    H5Ldelete(file.get(), "source_groups", H5P_DEFAULT);
   }
 }
 
-TEST(FragmentTable, WrongNumberOfEntriesIsNamed) {
-  const TempDir folder;
-  const Hdf5Lock lock;
-  const FileHandle file = newFile(folder / "t.h5");
-  const TableContents written{
-      filledTable({2, 0, 8, 0, false, false, false, false, false}, 1), {"a", "b", "c"}, {}};
-  ASSERT_TRUE(writeFragmentTable(file.get(), written).ok());
-  EXPECT_THAT(readFragmentTable(file.get(), 0, 100000).error(),
+TEST_P(StoredFragmentTable, WrongNumberOfEntriesIsNamed) {
+  writeTable(
+      path_,
+      {filledTable({2, 0, 8, 0, false, false, false, false, false}, 1), {"a", "b", "c"}, {}});
+  EXPECT_THAT(readTable(path_, GetParam(), 0).error(),
               HasSubstr("column present has the wrong number of entries, found 2, expected 3"));
 }
 
-TEST(FragmentTable, MissingTableIsAText) {
-  const TempDir folder;
-  const Hdf5Lock lock;
-  const FileHandle file = newFile(folder / "t.h5");
-  EXPECT_THAT(readFragmentTable(file.get(), 0, 100000).error(), HasSubstr("fragments: missing"));
+TEST_P(StoredFragmentTable, MissingTableIsAText) {
+  writeObjects(path_, [](OutputFile&) {});
+  EXPECT_THAT(readTable(path_, GetParam(), 0).error(), HasSubstr("fragments: missing"));
 }
+
+INSTANTIATE_TEST_SUITE_P(DecoderAndLibrary, StoredFragmentTable, testing::Bool());
 
 }  // namespace
 }  // namespace Fiber::Container

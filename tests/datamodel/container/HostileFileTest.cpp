@@ -10,12 +10,10 @@
 #include <limits>
 
 #include "datamodel/container/FragmentTableStorage.hpp"
-#include "datamodel/container/Hdf5Attributes.hpp"
-#include "datamodel/container/Hdf5Types.hpp"
-#include "datamodel/container/Hdf5Walk.hpp"
 #include "datamodel/container/SourceFile.hpp"
 #include "tests/datamodel/container/BundleSteps.hpp"
 #include "tests/datamodel/container/FileTexts.hpp"
+#include "tests/datamodel/container/Hdf5Writing.hpp"
 #include "tests/datamodel/container/ModelCompare.hpp"
 #include "tests/support/CloudBuilder.hpp"
 #include "tests/support/TempDir.hpp"
@@ -31,6 +29,7 @@ using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
 constexpr const char* kGroup = "/0/points/skeleton_3_0/StandardCartesianChart3D";
+const std::string kTable = std::string(kGroup) + "/fragments";
 constexpr std::size_t kWide = 0;  ///< no field of the test cloud has rank 2
 
 class HostileFile : public testing::Test {
@@ -47,9 +46,7 @@ class HostileFile : public testing::Test {
   std::string failureAfter(const Change& change) {
     {
       const Hdf5Lock lock;
-      FileHandle file(
-          H5Fopen(file_.c_str(), H5F_ACC_RDWR, fileAccess(FileFormat::kCompressed).get()));
-      EXPECT_TRUE(file.ok());
+      FileHandle file = openToChange(file_);
       change(file.get());
       EXPECT_TRUE(file.close("file").ok());
     }
@@ -61,23 +58,32 @@ class HostileFile : public testing::Test {
   /// Changes the fragment table; its checksum is right again afterwards.
   template <class Change>
   std::string failureAfterTable(const Change& change) {
+    auto contents = tableOfFile();
+    change(contents);
     return failureAfter([&](hid_t file) {
-      const auto group = openGroupPath(file, kGroup);
-      ASSERT_TRUE(group.ok());
-      auto contents = readFragmentTable(group->get(), kWide, 1000000);
-      ASSERT_TRUE(contents.ok()) << contents.error();
-      change(*contents);
-      ASSERT_GE(H5Ldelete(group->get(), "fragments", H5P_DEFAULT), 0);
-      ASSERT_TRUE(writeFragmentTable(group->get(), *contents).ok());
+      const DatasetHandle table(H5Dopen2(file, kTable.c_str(), H5P_DEFAULT));
+      const DatatypeHandle rows(H5Dget_type(table.get()));
+      ASSERT_GE(H5Dwrite(table.get(), rows.get(), H5S_ALL, H5S_ALL, H5P_DEFAULT,
+                         contents.table.bytes().data()),
+                0);
+      putTexts(table.get(), "fields", contents.fieldNames);
+      putNumber(table.get(), "crc32", checksumOf(contents.table));
     });
+  }
+
+  TableContents tableOfFile() {
+    const auto file = ObjectFile::open(file_);
+    EXPECT_TRUE(file.ok());
+    auto contents = readFragmentTable(*file, *file->root().find(kGroup), kWide);
+    EXPECT_TRUE(contents.ok()) << contents.error();
+    return contents.ok() ? std::move(contents).value() : TableContents();
   }
 
   /// Puts another dataset in the place of the times.
   void replaceTimes(hid_t type, hid_t space, hid_t creation) {
     const Hdf5Lock lock;
     SourceFiles::instance().clear();
-    const FileHandle file(
-        H5Fopen(file_.c_str(), H5F_ACC_RDWR, fileAccess(FileFormat::kCompressed).get()));
+    const FileHandle file = openToChange(file_);
     const std::string path = std::string(kGroup) + "/GpsTime";
     ASSERT_GE(H5Ldelete(file.get(), path.c_str(), H5P_DEFAULT), 0);
     const DatasetHandle dataset(
@@ -104,11 +110,6 @@ class HostileFile : public testing::Test {
   std::string file_ = folder_ / "a.f5";
 };
 
-void rewriteNumber(hid_t object, const char* name, std::uint32_t value) {
-  ASSERT_GE(H5Adelete(object, name), 0);
-  ASSERT_TRUE(writeNumber(object, name, value).ok());
-}
-
 TEST_F(HostileFile, OtherFilesAreNoBundles) {
   const std::string other = folder_ / "other";
   for (const std::string& contents : {std::string(), std::string("text"), std::string(5000, 'x'),
@@ -124,7 +125,7 @@ TEST_F(HostileFile, OtherFilesAreNoBundles) {
 }
 
 TEST_F(HostileFile, ForeignFormatAndNewerVersionAreNamed) {
-  EXPECT_THAT(failureAfter([](hid_t file) { rewriteNumber(file, "format_version", 2); }),
+  EXPECT_THAT(failureAfter([](hid_t file) { putNumber(file, "format_version", 2U); }),
               HasSubstr("format version is not known, found 2, expected 1"));
   EXPECT_THAT(failureAfter([](hid_t file) { H5Adelete(file, "format"); }),
               HasSubstr("not a bundle file"));
@@ -143,12 +144,11 @@ TEST_F(HostileFile, BlockInFrontIsRefused) {
 }
 
 TEST_F(HostileFile, GroupsThatContainEachOtherEnd) {
-  EXPECT_THAT(failureAfter([](hid_t file) {
-                const auto grid = openGroupPath(file, "/0/points");
-                ASSERT_GE(H5Lcreate_hard(file, "/0", grid->get(), "loop", H5P_DEFAULT, H5P_DEFAULT),
-                          0);
-              }),
-              HasSubstr("a group that was reached twice"));
+  EXPECT_THAT(
+      failureAfter([](hid_t file) {
+        ASSERT_GE(H5Lcreate_hard(file, "/0", file, "/0/points/loop", H5P_DEFAULT, H5P_DEFAULT), 0);
+      }),
+      HasSubstr("a group that was reached twice"));
 }
 
 TEST_F(HostileFile, LinksToOtherFilesAreNotFollowed) {
@@ -163,14 +163,11 @@ TEST_F(HostileFile, LinksToOtherFilesAreNotFollowed) {
 }
 
 TEST_F(HostileFile, TimeThatIsNoNumberIsRefused) {
-  EXPECT_THAT(
-      failureAfter([](hid_t file) {
-        const auto slice = openGroup(file, "0");
-        ASSERT_GE(H5Adelete(slice->get(), "time"), 0);
-        ASSERT_TRUE(
-            writeNumber(slice->get(), "time", std::numeric_limits<double>::quiet_NaN()).ok());
-      }),
-      HasSubstr("0: time: not a number"));
+  EXPECT_THAT(failureAfter([](hid_t file) {
+                const GroupHandle slice(H5Gopen2(file, "/0", H5P_DEFAULT));
+                putNumber(slice.get(), "time", std::numeric_limits<double>::quiet_NaN());
+              }),
+              HasSubstr("0: time: not a number"));
 }
 
 TEST_F(HostileFile, UnknownTypesAreNamed) {
@@ -179,12 +176,12 @@ TEST_F(HostileFile, UnknownTypesAreNamed) {
   const DataspaceHandle space(H5Screate_simple(1, &rows, nullptr));
   EXPECT_THAT(failureOfTimes(H5T_STD_I32BE, space.get(), H5P_DEFAULT),
               HasSubstr("GpsTime: its numbers are of a type that bundle files do not use"));
-  const DatatypeHandle text = textType(8);
+  const DatatypeHandle text = fixedText(8);
   EXPECT_THAT(failureOfTimes(text.get(), space.get(), H5P_DEFAULT), HasSubstr("GpsTime"));
   EXPECT_THAT(failureAfter([](hid_t file) {
-                const auto group = openGroupPath(file, kGroup);
-                const auto dataset = openDataset(group->get(), "GpsTime");
-                ASSERT_TRUE(writeText(dataset->get(), "element_type", "quaternion").ok());
+                const std::string path = std::string(kGroup) + "/GpsTime";
+                const DatasetHandle dataset(H5Dopen2(file, path.c_str(), H5P_DEFAULT));
+                putText(dataset.get(), "element_type", "quaternion");
               }),
               HasSubstr("quaternion"));
 }
@@ -197,13 +194,13 @@ TEST_F(HostileFile, WrongRanksAreRefused) {
               HasSubstr("wrong number of dimensions, found 3"));
   EXPECT_THAT(
       failureAfter([](hid_t file) {
-        const auto group = openGroupPath(file, kGroup);
-        ASSERT_GE(H5Ldelete(group->get(), "GpsTime", H5P_DEFAULT), 0);
+        const GroupHandle group(H5Gopen2(file, kGroup, H5P_DEFAULT));
+        ASSERT_GE(H5Ldelete(group.get(), "GpsTime", H5P_DEFAULT), 0);
         const hsize_t rows = 30;
         const DataspaceHandle space(H5Screate_simple(1, &rows, nullptr));
-        const DatasetHandle dataset(H5Dcreate2(group->get(), "GpsTime", H5T_IEEE_F64LE, space.get(),
+        const DatasetHandle dataset(H5Dcreate2(group.get(), "GpsTime", H5T_IEEE_F64LE, space.get(),
                                                H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT));
-        ASSERT_TRUE(writeNumber(dataset.get(), "rank", std::uint32_t{9}).ok());
+        putNumber(dataset.get(), "rank", 9U);
       }),
       HasSubstr("wrong rank, found 9"));
 }
@@ -245,23 +242,28 @@ TEST_F(HostileFile, TableOfOtherFieldsIsRefused) {
 }
 
 TEST_F(HostileFile, ForeignTablesAreRefused) {
-  const auto replaceTable = [&](hid_t type, hsize_t rows) {
+  const Hdf5Lock lock;
+  const auto replaceTable = [&](const DatatypeHandle& type, hsize_t rows) {
     return failureAfter([&](hid_t file) {
-      const auto group = openGroupPath(file, kGroup);
-      H5Ldelete(group->get(), "fragments", H5P_DEFAULT);
+      H5Ldelete(file, kTable.c_str(), H5P_DEFAULT);
       const DataspaceHandle space(H5Screate_simple(1, &rows, nullptr));
-      const DatasetHandle table(H5Dcreate2(group->get(), "fragments", type, space.get(),
+      const DatasetHandle table(H5Dcreate2(file, kTable.c_str(), type.get(), space.get(),
                                            H5P_DEFAULT, H5P_DEFAULT, H5P_DEFAULT));
-      ASSERT_TRUE(writeTexts(table.get(), "fields", {"GpsTime", "Positions"}).ok());
+      putTexts(table.get(), "fields", {"GpsTime", "Positions"});
     });
   };
-  const Hdf5Lock lock;
-  EXPECT_THAT(replaceTable(H5T_IEEE_F64LE, 5), HasSubstr("fragments: no compound rows"));
-  const DatatypeHandle point = pointType();
-  EXPECT_THAT(replaceTable(point.get(), 5), HasSubstr("fragments: column"));
-  const TableShape shape{2, 0, 4, 0, false, false, false, false, false};
-  const DatatypeHandle rows = tableRowType(FragmentTable(shape, 0));
-  EXPECT_THAT(replaceTable(rows.get(), hsize_t{1} << 40U),
+  DatatypeHandle rows;
+  {
+    const FileHandle file(H5Fopen(file_.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT));
+    const DatasetHandle table(H5Dopen2(file.get(), kTable.c_str(), H5P_DEFAULT));
+    rows = DatatypeHandle(H5Tcopy(table.get()));
+  }
+  EXPECT_THAT(replaceTable(DatatypeHandle(H5Tcopy(H5T_IEEE_F64LE)), 5),
+              HasSubstr("fragments: no compound rows"));
+  const DatatypeHandle point(H5Tcreate(H5T_COMPOUND, 24));
+  H5Tinsert(point.get(), "x", 0, H5T_IEEE_F64LE);
+  EXPECT_THAT(replaceTable(point, 5), HasSubstr("fragments: column"));
+  EXPECT_THAT(replaceTable(rows, hsize_t{1} << 40U),
               HasSubstr("fragments: claims 1099511627776 rows"));
 }
 
@@ -270,7 +272,7 @@ TEST_F(HostileFile, DatasetWithoutItsChunksIsNoticedBeforeAllocating) {
   const hsize_t rows = hsize_t{1} << 40U;
   for (const hsize_t chunk : {hsize_t{1}, hsize_t{65536}, hsize_t{1} << 28U}) {
     const DataspaceHandle space(H5Screate_simple(1, &rows, nullptr));
-    const PropertyHandle creation = datasetCreation({{&chunk, 1}, {true, true, true}});
+    const PropertyHandle creation = chunkedCreation({&chunk, 1}, {true, true, true});
     replaceTimes(H5T_IEEE_F64LE, space.get(), creation.get());
     EXPECT_THAT(timesFailure(), AllOf(HasSubstr("GpsTime"), HasSubstr("chunks")));
   }
@@ -288,7 +290,7 @@ TEST_F(HostileFile, PlaceholderStoragesAreRefused) {
   H5Pset_layout(compact.get(), H5D_COMPACT);
   replaceTimes(H5T_IEEE_F64LE, space.get(), compact.get());
   EXPECT_THAT(timesFailure(), HasSubstr("stored in a way that bundle files do not use"));
-  const PropertyHandle foreign = datasetCreation({{&rows, 1}, {}});
+  const PropertyHandle foreign = chunkedCreation({&rows, 1}, {});
   H5Pset_scaleoffset(foreign.get(), H5Z_SO_FLOAT_DSCALE, 2);
   replaceTimes(H5T_IEEE_F64LE, space.get(), foreign.get());
   EXPECT_THAT(timesFailure(), HasSubstr("a filter that bundle files do not use"));

@@ -9,7 +9,8 @@
 #include <numeric>
 
 #include "datamodel/container/FileDescriptor.hpp"
-#include "datamodel/container/Hdf5Types.hpp"
+#include "tests/datamodel/container/Hdf5Writing.hpp"
+#include "tests/datamodel/container/ObjectSteps.hpp"
 #include "tests/support/TempDir.hpp"
 
 namespace Fiber::Container {
@@ -46,10 +47,9 @@ struct WrittenDataset {
           0);
     }
     opened = std::move(openRegularFile(path)).value();
-    const Hdf5Lock lock;
-    const FileHandle file(H5Fopen(path.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT));
-    const DatasetHandle dataset(H5Dopen2(file.get(), "d", H5P_DEFAULT));
-    auto described = describeDataset(dataset.get(), opened.stamp.sizeBytes);
+    const auto file = ObjectFile::open(path);
+    EXPECT_TRUE(file.ok() && file->isLibrarys());
+    auto described = describeDataset(*file, "/", "d");
     EXPECT_TRUE(described.ok()) << described.error();
     if (described.ok()) layout = std::move(described).value();
   }
@@ -77,7 +77,7 @@ TEST(RowReader, AnyRangeOfAnyChunkingAndFilter) {
         std::array<hsize_t, 2>{20, 3}, std::array<hsize_t, 2>{103, 7}}) {
     for (unsigned bits = 0; bits < 8; ++bits) {
       const ChunkFilter filter{(bits & 1U) != 0, (bits & 2U) != 0, (bits & 4U) != 0};
-      const WrittenDataset dataset(folder, datasetCreation({chunk, filter}));
+      const WrittenDataset dataset(folder, chunkedCreation(chunk, filter));
       EXPECT_EQ(dataset.layout.filter, filter);
       for (const RowRange& range : {RowRange{0, 103, 7}, RowRange{0, 0, 7}, RowRange{102, 1, 1},
                                     RowRange{9, 55, 4}, RowRange{16, 32, 7}, RowRange{5, 90, 2}}) {
@@ -89,7 +89,7 @@ TEST(RowReader, AnyRangeOfAnyChunkingAndFilter) {
 
 TEST(RowReader, AnyRangeOfOnePiece) {
   const TempDir folder;
-  const WrittenDataset dataset(folder, datasetCreation({{}, {}}));
+  const WrittenDataset dataset(folder, PropertyHandle(H5Pcreate(H5P_DATASET_CREATE)));
   for (const RowRange& range :
        {RowRange{0, 103, 7}, RowRange{50, 53, 7}, RowRange{3, 80, 2}, RowRange{103, 0, 7}}) {
     dataset.expect(range);
@@ -98,7 +98,7 @@ TEST(RowReader, AnyRangeOfOnePiece) {
 
 TEST(RowReader, RangesBeyondTheDatasetAreRefused) {
   const TempDir folder;
-  const WrittenDataset dataset(folder, datasetCreation({{}, {}}));
+  const WrittenDataset dataset(folder, PropertyHandle(H5Pcreate(H5P_DATASET_CREATE)));
   EXPECT_FALSE(requireRange(dataset.layout, {0, 104, 7}).ok());
   EXPECT_FALSE(requireRange(dataset.layout, {104, 0, 7}).ok());
   EXPECT_FALSE(requireRange(dataset.layout, {0, 1, 8}).ok());
@@ -107,18 +107,22 @@ TEST(RowReader, RangesBeyondTheDatasetAreRefused) {
 
 TEST(RowReader, ChunksOutsideTheFileAreRefusedBeforeReading) {
   const TempDir folder;
-  const std::array<hsize_t, 2> chunk = {50, 7};
-  const WrittenDataset dataset(folder, datasetCreation({chunk, {}}));
-  const Hdf5Lock lock;
-  const FileHandle file(H5Fopen((folder / "d.h5").c_str(), H5F_ACC_RDONLY, H5P_DEFAULT));
-  const DatasetHandle opened(H5Dopen2(file.get(), "d", H5P_DEFAULT));
-  EXPECT_THAT(describeDataset(opened.get(), 1500).error(),
+  const std::string path = folder / "d.h5";
+  writeObjects(path, [](OutputFile& output) {
+    ObjectDataset& dataset = output.root().datasets["d"];
+    dataset.value = {ObjectType::number(ScalarKind::UInt8), ObjectExtents::list(100), {}};
+    dataset.storage = ObjectDataset::Storage::kChunks;
+    dataset.chunkCounts = {50, 1};
+    dataset.filter = {false, true, true};
+    dataset.chunks = {{48, 60, 0}, {100000, 60, 0}};
+  });
+  EXPECT_THAT(describeDataset(openObjects(path, false), "/", "d").error(),
               HasSubstr("a chunk lies outside the file"));
 }
 
 TEST(RowReader, CoordinatesNeedColumnsOfIntegers) {
   const TempDir folder;
-  const WrittenDataset dataset(folder, datasetCreation({{}, {}}));
+  const WrittenDataset dataset(folder, PropertyHandle(H5Pcreate(H5P_DATASET_CREATE)));
   std::vector<double> xyz(9);
   EXPECT_FALSE(readGridRows(dataset.layout, dataset.opened.descriptor.get(), {0, 3, 3},
                             CoordinateGrid{}, xyz)

@@ -49,8 +49,9 @@ TEST(SourceFile, MissingObjectsAreNamed) {
   ASSERT_TRUE(file.ok());
   EXPECT_THAT((*file)->layout(kGroup, "Intensity").error(),
               AllOf(StartsWith(folder / "tile.f5"), HasSubstr("Intensity: missing")));
-  EXPECT_THAT((*file)->layout("/0/other", "Positions").error(), HasSubstr("other: missing"));
-  EXPECT_THAT((*file)->layout("/0", "points").error(), HasSubstr("not a dataset"));
+  EXPECT_THAT((*file)->layout("/0/other", "Positions").error(),
+              HasSubstr("/0/other/Positions: missing"));
+  EXPECT_THAT((*file)->layout("/0", "points").error(), HasSubstr("/0/points: missing"));
 }
 
 TEST(SourceFile, OtherContentsAreNotTaken) {
