@@ -13,8 +13,8 @@ using MemCore::Outcome;
 using MemCore::StrongPtr;
 
 StrongPtr<PointFragmentSource> PointFragmentSource::make(
-    std::shared_ptr<const PointColumns> columns, std::shared_ptr<RecordSource> records) {
-  const auto made = makeStrong<PointFragmentSource>(std::move(columns), records);
+    std::shared_ptr<const PointColumns> columns, const std::shared_ptr<RecordSource>& records) {
+  auto made = makeStrong<PointFragmentSource>(std::move(columns), records);
   records->setObserver(
       [weak = MemCore::WeakPtr<PointFragmentSource>(made)](std::span<const std::byte> decoded) {
         if (const auto source = weak.lock()) source->surveyDecoded(decoded);

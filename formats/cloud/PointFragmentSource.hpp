@@ -22,7 +22,7 @@ class PointFragmentSource final : public DecodedFragmentSource {
  public:
   /// Tells `records` to show what is decoded.
   static MemCore::StrongPtr<PointFragmentSource> make(std::shared_ptr<const PointColumns> columns,
-                                                      std::shared_ptr<RecordSource> records);
+                                                      const std::shared_ptr<RecordSource>& records);
   PointFragmentSource(std::shared_ptr<const PointColumns> columns,
                       std::shared_ptr<RecordSource> records)
       : columns_(std::move(columns)), records_(std::move(records)) {}

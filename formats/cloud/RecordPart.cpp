@@ -22,9 +22,10 @@ constexpr std::uint64_t kWindowRecords = 2048;
 /// How many points from the front on lie within one window.
 std::size_t windowLength(Indices points) {
   const std::uint64_t end = std::uint64_t{points.front()} + kWindowRecords;
-  const auto past = std::lower_bound(points.begin(),
-                                     points.begin() + std::min(points.size(), kWindowRecords), end);
-  return static_cast<std::size_t>(past - points.begin());
+  // Ascending indices: no more of them than records lie within a window.
+  const Indices candidates = points.first(std::min<std::size_t>(points.size(), kWindowRecords));
+  const auto past = std::lower_bound(candidates.begin(), candidates.end(), end);
+  return static_cast<std::size_t>(past - candidates.begin());
 }
 
 /// How many points from the front on are consecutive.

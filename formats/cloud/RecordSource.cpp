@@ -29,7 +29,7 @@ Outcome<std::span<const std::byte>> RecordView::read(std::uint64_t first, std::u
 
 Outcome<void> RecordView::copy(std::uint64_t first, std::span<std::byte> out) {
   if (!inMemory_) {
-    const Outcome<void> isRead = readStored(first, out);
+    Outcome<void> isRead = readStored(first, out);
     if (!isRead || !inMemory_) return isRead;
   }
   const auto from = inMemory_->bytes().begin() + static_cast<std::ptrdiff_t>(first * recordBytes());
