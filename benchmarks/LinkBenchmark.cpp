@@ -1,26 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What a bundle over very many tile files costs. Every step stands beside the floor of the same
-// run: opening each file, reading its first block and closing it again.
+// What a bundle over very many tile files costs. Linking stands beside opening and closing each
+// file with the HDF5 library, everything else beside opening each file, reading its first block and
+// closing it again.
 //
 //   link     UpdateLinked over all files
 //   open     loading the linked bundle: the facts of every tile
 //   look up  opening, and then the box of every tile by its index, in scattered order
 //   verify   whether every tile is the one that was linked, points unread
 //
-// All tiles are copies of one small file under different names.
+// All tiles are copies of one small file under different names. A bundle over far more tiles than
+// fit a disk is the matter of TableBenchmark.cpp.
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <hdf5.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <filesystem>
 
-#include "benchmarks/MeasuredChild.hpp"
+#include "benchmarks/Program.hpp"
 #include "datamodel/container/StoredCreator.hpp"
 #include "datamodel/memcore/Console.hpp"
 #include "operation/RefragmentAndSplit.hpp"
@@ -67,7 +69,6 @@ Outcome<void> saveTile(const std::string& file, std::uint32_t edge) {
 
 Outcome<Scene> makeScene(const std::string& folder, std::uint64_t count) {
   Scene scene{folder, static_cast<std::uint32_t>(std::ceil(std::sqrt(double(count)))), {}};
-  fs::remove_all(folder);
   fs::create_directories(folder);
   const std::string first = folder + "/first.f5";
   if (auto saved = saveTile(first, scene.edge); !saved.ok()) return saved.failure();
@@ -87,6 +88,16 @@ Outcome<std::uint64_t> openAndClose(const Scene& scene) {
     if (file < 0) return Failure{tile + ": cannot be opened"};
     opened += ::read(file, block.data(), block.size()) > 0 ? 1 : 0;
     ::close(file);
+  }
+  return opened;
+}
+
+Outcome<std::uint64_t> openAndCloseWithLibrary(const Scene& scene) {
+  std::uint64_t opened = 0;
+  for (const std::string& tile : scene.tiles) {
+    const hid_t file = H5Fopen(tile.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT);
+    if (file < 0) return Failure{tile + ": cannot be opened"};
+    opened += H5Fclose(file) >= 0 ? 1 : 0;
   }
   return opened;
 }
@@ -141,38 +152,44 @@ Outcome<std::uint64_t> lookUpMany(const Scene& scene) {
   return found;
 }
 
-int runAll(const std::string& folder, std::uint64_t count) {
-  const auto scene = makeScene(folder, count);
-  if (!scene.ok()) {
-    fmt::print(stderr, "link_benchmark: {}\n", scene.error());
-    return 1;
+using Work = Outcome<std::uint64_t> (*)(const Scene&);
+
+struct Step {
+  Goal goal;
+  const char* name;
+  Work floor;
+  Work work;
+};
+
+void compare(Bench& bench, const Scene& scene, const Step& step) {
+  const auto count = static_cast<double>(scene.tiles.size());
+  bench.compare(step.goal, fmt::format("{} ({:.0f} tiles)", step.name, count),
+                inChild([&] { return step.floor(scene); }),
+                inChild([&] { return step.work(scene); }),
+                [&](Finding& finding, const Comparison& compared) {
+                  finding.figures.emplace_back("us per tile", compared.work.seconds / count * 1e6);
+                  const bool isRight = compared.work.points == scene.tiles.size() &&
+                                       compared.floor.points == scene.tiles.size();
+                  return std::string(isRight ? "" : "wrong answer");
+                });
+}
+
+void run(Bench& bench, std::uint64_t count) {
+  const auto scene = makeScene(bench.workspace.path("tiles"), count);
+  if (!scene.ok()) return bench.report.fail(scene.error());
+  // Made once before anything is measured: the steps after linking read what it writes.
+  const auto linked = measureInChild([&] { return linkAll(*scene); });
+  if (!linked.ok()) return bench.report.fail(linked.error());
+  bench.report.say(fmt::format("{} tile files of 100 points", count));
+  const Goal linking{"7a", Bound::AtMost, 1.5};
+  for (const Step& step :
+       {Step{{}, "link, to open + close by the system", openAndClose, linkAll},
+        Step{{}, "open the linked bundle", openAndClose, openLinked},
+        Step{{}, "open and look up every tile", openAndClose, lookUpMany},
+        Step{{}, "verify, points unread", openAndClose, verifyAll},
+        Step{linking, "link, to open + close by HDF5", openAndCloseWithLibrary, linkAll}}) {
+    compare(bench, *scene, step);
   }
-  struct Step {
-    const char* name;
-    Outcome<std::uint64_t> (*work)(const Scene&);
-  };
-  constexpr std::array kSteps = {Step{"floor: open, read a block, close", openAndClose},
-                                 Step{"link", linkAll}, Step{"open the linked bundle", openLinked},
-                                 Step{"open and look up every tile", lookUpMany},
-                                 Step{"verify, points unread", verifyAll}};
-  double floor = 0.0;
-  int status = 0;
-  for (const Step& step : kSteps) {
-    const auto measured = measureInChild([&] { return step.work(*scene); });
-    if (!measured.ok() || measured->points != count) {
-      fmt::print(stderr, "link_benchmark: {}: {}\n", step.name,
-                 measured.ok() ? "wrong answer" : measured.error());
-      status = 1;
-      continue;
-    }
-    if (floor == 0.0) floor = measured->seconds;
-    fmt::print("{:<34} {:8.3f} s  {:8.2f} us per tile  peak {:6.0f} MB | ratio to floor {:6.2f}\n",
-               step.name, measured->seconds, measured->seconds / static_cast<double>(count) * 1e6,
-               static_cast<double>(measured->peakBytes) / 1e6, measured->seconds / floor);
-    std::fflush(stdout);
-  }
-  fs::remove_all(folder);
-  return status;
 }
 
 }  // namespace
@@ -180,13 +197,10 @@ int runAll(const std::string& folder, std::uint64_t count) {
 }  // namespace Benchmarks
 
 int main(int argc, char** argv) {
-  CLI::App app("Measures bundles over very many tile files");
-  std::string folder = (fs::temp_directory_path() / fmt::format("link_benchmark.{}", ::getpid()));
+  Benchmarks::Program program("link_benchmark", "Measures bundles over very many tile files");
   std::uint64_t count = 100'000;
-  bool isSmoke = false;
-  app.add_option("--folder", folder, "Working folder, made, emptied and removed");
-  app.add_option("--tiles", count, "Number of tile files");
-  app.add_flag("--smoke", isSmoke, "One tiny pass");
-  CLI11_PARSE(app, argc, argv);
-  return Benchmarks::runAll(folder, isSmoke ? 20 : std::max<std::uint64_t>(1, count));
+  program.flags().add_option("--tiles", count, "Number of tile files")->check(CLI::PositiveNumber);
+  return program.run(argc, argv, [&](Benchmarks::Bench& bench) {
+    Benchmarks::run(bench, bench.isSmoke ? 20 : count);
+  });
 }
