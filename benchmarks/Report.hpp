@@ -19,7 +19,7 @@ namespace Benchmarks {
 enum class Bound { None, AtMost, AtLeast };
 
 struct Goal {
-  std::string number;  ///< such as "1a"; docs/performance.md lists them
+  const char* number = "";  ///< such as "1a"; docs/performance.md lists them
   Bound bound = Bound::None;
   double limit = 0.0;
 };
