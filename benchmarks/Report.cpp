@@ -21,8 +21,11 @@ std::string verdict(const Finding& finding) {
 }
 
 std::string lineOf(const Finding& finding) {
-  std::string line = fmt::format("{:<4}{:<58} {:8.3f}{}", finding.goal.number, finding.name,
-                                 finding.ratio, verdict(finding));
+  const std::string ratio =
+      finding.failure.empty() ? fmt::format("{:8.3f}", finding.ratio) : "not done";
+  std::string line =
+      fmt::format("{:<4}{:<58} {}{}", finding.goal.number, finding.name, ratio, verdict(finding));
+  if (!finding.failure.empty()) line += " | " + finding.failure;
   if (finding.seconds > 0.0) line += fmt::format(" | {:.4f} s", finding.seconds);
   if (finding.floorSeconds > 0.0) line += fmt::format(" | floor {:.4f} s", finding.floorSeconds);
   if (finding.peakBytes > 0) {
@@ -36,6 +39,10 @@ std::string lineOf(const Finding& finding) {
 nlohmann::ordered_json jsonOf(const Finding& finding) {
   nlohmann::ordered_json json{
       {"goal", finding.goal.number}, {"name", finding.name}, {"ratio", finding.ratio}};
+  if (!finding.failure.empty()) {
+    json["ratio"] = nullptr;
+    json["failure"] = finding.failure;
+  }
   if (finding.goal.bound != Bound::None) {
     json["limit"] = finding.goal.limit;
     json["bound"] = finding.goal.bound == Bound::AtMost ? "at most" : "at least";
@@ -51,6 +58,7 @@ nlohmann::ordered_json jsonOf(const Finding& finding) {
 }  // namespace
 
 bool Finding::isMet() const {
+  if (!failure.empty()) return false;
   switch (goal.bound) {
     case Bound::AtMost:
       return ratio <= goal.limit;

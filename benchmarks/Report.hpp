@@ -32,10 +32,12 @@ struct Finding {
   double seconds = 0.0;         ///< 0 where time is not what was measured
   double floorSeconds = 0.0;    ///< 0 where the ratio is not to a floor
   std::uint64_t peakBytes = 0;  ///< 0 where it was not measured
+  /// Why what the goal asks for could not be done at all, which misses it; empty otherwise.
+  std::string failure;
   /// Further figures by name, the unit within it ("Mpoints per s").
   std::vector<std::pair<std::string, double>> figures;
 
-  /// Whether the goal is met; true without a bound.
+  /// Whether the goal is met; true without a bound. A failure misses it.
   bool isMet() const;
 };
 
