@@ -17,33 +17,19 @@
 #include <hdf5.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
-#include <cmath>
-#include <filesystem>
 
+#include "benchmarks/LinkScene.hpp"
 #include "benchmarks/Program.hpp"
 #include "datamodel/container/StoredCreator.hpp"
-#include "datamodel/memcore/Console.hpp"
-#include "operation/RefragmentAndSplit.hpp"
-
-namespace fs = std::filesystem;
+#include "datamodel/fiber/Bundle.hpp"
 
 namespace Benchmarks {
 
 namespace {
 
-using Eagle::PhysicalSpace;
 using MemCore::Failure;
 using MemCore::Outcome;
-
-struct Scene {
-  std::string folder;
-  std::uint32_t edge = 0;  ///< tiles along x and y
-  std::vector<std::string> tiles;
-
-  std::string linked() const { return folder + "/linked.f5"; }
-};
 
 Fiber::BundlePtr load(const std::string& file) {
   bool ok = false;
@@ -52,35 +38,7 @@ Fiber::BundlePtr load(const std::string& file) {
       nullptr);
 }
 
-/// One tile of a hundred points in a tiling of edge x edge tiles.
-Outcome<void> saveTile(const std::string& file, std::uint32_t edge) {
-  const Fiber::BundlePtr bundle(new Fiber::Bundle);
-  const auto grid = (*(*bundle)[0.0])["points"];
-  const auto dims = MemCore::makeStrong<MemCore::Chunk<unsigned int>>(
-      std::initializer_list<unsigned int>{edge, edge, 1});
-  grid->attributes().setAttribute("FragDims", dims);
-  const auto points = MemCore::makeStrong<MemCore::Chunk<PhysicalSpace::point>>();
-  for (int i = 0; i < 100; ++i) points->push_back({0.25 * i, 0.5 * i, 1.0});
-  const auto representation = grid->makeCartesianRepresentation(3, "", 0);
-  representation->makeField(representation->makeFieldID("Positions"), nullptr,
-                            Fiber::makeArray<PhysicalSpace::point>(points));
-  return bundle->save(file, nullptr, nullptr);
-}
-
-Outcome<Scene> makeScene(const std::string& folder, std::uint64_t count) {
-  Scene scene{folder, static_cast<std::uint32_t>(std::ceil(std::sqrt(double(count)))), {}};
-  fs::create_directories(folder);
-  const std::string first = folder + "/first.f5";
-  if (auto saved = saveTile(first, scene.edge); !saved.ok()) return saved.failure();
-  for (std::uint64_t t = 0; t < count; ++t) {
-    scene.tiles.push_back(
-        fmt::format("{}/F{}x{}x0T0.000000Gpoints.f5", folder, t % scene.edge, t / scene.edge));
-    fs::copy_file(first, scene.tiles.back());
-  }
-  return scene;
-}
-
-Outcome<std::uint64_t> openAndClose(const Scene& scene) {
+Outcome<std::uint64_t> openAndClose(const LinkScene& scene) {
   std::array<char, 4096> block{};
   std::uint64_t opened = 0;
   for (const std::string& tile : scene.tiles) {
@@ -92,7 +50,7 @@ Outcome<std::uint64_t> openAndClose(const Scene& scene) {
   return opened;
 }
 
-Outcome<std::uint64_t> openAndCloseWithLibrary(const Scene& scene) {
+Outcome<std::uint64_t> openAndCloseWithLibrary(const LinkScene& scene) {
   std::uint64_t opened = 0;
   for (const std::string& tile : scene.tiles) {
     const hid_t file = H5Fopen(tile.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT);
@@ -102,27 +60,18 @@ Outcome<std::uint64_t> openAndCloseWithLibrary(const Scene& scene) {
   return opened;
 }
 
-Outcome<std::uint64_t> linkAll(const Scene& scene) {
-  const MemCore::ConsoleRedirection quiet([](const std::string&) {});
-  LidarLib::RefragmentAndSplit operation;
-  operation.inputFiles = MemCore::makeStrong<std::vector<std::string>>(scene.tiles);
-  operation.outputFileName = scene.linked();
-  if (!operation.UpdateLinked()) return Failure{"link failed"};
-  return scene.tiles.size();
-}
-
 MemCore::StrongPtr<Fiber::Field> positionsOf(const Fiber::BundlePtr& bundle) {
   const auto grid = bundle ? (*(*bundle)[0.0]).findGrid("LinkedGrid") : nullptr;
   return grid ? grid->CartesianPositions() : nullptr;
 }
 
-Outcome<std::uint64_t> openLinked(const Scene& scene) {
+Outcome<std::uint64_t> openLinked(const LinkScene& scene) {
   const auto positions = positionsOf(load(scene.linked()));
   if (!positions) return Failure{"the linked bundle cannot be opened"};
   return positions->getFragmentIDs().size();
 }
 
-Outcome<std::uint64_t> verifyAll(const Scene& scene) {
+Outcome<std::uint64_t> verifyAll(const LinkScene& scene) {
   const auto bundle = load(scene.linked());
   const auto positions = positionsOf(bundle);
   if (!positions) return Failure{"the linked bundle cannot be opened"};
@@ -138,7 +87,7 @@ Outcome<std::uint64_t> verifyAll(const Scene& scene) {
 }
 
 /// Asks for the boxes of all tiles in scattered order.
-Outcome<std::uint64_t> lookUpMany(const Scene& scene) {
+Outcome<std::uint64_t> lookUpMany(const LinkScene& scene) {
   const auto regular =
       MemCore::handleCast<Fiber::RegularlyFragmentedField<3>>(positionsOf(load(scene.linked())));
   if (!regular) return Failure{"the linked bundle cannot be opened"};
@@ -152,7 +101,7 @@ Outcome<std::uint64_t> lookUpMany(const Scene& scene) {
   return found;
 }
 
-using Work = Outcome<std::uint64_t> (*)(const Scene&);
+using Work = Outcome<std::uint64_t> (*)(const LinkScene&);
 
 struct Step {
   Goal goal;
@@ -161,7 +110,7 @@ struct Step {
   Work work;
 };
 
-void compare(Bench& bench, const Scene& scene, const Step& step) {
+void compare(Bench& bench, const LinkScene& scene, const Step& step) {
   const auto count = static_cast<double>(scene.tiles.size());
   bench.compare(step.goal, fmt::format("{} ({:.0f} tiles)", step.name, count),
                 inChild([&] { return step.floor(scene); }),
@@ -175,7 +124,7 @@ void compare(Bench& bench, const Scene& scene, const Step& step) {
 }
 
 void run(Bench& bench, std::uint64_t count) {
-  const auto scene = makeScene(bench.workspace.path("tiles"), count);
+  const auto scene = makeLinkScene(bench.workspace.path("tiles"), count);
   if (!scene.ok()) return bench.report.fail(scene.error());
   // Made once before anything is measured: the steps after linking read what it writes.
   const auto linked = measureInChild([&] { return linkAll(*scene); });

@@ -39,7 +39,7 @@ class LinkBuilder {
  public:
   /// `folder`: absolute, where the tiles would lie.
   LinkBuilder(Fiber::Bundle& bundle, std::string folder, std::uint64_t count)
-      : folder_(std::move(folder)), edge_(edgeOf(count)) {
+      : folder_(std::move(folder)), count_(count), edge_(edgeOf(count)) {
     const auto grid = (*bundle[0.0])[kGrid];
     positions_ = LidarLib::makeRegularPositions(*grid, {{edge_, edge_, 1}});
     const auto vertices = grid->getCartesianRepresentation("");
@@ -60,7 +60,7 @@ class LinkBuilder {
     source.group = "/0/points/vertices/StandardCartesianChart3D";
     const auto shared = std::make_shared<const StoredSource>(std::move(source));
     Fiber::ArrayFacts facts{Fiber::FiberTypeBase::find("point"), Fiber::DynamicSize{kPointsPerTile},
-                            makeStrong<Eagle::BoundingBox>(rasterBox(t, edge_)), std::nullopt};
+                            makeStrong<Eagle::BoundingBox>(rasterBox(t, count_)), std::nullopt};
     positions_->setCreatorAt(index, creator(facts, shared, positionsName_));
     facts.box = nullptr;
     for (std::size_t f = 0; f < fields_.size(); ++f) {
@@ -76,6 +76,7 @@ class LinkBuilder {
   }
 
   std::string folder_;
+  std::uint64_t count_;
   std::uint64_t edge_;
   LidarLib::RegularPositions positions_;
   std::vector<LidarLib::RegularPositions> fields_;

@@ -33,11 +33,16 @@ std::uint64_t edgeOf(std::uint64_t count) {
   return static_cast<std::uint64_t>(std::ceil(std::sqrt(static_cast<double>(count))));
 }
 
-Eagle::BoundingBox rasterBox(std::uint64_t place, std::uint64_t edge) {
-  const double length = 1.0 / static_cast<double>(edge);
-  const double x = static_cast<double>(place % edge) * length;
-  const double y = static_cast<double>(place / edge) * length;
-  return {{x, y, 0.0}, {x + length, y + length, 1.0}};
+Eagle::BoundingBox rasterBox(std::uint64_t place, std::uint64_t count) {
+  const std::uint64_t edge = edgeOf(count);
+  const std::uint64_t rows = (count + edge - 1) / edge;
+  const auto corner = [](std::uint64_t index, std::uint64_t of) {
+    return static_cast<double>(index) / static_cast<double>(of);
+  };
+  const std::uint64_t i = place % edge;
+  const std::uint64_t j = place / edge;
+  const double right = place + 1 == count ? 1.0 : corner(i + 1, edge);
+  return {{corner(i, edge), corner(j, rows), 0.0}, {right, corner(j + 1, rows), 1.0}};
 }
 
 StrongPtr<Fiber::Grid> promisedCloud(Fiber::Bundle& bundle, std::uint64_t fragments) {
@@ -45,11 +50,11 @@ StrongPtr<Fiber::Grid> promisedCloud(Fiber::Bundle& bundle, std::uint64_t fragme
   const auto vertices = grid->makeCartesianRepresentation(3, "", 0);
   const auto positions = makeStrong<Fiber::Field>(vertices->fragments());
   vertices->setPositions(positions);
-  const std::uint64_t edge = edgeOf(fragments);
   const auto type = Fiber::FiberTypeBase::find(typeid(PhysicalSpace::point));
   for (std::uint64_t f = 0; f < fragments; ++f) {
     const Fiber::ArrayFacts facts{type, Fiber::DynamicSize{kPointsPerFragment},
-                                  makeStrong<Eagle::BoundingBox>(rasterBox(f, edge)), std::nullopt};
+                                  makeStrong<Eagle::BoundingBox>(rasterBox(f, fragments)),
+                                  std::nullopt};
     positions->setCreator(
         vertices->fragments()->makeFragmentID("0-" + std::to_string(f), static_cast<unsigned>(f)),
         makeStrong<PromisedPoints>(facts));

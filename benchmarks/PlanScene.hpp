@@ -16,8 +16,9 @@ namespace Benchmarks {
 /// The number of rows and columns that hold `count` squares.
 std::uint64_t edgeOf(std::uint64_t count);
 
-/// A box of a raster of edge x edge squares over the unit square, 1 high; x fastest.
-Eagle::BoundingBox rasterBox(std::uint64_t place, std::uint64_t edge);
+/// Box number `place` of `count` that cover the unit square side by side, 1 high, in rows of
+/// edgeOf(count); the last one takes what is left of its row.
+Eagle::BoundingBox rasterBox(std::uint64_t place, std::uint64_t count);
 
 /// A grid named "points" with fragments of a million points each, side by side over the unit
 /// square.
