@@ -32,9 +32,9 @@ struct Scene {
   InputFacts laz;
   double tiles = 100.0;
 
-  /// A smaller budget than this would have a tiny input decoded for every tile.
+  /// Never less than some fragments: a tiny input would be decoded for every tile.
   std::uint64_t budget() const {
-    constexpr std::uint64_t kLeast = 4'000'000;
+    constexpr std::uint64_t kLeast = 40'000'000;
     return std::max(kLeast, las.plainBytes() / kBudgetShare);
   }
 };

@@ -36,6 +36,11 @@ const Goal kDefaultTiles{"1b", Bound::AtMost, 2.5};
 const Goal kLazTiles{"2a", Bound::AtMost, 1.15};
 const Goal kSmallBudget{"2c", Bound::None, 0.0};
 
+/// "LAS 10 M" and the like.
+std::string nameOf(const char* kind, const InputFacts& input) {
+  return fmt::format("{} {:.3g} M", kind, static_cast<double>(input.points) / 1e6);
+}
+
 /// One line: what to split, and how.
 struct Scenario {
   std::string name;
@@ -92,8 +97,9 @@ void compare(Bench& bench, const Scenario& scenario, const Measure& floor) {
 Scenario lasScenario(const InputFacts& input, double tiles, double overlap, bool isRaw,
                      int threads) {
   Scenario scenario;
-  scenario.name = fmt::format("LAS {} thread(s) ~{:.0f} tiles overlap {} {}", threads, tiles,
-                              overlap, isRaw ? "raw" : "default");
+  scenario.name =
+      fmt::format("{}, {} thread(s), ~{:.0f} tiles, overlap {}, {}", nameOf("LAS", input), threads,
+                  tiles, overlap, isRaw ? "raw" : "default");
   scenario.goal = isRaw ? kRawTiles : kDefaultTiles;
   scenario.input = input;
   scenario.tiles = tiles;
@@ -105,7 +111,8 @@ Scenario lasScenario(const InputFacts& input, double tiles, double overlap, bool
 
 Scenario lazScenario(const InputFacts& input, int threads) {
   Scenario scenario;
-  scenario.name = fmt::format("LAZ {} thread(s) ~25 tiles default", threads);
+  scenario.name =
+      fmt::format("{}, {} thread(s), ~25 tiles, default", nameOf("LAZ", input), threads);
   scenario.goal = kLazTiles;
   scenario.input = input;
   scenario.threads = threads;
@@ -121,7 +128,7 @@ Scenario smallBudget(const char* kind, const InputFacts& input) {
   constexpr std::uint64_t kLeastBudget =
       4'000'000;  // below, a tiny input would be decoded per tile
   scenario.memoryBytes = std::max(kLeastBudget, input.plainBytes() / 10);
-  scenario.name = fmt::format("{} 2 thread(s) ~100 tiles, budget {:.0f} MB", kind,
+  scenario.name = fmt::format("{}, 2 threads, ~100 tiles, budget {:.0f} MB", nameOf(kind, input),
                               static_cast<double>(scenario.memoryBytes) / 1e6);
   return scenario;
 }
