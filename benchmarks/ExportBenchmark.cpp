@@ -43,7 +43,7 @@ struct Scene {
 };
 
 MemCore::StrongPtr<Fiber::StorageTransformations> notDurable() {
-  const auto transformations = MemCore::makeStrong<Fiber::StorageTransformations>();
+  auto transformations = MemCore::makeStrong<Fiber::StorageTransformations>();
   transformations->durable = false;
   return transformations;
 }

@@ -41,7 +41,7 @@ Workspace::~Workspace() {
 }
 
 std::string Workspace::freshFolder() {
-  const std::string folder = path(fmt::format("run{}", nextFolder_++));
+  std::string folder = path(fmt::format("run{}", nextFolder_++));
   fs::create_directories(folder);
   return folder;
 }
