@@ -132,7 +132,7 @@ void compareReading(Bench& bench, const char* name, const Paths& tiles, const Pa
 Outcome<Measurement> makeTiles(const std::string& program, const InputFacts& survey, double tiles,
                                const std::string& folder) {
   const std::string bundle = folder + "/tiles.f5";
-  const auto split =
+  auto split =
       measureProgram(program,
                      {"split", survey.path, "-o", bundle, "--no-sync", "--quiet",
                       "--fragment-length", fmt::format("{:.3f}", survey.edgeForTiles(tiles))},
