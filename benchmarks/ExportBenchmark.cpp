@@ -7,24 +7,23 @@
 //            them, thrown away
 //   export   that bundle as LAS; floor: copying the plain LAS file
 //
-// Without --laz a synthetic survey is taken. Every line checks that all points came through.
+// Without --laz a synthetic survey is taken. Every line checks that all points came through. None
+// of them is a goal; they tell where a change of the codecs shows.
 
 #include <fmt/format.h>
 #include <omp.h>
-#include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
 #include <vector>
 
 #include "benchmarks/DecodeFloor.hpp"
-#include "benchmarks/MeasuredChild.hpp"
+#include "benchmarks/Program.hpp"
+#include "benchmarks/SurveyInput.hpp"
 #include "formats/cloud/PointCloudReader.hpp"
 #include "formats/export/LasExport.hpp"
 #include "formats/las/LasFile.hpp"
 #include "formats/laz/LazCodec.hpp"
-#include "host/synth/SyntheticSurvey.hpp"
 
 namespace fs = std::filesystem;
 
@@ -41,11 +40,10 @@ struct Scene {
   std::string las;
   std::string out;
   std::uint64_t points = 0;
-  int repetitions = 3;
 };
 
 MemCore::StrongPtr<Fiber::StorageTransformations> notDurable() {
-  const auto transformations = MemCore::makeStrong<Fiber::StorageTransformations>();
+  auto transformations = MemCore::makeStrong<Fiber::StorageTransformations>();
   transformations->durable = false;
   return transformations;
 }
@@ -117,66 +115,54 @@ Outcome<std::uint64_t> copyOnly(const Scene& scene) {
   return scene.points;
 }
 
-/// The best of some measurements; 0 seconds and a message when one fails.
-double best(const char* name, const Scene& scene, const MeasuredWork& work, bool& isGood) {
-  double seconds = 0.0;
-  for (int i = 0; i < scene.repetitions; ++i) {
-    const auto measured = measureInChild(work);
-    if (!measured.ok() || measured->points != scene.points) {
-      fmt::print(stderr, "export_benchmark: {}: {}\n", name,
-                 measured.ok() ? "wrong number of points" : measured.error());
-      isGood = false;
-      return 0.0;
-    }
-    seconds = seconds == 0.0 ? measured->seconds : std::min(seconds, measured->seconds);
-  }
-  return seconds;
-}
-
-struct Comparison {
+struct Step {
   const char* name;
   MeasuredWork floor;
   MeasuredWork work;
 };
 
-bool compareAll(const Scene& scene, int threads) {
+void compareAll(Bench& bench, const Scene& scene, int threads) {
   const std::string laz = scene.out + "/back.laz";
   const std::string las = scene.out + "/back.las";
-  const std::vector<Comparison> comparisons{
-      {"import LAZ", [&] { return decodeOnly(scene.laz, threads); },
-       [&] { return importCloud(scene, threads); }},
-      {"export LAZ", [&] { return encodeOnly(scene, threads); },
-       [&] { return exportBundle(scene, laz, threads); }},
-      {"export LAS", [&] { return copyOnly(scene); },
-       [&] { return exportBundle(scene, las, threads); }}};
-  bool isGood = true;
-  for (const Comparison& comparison : comparisons) {
-    const double floor = best(comparison.name, scene, comparison.floor, isGood);
-    const double ours = best(comparison.name, scene, comparison.work, isGood);
-    fmt::print(
-        "{:<12} {} thread(s)  floor {:7.3f} s  ours {:7.3f} s  {:6.2f} M points/s  ratio "
-        "{:5.2f}\n",
-        comparison.name, threads, floor, ours,
-        ours > 0.0 ? static_cast<double>(scene.points) / ours / 1e6 : 0.0,
-        floor > 0.0 ? ours / floor : 0.0);
-    std::fflush(stdout);
+  const std::vector<Step> steps{{"import LAZ", [&] { return decodeOnly(scene.laz, threads); },
+                                 [&] { return importCloud(scene, threads); }},
+                                {"export LAZ", [&] { return encodeOnly(scene, threads); },
+                                 [&] { return exportBundle(scene, laz, threads); }},
+                                {"export LAS", [&] { return copyOnly(scene); },
+                                 [&] { return exportBundle(scene, las, threads); }}};
+  for (const Step& step : steps) {
+    bench.compare(
+        {}, fmt::format("{} {} thread(s)", step.name, threads), inChild(step.floor),
+        inChild(step.work), [&](Finding& finding, const Comparison& compared) {
+          const double points = static_cast<double>(scene.points);
+          finding.figures.emplace_back("Mpoints per s", points / compared.work.seconds / 1e6);
+          const bool isRight =
+              compared.floor.points == scene.points && compared.work.points == scene.points;
+          return std::string(isRight ? "" : "wrong number of points");
+        });
   }
-  return isGood;
 }
 
-/// The survey, and a plain copy and a bundle of it. Everything runs in children, so that this
-/// process starts no threads.
-Outcome<std::uint64_t> prepare(const Scene& scene, std::uint64_t synthPoints) {
-  if (synthPoints > 0) {
-    Synth::SurveyOptions options;
-    options.pointCount = synthPoints;
-    options.hasWaveforms = false;
-    const auto made = Synth::writeSyntheticSurvey(options, scene.laz, {});
-    if (!made.ok()) return made.failure();
-  }
+/// A plain copy and a bundle of the survey. Everything runs in children, so that this process
+/// starts no threads.
+Outcome<std::uint64_t> prepare(const Scene& scene) {
   const auto imported = importCloud(scene, 2);
   if (!imported.ok()) return imported.failure();
   return exportBundle(scene, scene.las, 2);
+}
+
+void run(Bench& bench, const std::string& laz, std::uint64_t points) {
+  const auto survey = surveyAt(laz, bench.workspace.path("survey.laz"), points);
+  if (!survey.ok()) return bench.report.fail(survey.error());
+  Scene scene;
+  scene.laz = survey->path;
+  scene.out = bench.workspace.folder();
+  scene.bundle = bench.workspace.path("survey.f5");
+  scene.las = bench.workspace.path("survey.las");
+  const auto prepared = measureInChild([&] { return prepare(scene); });
+  if (!prepared.ok()) return bench.report.fail(prepared.error());
+  scene.points = prepared->points;
+  for (const int threads : {1, 2}) compareAll(bench, scene, threads);
 }
 
 }  // namespace
@@ -184,35 +170,13 @@ Outcome<std::uint64_t> prepare(const Scene& scene, std::uint64_t synthPoints) {
 }  // namespace Benchmarks
 
 int main(int argc, char** argv) {
-  CLI::App app("Measures import and export against the codec alone");
-  Benchmarks::Scene scene;
-  std::string folder =
-      (fs::temp_directory_path() / fmt::format("export_benchmark.{}", ::getpid())).string();
+  Benchmarks::Program program("export_benchmark",
+                              "Measures import and export against the codec alone");
+  std::string laz;
   std::uint64_t points = 5'000'000;
-  bool isSmoke = false;
-  app.add_option("--laz", scene.laz, "The survey; a synthetic one without it");
-  app.add_option("--points", points, "Points of the synthetic survey");
-  app.add_option("--folder", folder, "Working folder, made, emptied and removed");
-  app.add_option("--repetitions", scene.repetitions, "Measurements per line; the best counts");
-  app.add_flag("--smoke", isSmoke, "One tiny pass");
-  CLI11_PARSE(app, argc, argv);
-  if (isSmoke) points = 20'000;
-  if (isSmoke) scene.repetitions = 1;
-  fs::create_directories(folder);
-  scene.out = folder;
-  scene.bundle = folder + "/survey.f5";
-  scene.las = folder + "/survey.las";
-  const bool isSynthetic = scene.laz.empty();
-  if (isSynthetic) scene.laz = folder + "/survey.laz";
-  const auto prepared = Benchmarks::measureInChild(
-      [&] { return Benchmarks::prepare(scene, isSynthetic ? points : 0); });
-  if (!prepared.ok()) {
-    fmt::print(stderr, "export_benchmark: {}\n", prepared.error());
-    return 1;
-  }
-  scene.points = prepared->points;
-  bool isGood = true;
-  for (const int threads : {1, 2}) isGood = Benchmarks::compareAll(scene, threads) && isGood;
-  fs::remove_all(folder);
-  return isGood ? 0 : 1;
+  program.flags().add_option("--laz", laz, "The survey; a synthetic one without it");
+  program.flags().add_option("--points", points, "Points of the synthetic survey");
+  return program.run(argc, argv, [&](Benchmarks::Bench& bench) {
+    Benchmarks::run(bench, laz, bench.isSmoke ? 20'000 : points);
+  });
 }

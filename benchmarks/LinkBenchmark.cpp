@@ -1,47 +1,35 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What a bundle over very many tile files costs. Every step stands beside the floor of the same
-// run: opening each file, reading its first block and closing it again.
+// What a bundle over very many tile files costs. Linking stands beside opening and closing each
+// file with the HDF5 library, everything else beside opening each file, reading its first block and
+// closing it again.
 //
 //   link     UpdateLinked over all files
 //   open     loading the linked bundle: the facts of every tile
 //   look up  opening, and then the box of every tile by its index, in scattered order
 //   verify   whether every tile is the one that was linked, points unread
 //
-// All tiles are copies of one small file under different names.
+// All tiles are copies of one small file under different names. A bundle over far more tiles than
+// fit a disk is the matter of TableBenchmark.cpp.
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <hdf5.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
-#include <algorithm>
 #include <array>
-#include <cmath>
-#include <filesystem>
 
-#include "benchmarks/MeasuredChild.hpp"
+#include "benchmarks/LinkScene.hpp"
+#include "benchmarks/Program.hpp"
 #include "datamodel/container/StoredCreator.hpp"
-#include "datamodel/memcore/Console.hpp"
-#include "operation/RefragmentAndSplit.hpp"
-
-namespace fs = std::filesystem;
+#include "datamodel/fiber/Bundle.hpp"
 
 namespace Benchmarks {
 
 namespace {
 
-using Eagle::PhysicalSpace;
 using MemCore::Failure;
 using MemCore::Outcome;
-
-struct Scene {
-  std::string folder;
-  std::uint32_t edge = 0;  ///< tiles along x and y
-  std::vector<std::string> tiles;
-
-  std::string linked() const { return folder + "/linked.f5"; }
-};
 
 Fiber::BundlePtr load(const std::string& file) {
   bool ok = false;
@@ -50,36 +38,7 @@ Fiber::BundlePtr load(const std::string& file) {
       nullptr);
 }
 
-/// One tile of a hundred points in a tiling of edge x edge tiles.
-Outcome<void> saveTile(const std::string& file, std::uint32_t edge) {
-  const Fiber::BundlePtr bundle(new Fiber::Bundle);
-  const auto grid = (*(*bundle)[0.0])["points"];
-  const auto dims = MemCore::makeStrong<MemCore::Chunk<unsigned int>>(
-      std::initializer_list<unsigned int>{edge, edge, 1});
-  grid->attributes().setAttribute("FragDims", dims);
-  const auto points = MemCore::makeStrong<MemCore::Chunk<PhysicalSpace::point>>();
-  for (int i = 0; i < 100; ++i) points->push_back({0.25 * i, 0.5 * i, 1.0});
-  const auto representation = grid->makeCartesianRepresentation(3, "", 0);
-  representation->makeField(representation->makeFieldID("Positions"), nullptr,
-                            Fiber::makeArray<PhysicalSpace::point>(points));
-  return bundle->save(file, nullptr, nullptr);
-}
-
-Outcome<Scene> makeScene(const std::string& folder, std::uint64_t count) {
-  Scene scene{folder, static_cast<std::uint32_t>(std::ceil(std::sqrt(double(count)))), {}};
-  fs::remove_all(folder);
-  fs::create_directories(folder);
-  const std::string first = folder + "/first.f5";
-  if (auto saved = saveTile(first, scene.edge); !saved.ok()) return saved.failure();
-  for (std::uint64_t t = 0; t < count; ++t) {
-    scene.tiles.push_back(
-        fmt::format("{}/F{}x{}x0T0.000000Gpoints.f5", folder, t % scene.edge, t / scene.edge));
-    fs::copy_file(first, scene.tiles.back());
-  }
-  return scene;
-}
-
-Outcome<std::uint64_t> openAndClose(const Scene& scene) {
+Outcome<std::uint64_t> openAndClose(const LinkScene& scene) {
   std::array<char, 4096> block{};
   std::uint64_t opened = 0;
   for (const std::string& tile : scene.tiles) {
@@ -91,13 +50,14 @@ Outcome<std::uint64_t> openAndClose(const Scene& scene) {
   return opened;
 }
 
-Outcome<std::uint64_t> linkAll(const Scene& scene) {
-  const MemCore::ConsoleRedirection quiet([](const std::string&) {});
-  LidarLib::RefragmentAndSplit operation;
-  operation.inputFiles = MemCore::makeStrong<std::vector<std::string>>(scene.tiles);
-  operation.outputFileName = scene.linked();
-  if (!operation.UpdateLinked()) return Failure{"link failed"};
-  return scene.tiles.size();
+Outcome<std::uint64_t> openAndCloseWithLibrary(const LinkScene& scene) {
+  std::uint64_t opened = 0;
+  for (const std::string& tile : scene.tiles) {
+    const hid_t file = H5Fopen(tile.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT);
+    if (file < 0) return Failure{tile + ": cannot be opened"};
+    opened += H5Fclose(file) >= 0 ? 1 : 0;
+  }
+  return opened;
 }
 
 MemCore::StrongPtr<Fiber::Field> positionsOf(const Fiber::BundlePtr& bundle) {
@@ -105,13 +65,13 @@ MemCore::StrongPtr<Fiber::Field> positionsOf(const Fiber::BundlePtr& bundle) {
   return grid ? grid->CartesianPositions() : nullptr;
 }
 
-Outcome<std::uint64_t> openLinked(const Scene& scene) {
+Outcome<std::uint64_t> openLinked(const LinkScene& scene) {
   const auto positions = positionsOf(load(scene.linked()));
   if (!positions) return Failure{"the linked bundle cannot be opened"};
   return positions->getFragmentIDs().size();
 }
 
-Outcome<std::uint64_t> verifyAll(const Scene& scene) {
+Outcome<std::uint64_t> verifyAll(const LinkScene& scene) {
   const auto bundle = load(scene.linked());
   const auto positions = positionsOf(bundle);
   if (!positions) return Failure{"the linked bundle cannot be opened"};
@@ -127,7 +87,7 @@ Outcome<std::uint64_t> verifyAll(const Scene& scene) {
 }
 
 /// Asks for the boxes of all tiles in scattered order.
-Outcome<std::uint64_t> lookUpMany(const Scene& scene) {
+Outcome<std::uint64_t> lookUpMany(const LinkScene& scene) {
   const auto regular =
       MemCore::handleCast<Fiber::RegularlyFragmentedField<3>>(positionsOf(load(scene.linked())));
   if (!regular) return Failure{"the linked bundle cannot be opened"};
@@ -141,38 +101,44 @@ Outcome<std::uint64_t> lookUpMany(const Scene& scene) {
   return found;
 }
 
-int runAll(const std::string& folder, std::uint64_t count) {
-  const auto scene = makeScene(folder, count);
-  if (!scene.ok()) {
-    fmt::print(stderr, "link_benchmark: {}\n", scene.error());
-    return 1;
+using Work = Outcome<std::uint64_t> (*)(const LinkScene&);
+
+struct Step {
+  Goal goal;
+  const char* name;
+  Work floor;
+  Work work;
+};
+
+void compare(Bench& bench, const LinkScene& scene, const Step& step) {
+  const auto count = static_cast<double>(scene.tiles.size());
+  bench.compare(step.goal, fmt::format("{} ({:.0f} tiles)", step.name, count),
+                inChild([&] { return step.floor(scene); }),
+                inChild([&] { return step.work(scene); }),
+                [&](Finding& finding, const Comparison& compared) {
+                  finding.figures.emplace_back("us per tile", compared.work.seconds / count * 1e6);
+                  const bool isRight = compared.work.points == scene.tiles.size() &&
+                                       compared.floor.points == scene.tiles.size();
+                  return std::string(isRight ? "" : "wrong answer");
+                });
+}
+
+void run(Bench& bench, std::uint64_t count) {
+  const auto scene = makeLinkScene(bench.workspace.path("tiles"), count);
+  if (!scene.ok()) return bench.report.fail(scene.error());
+  // Made once before anything is measured: the steps after linking read what it writes.
+  const auto linked = measureInChild([&] { return linkAll(*scene); });
+  if (!linked.ok()) return bench.report.fail(linked.error());
+  bench.report.say(fmt::format("{} tile files of 100 points", count));
+  const Goal linking{"7a", Bound::AtMost, 1.5};
+  for (const Step& step :
+       {Step{{}, "link, to open + close by the system", openAndClose, linkAll},
+        Step{{}, "open the linked bundle", openAndClose, openLinked},
+        Step{{}, "open and look up every tile", openAndClose, lookUpMany},
+        Step{{}, "verify, points unread", openAndClose, verifyAll},
+        Step{linking, "link, to open + close by HDF5", openAndCloseWithLibrary, linkAll}}) {
+    compare(bench, *scene, step);
   }
-  struct Step {
-    const char* name;
-    Outcome<std::uint64_t> (*work)(const Scene&);
-  };
-  constexpr std::array kSteps = {Step{"floor: open, read a block, close", openAndClose},
-                                 Step{"link", linkAll}, Step{"open the linked bundle", openLinked},
-                                 Step{"open and look up every tile", lookUpMany},
-                                 Step{"verify, points unread", verifyAll}};
-  double floor = 0.0;
-  int status = 0;
-  for (const Step& step : kSteps) {
-    const auto measured = measureInChild([&] { return step.work(*scene); });
-    if (!measured.ok() || measured->points != count) {
-      fmt::print(stderr, "link_benchmark: {}: {}\n", step.name,
-                 measured.ok() ? "wrong answer" : measured.error());
-      status = 1;
-      continue;
-    }
-    if (floor == 0.0) floor = measured->seconds;
-    fmt::print("{:<34} {:8.3f} s  {:8.2f} us per tile  peak {:6.0f} MB | ratio to floor {:6.2f}\n",
-               step.name, measured->seconds, measured->seconds / static_cast<double>(count) * 1e6,
-               static_cast<double>(measured->peakBytes) / 1e6, measured->seconds / floor);
-    std::fflush(stdout);
-  }
-  fs::remove_all(folder);
-  return status;
 }
 
 }  // namespace
@@ -180,13 +146,10 @@ int runAll(const std::string& folder, std::uint64_t count) {
 }  // namespace Benchmarks
 
 int main(int argc, char** argv) {
-  CLI::App app("Measures bundles over very many tile files");
-  std::string folder = (fs::temp_directory_path() / fmt::format("link_benchmark.{}", ::getpid()));
+  Benchmarks::Program program("link_benchmark", "Measures bundles over very many tile files");
   std::uint64_t count = 100'000;
-  bool isSmoke = false;
-  app.add_option("--folder", folder, "Working folder, made, emptied and removed");
-  app.add_option("--tiles", count, "Number of tile files");
-  app.add_flag("--smoke", isSmoke, "One tiny pass");
-  CLI11_PARSE(app, argc, argv);
-  return Benchmarks::runAll(folder, isSmoke ? 20 : std::max<std::uint64_t>(1, count));
+  program.flags().add_option("--tiles", count, "Number of tile files")->check(CLI::PositiveNumber);
+  return program.run(argc, argv, [&](Benchmarks::Bench& bench) {
+    Benchmarks::run(bench, bench.isSmoke ? 20 : count);
+  });
 }

@@ -9,48 +9,67 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <exception>
+#include <string>
 
 namespace Benchmarks {
 
 namespace {
 
 /// What the child tells its parent through a pipe.
-struct Report {
+struct ChildReport {
   double seconds = 0.0;
   std::uint64_t points = 0;
   bool ok = false;
   char failure[1024] = {};
 };
 
-Report runWork(const MeasuredWork& work) {
-  Report report;
+ChildReport failed(const std::string& text) {
+  ChildReport report;
+  std::strncpy(report.failure, text.c_str(), sizeof report.failure - 1);
+  return report;
+}
+
+ChildReport runWork(const MeasuredWork& work, const MeasuredWork& prepare) {
+  if (prepare) {
+    const auto prepared = prepare();
+    if (!prepared.ok()) return failed(prepared.error());
+  }
+  ChildReport report;
   const auto start = std::chrono::steady_clock::now();
   const MemCore::Outcome<std::uint64_t> outcome = work();
   report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  report.ok = outcome.ok();
-  if (outcome.ok()) {
-    report.points = outcome.value();
-  } else {
-    std::strncpy(report.failure, outcome.error().c_str(), sizeof report.failure - 1);
-  }
+  if (!outcome.ok()) return failed(outcome.error());
+  report.points = outcome.value();
+  report.ok = true;
   return report;
+}
+
+/// Whatever the work throws ends the child with a text.
+ChildReport runWorkSafely(const MeasuredWork& work, const MeasuredWork& prepare) {
+  try {
+    return runWork(work, prepare);
+  } catch (const std::exception& error) {
+    return failed(std::string("threw: ") + error.what());
+  }
 }
 
 }  // namespace
 
-MemCore::Outcome<Measurement> measureInChild(const MeasuredWork& work) {
+MemCore::Outcome<Measurement> measureInChild(const MeasuredWork& work,
+                                             const MeasuredWork& prepare) {
   int ends[2];
   if (::pipe(ends) != 0) return MemCore::Failure{"measurement: no pipe to the child"};
   std::fflush(stdout);
   const pid_t child = ::fork();
   if (child < 0) return MemCore::Failure{"measurement: no child process"};
   if (child == 0) {
-    const Report report = runWork(work);
+    const ChildReport report = runWorkSafely(work, prepare);
     const ssize_t written = ::write(ends[1], &report, sizeof report);
     ::_exit(written == static_cast<ssize_t>(sizeof report) ? 0 : 1);
   }
   ::close(ends[1]);
-  Report report;
+  ChildReport report;
   const ssize_t received = ::read(ends[0], &report, sizeof report);
   ::close(ends[0]);
   rusage usage{};

@@ -22,7 +22,9 @@ struct Measurement {
 /// The work returns the number of points it delivered, or why it failed.
 using MeasuredWork = std::function<MemCore::Outcome<std::uint64_t>()>;
 
-/// Runs the work once in a child. Requires: the parent has started no threads.
-MemCore::Outcome<Measurement> measureInChild(const MeasuredWork& work);
+/// Runs the work once in a child, after `prepare` (may be empty), which is not timed and whose
+/// number does not count. Requires: the parent has started no threads.
+MemCore::Outcome<Measurement> measureInChild(const MeasuredWork& work,
+                                             const MeasuredWork& prepare = {});
 
 }  // namespace Benchmarks

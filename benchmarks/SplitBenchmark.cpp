@@ -5,33 +5,24 @@
 //   LAS -> tiles, against the plain scatter:  1 and 2 threads, about 25 and 400 tiles,
 //                                             overlap 0 and 0.1, storage raw and grid
 //   LAZ -> tiles, against decoding alone:     1 and 2 threads, about 25 tiles
-//   memory:                                   LAS -> tiles with a budget of a tenth of the input
-//   LAZ chunks decoded, over those there are: budget of a tenth of the decoded input; as given, and
-//                                             in order of place where --ordered-laz names such a
-//                                             file
+//   memory:                                   both, with a budget of a tenth of the plain points
+//   decodes per LAZ chunk with such a budget: points in the order of the file, and, where
+//                                             --ordered-laz names such a file, in order of place
 //
-// Each line gives the best of the repetitions, floor and split alternating, because timings on a
-// shared machine are noisy. Without --las a synthetic survey is made. Tiles are not flushed to the
-// disk on either side. Every split is checked: without overlap it must deliver every point.
+// Without --las and --laz synthetic surveys are made. Tiles are not flushed to the disk on either
+// side. Every split is checked: without overlap it must deliver every point.
 
 #include <fmt/format.h>
 
-#include <unistd.h>
-#include <CLI/CLI.hpp>
-
 #include <algorithm>
-#include <cmath>
-#include <filesystem>
-#include <optional>
 #include <string>
 
 #include "benchmarks/DecodeFloor.hpp"
 #include "benchmarks/PlainScatter.hpp"
+#include "benchmarks/Program.hpp"
 #include "benchmarks/SplitScenario.hpp"
+#include "benchmarks/SurveyInput.hpp"
 #include "formats/las/LasFile.hpp"
-#include "host/synth/SyntheticSurvey.hpp"
-
-namespace fs = std::filesystem;
 
 namespace Benchmarks {
 
@@ -41,218 +32,182 @@ struct Settings {
   std::string las;
   std::string laz;
   std::string orderedLaz;
-  std::string folder;
   std::uint64_t points = 10'000'000;
-  int repetitions = 3;
-  bool isSmoke = false;
 };
 
-/// A file's horizontal extent and size.
-struct InputFacts {
-  std::string path;
-  std::uint64_t points = 0;
-  std::uint64_t recordBytes = 0;
-  std::uint64_t runs = 0;
-  double area = 0.0;
+const Goal kRawTiles{"1a", Bound::AtMost, 1.5};
+const Goal kDefaultTiles{"1b", Bound::AtMost, 2.5};
+const Goal kLazTiles{"2a", Bound::AtMost, 1.15};
+const Goal kDecodes{"2b", Bound::AtMost, 2.0};
+const Goal kOrderedDecodes{"2b", Bound::AtMost, 1.3};
+const Goal kSmallBudget{"2c", Bound::None, 0.0};
 
-  double edgeForTiles(double tiles) const { return std::sqrt(area / tiles); }
-};
-
-MemCore::Outcome<InputFacts> factsOf(const std::string& path) {
-  const auto opened = Formats::LasFile::open(path);
-  if (!opened.ok()) return opened.failure();
-  const Formats::LasHeader& header = (*opened)->header();
-  return InputFacts{
-      path, (*opened)->pointCount(), (*opened)->recordBytes(), (*opened)->runs().size(),
-      (header.maximum[0] - header.minimum[0]) * (header.maximum[1] - header.minimum[1])};
+/// "LAS 10 M" and the like.
+std::string nameOf(const char* kind, const InputFacts& input) {
+  return fmt::format("{} {:.3g} M", kind, static_cast<double>(input.points) / 1e6);
 }
 
-/// Empties the working folder before a measurement, outside its time.
-std::string freshFolder(const Settings& settings) {
-  const fs::path folder = fs::path(settings.folder) / "tiles";
-  fs::remove_all(folder);
-  fs::create_directories(folder / "out");
-  return folder.string();
-}
-
-struct Line {
+/// One line: what to split, and how.
+struct Scenario {
   std::string name;
-  Measurement floor;
-  Measurement split;
-  std::uint64_t recordBytes = 0;
+  Goal goal;
+  InputFacts input;
+  double tiles = 25.0;
+  double overlap = 0.0;
+  int threads = 2;
+  Fiber::StorageKind storage = Fiber::StorageKind::Grid;
+  std::uint64_t memoryBytes = 0;  ///< budget of the cache; 0 leaves the default
 };
 
-void keepBest(Measurement& best, const Measurement& next) {
-  if (best.seconds == 0.0 || next.seconds < best.seconds) best = next;
+SplitJob jobOf(Bench& bench, const Scenario& scenario) {
+  SplitJob job;
+  job.input = scenario.input.path;
+  job.folder = bench.workspace.freshFolder();
+  job.edgeLength = scenario.input.edgeForTiles(scenario.tiles);
+  job.overlap = scenario.overlap;
+  job.threads = scenario.threads;
+  job.storage = scenario.storage;
+  job.memoryBytes = scenario.memoryBytes;
+  return job;
 }
 
-void print(const Line& line) {
-  const double points = static_cast<double>(line.split.points);
-  fmt::print(
-      "{:<44} {:7.3f} s {:6.2f} Mpoints/s {:7.1f} MB/s  peak {:6.0f} MB | floor {:7.3f} s "
-      "| ratio {:5.2f}\n",
-      line.name, line.split.seconds, points / line.split.seconds / 1e6,
-      points * static_cast<double>(line.recordBytes) / line.split.seconds / 1e6,
-      static_cast<double>(line.split.peakBytes) / 1e6, line.floor.seconds,
-      line.split.seconds / line.floor.seconds);
-  std::fflush(stdout);
+Measure splitting(Bench& bench, const Scenario& scenario) {
+  return [&bench, scenario] {
+    const SplitJob job = jobOf(bench, scenario);
+    return measureInChild([&] { return splitFile(job); });
+  };
 }
 
-class Runner {
- public:
-  explicit Runner(Settings settings) : settings_(std::move(settings)) {}
-
-  /// Measures floor and split in turn. A failed or wrong measurement is reported and remembered.
-  void compare(Line line, const InputFacts& input, bool expectAllPoints,
-               const std::function<MeasuredWork(const std::string&)>& floorWork,
-               const std::function<MeasuredWork(const std::string&)>& splitWork) {
-    for (int r = 0; r < settings_.repetitions; ++r) {
-      if (!measure(floorWork, line.name + " (floor)", line.floor)) return;
-      if (!measure(splitWork, line.name, line.split)) return;
-    }
-    line.recordBytes = input.recordBytes;
-    if (expectAllPoints && line.split.points != input.points) {
-      fail(fmt::format("{}: wrong answer, found {} points, expected {}", line.name,
-                       line.split.points, input.points));
-      return;
-    }
-    print(line);
-  }
-
-  const Settings& settings() const { return settings_; }
-  bool ok() const { return ok_; }
-  void fail(const std::string& text) {
-    fmt::print(stderr, "split_benchmark: {}\n", text);
-    ok_ = false;
-  }
-
- private:
-  bool measure(const std::function<MeasuredWork(const std::string&)>& makeWork,
-               const std::string& name, Measurement& best) {
-    const auto measured = measureInChild(makeWork(freshFolder(settings_)));
-    if (!measured.ok()) {
-      fail(name + ": " + measured.error());
-      return false;
-    }
-    keepBest(best, *measured);
-    return true;
-  }
-
-  Settings settings_;
-  bool ok_ = true;
-};
-
-void compareLas(Runner& runner, const InputFacts& input, int threads, double tiles, double overlap,
-                Fiber::StorageKind storage) {
-  const double edge = input.edgeForTiles(tiles);
-  Line line;
-  line.name = fmt::format("LAS {} thread(s) ~{:.0f} tiles overlap {} {}", threads, tiles, overlap,
-                          storage == Fiber::StorageKind::Raw ? "raw" : "grid");
-  runner.compare(
-      line, input, overlap == 0.0,
-      [&](const std::string& folder) {
-        return [=] { return scatterPlainly({input.path, folder, edge, overlap, threads}); };
-      },
-      [&](const std::string& folder) {
-        return [=] { return splitFile({input.path, folder, edge, overlap, threads, storage, 0}); };
-      });
+Measure scattering(Bench& bench, const Scenario& scenario) {
+  return [&bench, scenario] {
+    const ScatterJob job{scenario.input.path, bench.workspace.freshFolder(),
+                         scenario.input.edgeForTiles(scenario.tiles), scenario.overlap,
+                         scenario.threads};
+    return measureInChild([&] { return scatterPlainly(job); });
+  };
 }
 
-void compareLaz(Runner& runner, const InputFacts& input, int threads, double tiles) {
-  const double edge = input.edgeForTiles(tiles);
-  Line line;
-  line.name = fmt::format("LAZ {} thread(s) ~{:.0f} tiles overlap 0 grid", threads, tiles);
-  runner.compare(
-      line, input, true,
-      [&](const std::string&) { return [=] { return decodeOnly(input.path, threads); }; },
-      [&](const std::string& folder) {
-        return [=] {
-          return splitFile({input.path, folder, edge, 0.0, threads, Fiber::StorageKind::Grid, 0});
-        };
-      });
+Measure decoding(const Scenario& scenario) {
+  return inChild([=] { return decodeOnly(scenario.input.path, scenario.threads); });
 }
 
-void compareMemory(Runner& runner, const InputFacts& input) {
-  const std::uint64_t budget = input.points * input.recordBytes / 10;
-  const double edge = input.edgeForTiles(100);
-  Line line;
-  line.name = fmt::format("LAS 2 thread(s) ~100 tiles, budget {:.0f} MB",
-                          static_cast<double>(budget) / 1e6);
-  runner.compare(
-      line, input, true,
-      [&](const std::string& folder) {
-        return [=] { return scatterPlainly({input.path, folder, edge, 0.0, 2}); };
-      },
-      [&](const std::string& folder) {
-        return [=] {
-          return splitFile({input.path, folder, edge, 0.0, 2, Fiber::StorageKind::Grid, budget});
-        };
-      });
+void compare(Bench& bench, const Scenario& scenario, const Measure& floor) {
+  bench.compare(scenario.goal, scenario.name, floor, splitting(bench, scenario),
+                [&](Finding& finding, const Comparison& compared) -> std::string {
+                  const double points = static_cast<double>(compared.work.points);
+                  finding.figures.emplace_back("Mpoints per s",
+                                               points / compared.work.seconds / 1e6);
+                  if (scenario.overlap != 0.0 || compared.work.points == scenario.input.points) {
+                    return "";
+                  }
+                  return fmt::format("wrong answer, found {} points, expected {}",
+                                     compared.work.points, scenario.input.points);
+                });
 }
 
-/// How often a chunk is decoded where memory holds a tenth of the points.
-void countChunkDecodes(Runner& runner, const std::string& path, const std::string& order) {
-  if (path.empty()) return;
-  const auto input = factsOf(path);
-  if (!input.ok()) return runner.fail(input.error());
-  const std::uint64_t budget = input->points * input->recordBytes / 10;
-  const double edge = input->edgeForTiles(100);
-  const std::string folder = freshFolder(runner.settings());
-  const auto counted = measureInChild([&] {
-    return countDecodes({path, folder, edge, 0.0, 2, Fiber::StorageKind::Grid, budget});
-  });
-  if (!counted.ok()) return runner.fail(path + ": " + counted.error());
-  fmt::print(
-      "LAZ 2 thread(s) ~100 tiles, budget {:.0f} MB, {}: {:.2f} decodes per chunk, {:.3f} s\n",
-      static_cast<double>(budget) / 1e6, order,
-      static_cast<double>(counted->points) / static_cast<double>(input->runs), counted->seconds);
+Scenario lasScenario(const InputFacts& input, double tiles, double overlap, bool isRaw,
+                     int threads) {
+  Scenario scenario;
+  scenario.name =
+      fmt::format("{}, {} thread(s), ~{:.0f} tiles, overlap {}, {}", nameOf("LAS", input), threads,
+                  tiles, overlap, isRaw ? "raw" : "default");
+  scenario.goal = isRaw ? kRawTiles : kDefaultTiles;
+  scenario.input = input;
+  scenario.tiles = tiles;
+  scenario.overlap = overlap;
+  scenario.threads = threads;
+  scenario.storage = isRaw ? Fiber::StorageKind::Raw : Fiber::StorageKind::Grid;
+  return scenario;
 }
 
-/// Makes the synthetic survey in a child, so that this process starts no threads.
-MemCore::Outcome<std::string> synthesise(const Settings& settings) {
-  const std::string path = (fs::path(settings.folder) / "survey.las").string();
-  const auto made = measureInChild([&]() -> MemCore::Outcome<std::uint64_t> {
-    Synth::SurveyOptions options;
-    options.pointCount = settings.points;
-    options.hasWaveforms = false;
-    const auto summary = Synth::writeSyntheticSurvey(options, path, {});
-    if (!summary.ok()) return summary.failure();
-    return summary->pointCount;
-  });
-  if (!made.ok()) return made.failure();
-  return path;
+Scenario lazScenario(const InputFacts& input, int threads) {
+  Scenario scenario;
+  scenario.name =
+      fmt::format("{}, {} thread(s), ~25 tiles, default", nameOf("LAZ", input), threads);
+  scenario.goal = kLazTiles;
+  scenario.input = input;
+  scenario.threads = threads;
+  return scenario;
 }
 
-void runLas(Runner& runner) {
-  auto path = MemCore::Outcome<std::string>(runner.settings().las);
-  if (path->empty()) path = synthesise(runner.settings());
-  if (!path.ok()) return runner.fail(path.error());
-  const auto input = factsOf(*path);
-  if (!input.ok()) return runner.fail(input.error());
-  fmt::print("{}: {} points of {} bytes\n", input->path, input->points, input->recordBytes);
+/// About 100 tiles with a cache that holds a tenth of the points as they stand in a LAS file.
+Scenario smallBudget(const char* kind, const InputFacts& input) {
+  Scenario scenario;
+  scenario.goal = kSmallBudget;
+  scenario.input = input;
+  scenario.tiles = 100.0;
+  constexpr std::uint64_t kLeastBudget =
+      4'000'000;  // below, a tiny input would be decoded per tile
+  scenario.memoryBytes = std::max(kLeastBudget, input.plainBytes() / 10);
+  scenario.name = fmt::format("{}, 2 threads, ~100 tiles, budget {:.0f} MB", nameOf(kind, input),
+                              static_cast<double>(scenario.memoryBytes) / 1e6);
+  return scenario;
+}
+
+void describe(Bench& bench, const InputFacts& input) {
+  bench.report.say(
+      fmt::format("{}: {} points of {} bytes", input.path, input.points, input.recordBytes));
+}
+
+void runLas(Bench& bench, const InputFacts& input) {
+  describe(bench, input);
   for (const int threads : {1, 2}) {
-    for (const double tiles : {25.0, 400.0}) {
+    for (const double tiles : {25.0, bench.isSmoke ? 40.0 : 400.0}) {
       for (const double overlap : {0.0, 0.1}) {
-        for (const auto storage : {Fiber::StorageKind::Raw, Fiber::StorageKind::Grid}) {
-          compareLas(runner, *input, threads, tiles, overlap, storage);
+        for (const bool isRaw : {true, false}) {
+          const Scenario scenario = lasScenario(input, tiles, overlap, isRaw, threads);
+          compare(bench, scenario, scattering(bench, scenario));
         }
       }
     }
   }
-  compareMemory(runner, *input);
+  const Scenario small = smallBudget("LAS", input);
+  compare(bench, small, scattering(bench, small));
 }
 
-void runLaz(Runner& runner) {
-  if (runner.settings().laz.empty()) {
-    fmt::print("LAZ: left out, no --laz FILE given\n");
-    return;
+/// How often a chunk of a LAZ file is decoded with a small budget, on average.
+void countChunkDecodes(Bench& bench, const InputFacts& input, const Goal& goal,
+                       const std::string& order) {
+  const Scenario small = smallBudget("LAZ", input);
+  const SplitJob job = jobOf(bench, small);
+  const auto counted = measureInChild([&] { return countDecodes(job); });
+  const auto file = Formats::LasFile::open(input.path);
+  if (!counted.ok()) return bench.report.fail(counted.error());
+  if (!file.ok()) return bench.report.fail(file.error());
+  Finding finding;
+  finding.goal = goal;
+  finding.name = fmt::format("decodes per chunk, {}, {}", small.name, order);
+  finding.ratio =
+      static_cast<double>(counted->points) / static_cast<double>((*file)->runs().size());
+  bench.report.add(finding);
+}
+
+void runLaz(Bench& bench, const InputFacts& input) {
+  describe(bench, input);
+  for (const int threads : {1, 2}) {
+    const Scenario scenario = lazScenario(input, threads);
+    compare(bench, scenario, decoding(scenario));
   }
-  const auto input = factsOf(runner.settings().laz);
-  if (!input.ok()) return runner.fail(input.error());
-  fmt::print("{}: {} points of {} bytes\n", input->path, input->points, input->recordBytes);
-  for (const int threads : {1, 2}) compareLaz(runner, *input, threads, 25.0);
-  countChunkDecodes(runner, input->path, "order of the file");
-  countChunkDecodes(runner, runner.settings().orderedLaz, "order of place");
+  const Scenario small = smallBudget("LAZ", input);
+  compare(bench, small, decoding(small));
+  countChunkDecodes(bench, input, kDecodes, "order of the file");
+}
+
+void run(Bench& bench, const Settings& settings) {
+  const auto las = surveyAt(settings.las, bench.workspace.path("survey.las"), settings.points);
+  if (las.ok()) runLas(bench, *las);
+  const auto laz = surveyAt(settings.laz, bench.workspace.path("survey.laz"), settings.points);
+  if (laz.ok()) runLaz(bench, *laz);
+  if (!settings.orderedLaz.empty()) {
+    const auto ordered = factsOf(settings.orderedLaz);
+    if (ordered.ok()) {
+      countChunkDecodes(bench, *ordered, kOrderedDecodes, "order of place");
+    } else {
+      bench.report.fail(ordered.error());
+    }
+  }
+  if (!las.ok()) bench.report.fail(las.error());
+  if (!laz.ok()) bench.report.fail(laz.error());
 }
 
 }  // namespace
@@ -261,30 +216,14 @@ void runLaz(Runner& runner) {
 
 int main(int argc, char** argv) {
   Benchmarks::Settings settings;
-  CLI::App app("Measures splits against their floors");
-  app.add_option("--las", settings.las, "Uncompressed input; a synthetic survey without it");
-  app.add_option("--laz", settings.laz, "Compressed input; left out without it");
-  app.add_option("--ordered-laz", settings.orderedLaz, "Such a file in order of place (an export)");
-  app.add_option("--points", settings.points, "Points of the synthetic survey");
-  app.add_option("--folder", settings.folder, "Working folder, made and emptied");
-  app.add_option("--repetitions", settings.repetitions, "Measurements per line; the best counts");
-  app.add_flag("--smoke", settings.isSmoke, "One tiny pass over every scenario");
-  CLI11_PARSE(app, argc, argv);
-  if (settings.isSmoke) {
-    settings.points = 20'000;
-    settings.repetitions = 1;
-  }
-  if (settings.folder.empty()) {
-    settings.folder = (fs::temp_directory_path() /
-                       fmt::format("split_benchmark.{}", static_cast<long>(::getpid())))
-                          .string();
-  }
-  fs::create_directories(settings.folder);
-  Benchmarks::Runner runner(settings);
-  Benchmarks::runLas(runner);
-  Benchmarks::runLaz(runner);
-  fs::remove_all(fs::path(settings.folder) / "tiles");
-  if (settings.las.empty()) fs::remove(fs::path(settings.folder) / "survey.las");
-  fs::remove(settings.folder);
-  return runner.ok() ? 0 : 1;
+  Benchmarks::Program program("split_benchmark", "Measures splits against their floors");
+  program.flags().add_option("--las", settings.las, "Plain input; a synthetic survey without it");
+  program.flags().add_option("--laz", settings.laz, "Compressed input; likewise");
+  program.flags().add_option("--ordered-laz", settings.orderedLaz,
+                             "Compressed input in order of place, such as an export");
+  program.flags().add_option("--points", settings.points, "Points of the synthetic surveys");
+  return program.run(argc, argv, [&](Benchmarks::Bench& bench) {
+    if (bench.isSmoke) settings.points = 20'000;
+    Benchmarks::run(bench, settings);
+  });
 }

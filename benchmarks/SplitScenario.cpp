@@ -51,7 +51,7 @@ MemCore::Outcome<Formats::CloudSummary> runSplit(const SplitJob& job) {
   operation.inputBundle = Fiber::BundlePtr(new Fiber::Bundle);
   Formats::CloudOptions options;
   options.spillFolder = job.folder;
-  const auto cloud = Formats::addPointCloud(*operation.inputBundle, {job.input}, options);
+  auto cloud = Formats::addPointCloud(*operation.inputBundle, {job.input}, options);
   if (!cloud.ok()) return cloud.failure();
   if (::chdir(job.folder.c_str()) != 0) return MemCore::Failure{job.folder + ": no such folder"};
   operation.outputDirectory = job.folder;

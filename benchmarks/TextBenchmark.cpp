@@ -14,17 +14,15 @@
 #include <fast_float/fast_float.h>
 #include <fmt/format.h>
 #include <omp.h>
-#include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <random>
 
+#include "benchmarks/Program.hpp"
 #include "datamodel/memcore/Cache.hpp"
 #include "formats/text/TextCloudReader.hpp"
 #include "formats/text/TextRows.hpp"
@@ -134,39 +132,48 @@ Outcome<std::uint64_t> formatAll(Fiber::Bundle& bundle, const Scene& scene) {
   return std::min(points, scene.points);
 }
 
-/// Runs a step, prints its speed beside that of the floor; returns its seconds, or below 0 when its
-/// answer is wrong.
-template <class Step>
-double measure(const char* name, const Scene& scene, double floorSeconds, Step step) {
-  const auto begin = std::chrono::steady_clock::now();
-  const Outcome<std::uint64_t> points = step();
-  const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - begin;
-  if (!points || *points != scene.points) {
-    fmt::print(stderr, "{}: {}\n", name, points ? "a point is missing" : points.error());
-    return -1.0;
-  }
-  const double megabytes = static_cast<double>(fs::file_size(scene.file)) / 1e6;
-  fmt::print("{:8} {:8.3f} s {:8.0f} MB/s {:8.2f} times the floor\n", name, seconds.count(),
-             megabytes / seconds.count(),
-             floorSeconds > 0.0 ? seconds.count() / floorSeconds : 1.0);
-  return seconds.count();
+/// Opens the cloud; then makes all data once, or empties the cache.
+Outcome<std::uint64_t> prepareCloud(Fiber::Bundle& bundle, const Scene& scene, bool isCached) {
+  if (const auto opened = survey(bundle, scene); !opened) return opened.failure();
+  if (isCached) return readData(bundle);
+  MemCore::Cache::MemCache()->clear();
+  return scene.points;
 }
 
-int run(const Scene& scene) {
-  Fiber::Bundle bundle;
-  fmt::print("{} points, {} threads\n", scene.points, omp_get_max_threads());
-  const double floor = measure("floor", scene, 0.0, [&] { return parsePlainly(scene); });
-  const auto later = [&](const char* name, auto step) {
-    return floor > 0.0 && measure(name, scene, floor, step) >= 0.0;
-  };
-  const bool isGood = later("survey", [&] { return survey(bundle, scene); }) &&
-                      later("data", [&] { return readData(bundle); }) &&
-                      [&] {
-                        MemCore::Cache::MemCache()->clear();
-                        return later("again", [&] { return readData(bundle); });
-                      }() &&
-                      later("format", [&] { return formatAll(bundle, scene); });
-  return isGood ? 0 : 1;
+struct Step {
+  const char* name;
+  bool isCached;  ///< all data are in the cache beforehand
+  Outcome<std::uint64_t> (*work)(Fiber::Bundle&, const Scene&);
+};
+
+void compare(Bench& bench, const Scene& scene, const Measure& floor, const char* name,
+             const Measure& work) {
+  const double megabytes = static_cast<double>(fs::file_size(scene.file)) / 1e6;
+  bench.compare(
+      {}, fmt::format("{} {} thread(s)", name, omp_get_max_threads()), floor, work,
+      [&](Finding& finding, const Comparison& compared) {
+        finding.figures.emplace_back("MB per s", megabytes / compared.work.seconds);
+        return std::string(compared.work.points == scene.points ? "" : "a point is missing");
+      });
+}
+
+void run(Bench& bench, std::uint64_t points) {
+  const Scene scene = makeScene(bench.workspace.path("survey.csv"), points);
+  bench.report.say(fmt::format("{} points as text", points));
+  const Measure floor = inChild([&] { return parsePlainly(scene); });
+  compare(bench, scene, floor, "text: survey", inChild([&] {
+            Fiber::Bundle bundle;
+            return survey(bundle, scene);
+          }));
+  const auto data = [](Fiber::Bundle& bundle, const Scene&) { return readData(bundle); };
+  for (const Step& step :
+       {Step{"text: data, cached", true, data}, Step{"text: data, again", false, data},
+        Step{"text: format", true, formatAll}}) {
+    Fiber::Bundle bundle;  // every child fills its own copy
+    compare(bench, scene, floor, step.name,
+            inChild([&] { return step.work(bundle, scene); },
+                    [&] { return prepareCloud(bundle, scene, step.isCached); }));
+  }
 }
 
 }  // namespace
@@ -174,17 +181,11 @@ int run(const Scene& scene) {
 }  // namespace Benchmarks
 
 int main(int argc, char** argv) {
-  CLI::App app{"What text files of points cost to read and to write"};
-  std::uint64_t points = 5000000;
-  std::string folder = fs::temp_directory_path().string();
-  bool isSmoke = false;
-  app.add_option("--points", points, "Rows of the file");
-  app.add_option("--folder", folder, "Where the file is made and removed");
-  app.add_flag("--smoke", isSmoke, "One tiny pass");
-  CLI11_PARSE(app, argc, argv);
-  const std::string file = folder + "/text_benchmark." + std::to_string(::getpid()) + ".csv";
-  const auto scene = Benchmarks::makeScene(file, isSmoke ? 1000 : points);
-  const int status = Benchmarks::run(scene);
-  fs::remove(file);
-  return status;
+  Benchmarks::Program program("text_benchmark",
+                              "Measures what text files of points cost to read and to write");
+  std::uint64_t points = 5'000'000;
+  program.flags().add_option("--points", points, "Rows of the file");
+  return program.run(argc, argv, [&](Benchmarks::Bench& bench) {
+    Benchmarks::run(bench, bench.isSmoke ? 1000 : points);
+  });
 }

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <limits>
 
+#include "datamodel/memcore/Allocator.hpp"
 #include "datamodel/memcore/Console.hpp"
 #include "host/DensityCheck.hpp"
 #include "host/FaceCover.hpp"
@@ -14,6 +15,7 @@
 #include "host/NumberText.hpp"
 #include "host/OutsidePoints.hpp"
 #include "host/TileBound.hpp"
+#include "planning/FragmentMapping.hpp"
 
 namespace Host {
 
@@ -84,6 +86,8 @@ GridForecast forecastGrid(const SelectedGrid& selected, const TilingOptions& til
   forecast.layout = layoutFor(survey, operation);
   if (!forecast.layout.message.empty()) {
     forecast.failure = forecast.layout.message + " Give longer --fragment-length";
+  } else {
+    forecast.failure = memoryShortage(forecast.tileCount(), MemCore::machineMemory());
   }
   return forecast;
 }
@@ -128,6 +132,16 @@ void warnOf(SplitPlan& plan, const GridForecast& forecast, bool wantsEstimate) {
 }
 
 }  // namespace
+
+std::string memoryShortage(std::uint64_t tileCount, std::uint64_t memoryBytes) {
+  const std::uint64_t needed = tileCount * LidarLib::kPlanBytesPerTile;
+  if (needed <= memoryBytes) return {};
+  constexpr double kGigabyte = 1e9;
+  return fmt::format(
+      "{} need about {:.1f} GB of memory to plan, found {:.1f} GB; give longer --fragment-length",
+      countText(tileCount, "tile"), static_cast<double>(needed) / kGigabyte,
+      static_cast<double>(memoryBytes) / kGigabyte);
+}
 
 double GridForecast::boxDensity() const {
   if (!layout.globalBox) return 0.0;

@@ -50,4 +50,7 @@ void applyOptions(const TilingOptions& tiling, const FilterOptions& filters,
 SplitPlan makePlan(const std::vector<SelectedGrid>& grids, const TilingOptions& tiling,
                    LidarLib::RefragmentAndSplit& operation);
 
+/// Why so many tiles cannot be planned in so many bytes of memory; empty when they can.
+std::string memoryShortage(std::uint64_t tileCount, std::uint64_t memoryBytes);
+
 }  // namespace Host

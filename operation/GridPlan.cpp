@@ -2,6 +2,10 @@
 
 #include "operation/GridPlan.hpp"
 
+#include <fmt/format.h>
+
+#include <new>
+
 #include "operation/ReadFailures.hpp"
 
 namespace LidarLib {
@@ -14,6 +18,14 @@ PlanOutcome refuseUnreadable(RefragmentAndSplit& operation, const GridPlan& plan
   if (failure.empty()) return PlanOutcome::Ready;
   operation.appendMessage(failure);
   return PlanOutcome::SkipGrid;
+}
+
+PlanOutcome refuseTooMany(RefragmentAndSplit& operation, std::uint64_t tileCount) {
+  constexpr double kGigabyte = 1e9;
+  operation.appendMessage(
+      fmt::format("not enough memory to plan {} tiles, expected about {:.1f} GB", tileCount,
+                  static_cast<double>(tileCount * kPlanBytesPerTile) / kGigabyte));
+  return PlanOutcome::SkipSlice;
 }
 
 }  // namespace
@@ -46,8 +58,12 @@ PlanOutcome planOutput(RefragmentAndSplit& operation, const Fiber::Grid& inputGr
   }
   plan.view.emplace(outputGrid);
   const auto& positions = plan.survey.positions;
-  plan.mapping = mapFragmentBoxes(plan.layout, *plan.view, operation.NormalizedOverlap,
-                                  positions->getFragmentIDs(), positions);
+  try {
+    plan.mapping = mapFragmentBoxes(plan.layout, *plan.view, operation.NormalizedOverlap,
+                                    positions->getFragmentIDs(), positions);
+  } catch (const std::bad_alloc&) {
+    return refuseTooMany(operation, plan.tileCount());
+  }
   // With both corners given nothing was read before the mapping.
   return refuseUnreadable(operation, plan);
 }

@@ -187,6 +187,12 @@ class TileMatcher {
   std::vector<Block> blocks_;
 };
 
+void rethrowFirst(const std::vector<std::exception_ptr>& failures) {
+  for (const std::exception_ptr& failure : failures) {
+    if (failure) std::rethrow_exception(failure);
+  }
+}
+
 /// Fills all sets in parallel and returns how many are not empty. Errors: what a thread could not
 /// allocate is raised again on the calling thread.
 std::uint64_t matchTilesToFragments(const TileMatcher& matcher, TileCells& cells) {
@@ -206,9 +212,7 @@ std::uint64_t matchTilesToFragments(const TileMatcher& matcher, TileCells& cells
       failures[run] = std::current_exception();
     }
   }
-  for (const std::exception_ptr& failure : failures) {
-    if (failure) std::rethrow_exception(failure);
-  }
+  rethrowFirst(failures);
   return tilesWithData;
 }
 
@@ -225,18 +229,39 @@ StrongPtr<TileCells> makeTileCells(const TilingLayout& layout,
   return cells;
 }
 
+/// The entries of one run of fragments; adds their points to `pointTotal`.
+void fillEntries(const std::vector<FragmentHandle>& ids, const StrongPtr<Fiber::Field>& positions,
+                 const IndexRange& run, std::vector<FragmentEntry>& entries,
+                 std::uint64_t& pointTotal) {
+  for (std::uint64_t f = run.begin; f < run.end; ++f) {
+    entries[f] = fragmentBox(ids[f], positions, pointTotal);
+  }
+}
+
+/// Boxes that are not known yet are computed first, by several threads at once, and remembered;
+/// then the entries only ask. Errors: what a thread could not allocate is raised again here.
 std::vector<FragmentEntry> fragmentEntries(const std::vector<FragmentHandle>& fragmentIDs,
                                            const StrongPtr<Fiber::Field>& positions,
                                            std::uint64_t& pointTotal) {
-  // Boxes that are not known yet are computed here, by several threads at once, and remembered; the
-  // loop below then finds them known.
   StrongPtr<BoundingBox> cloudBox;
   Fiber::expandBoundingBox(positions, cloudBox);
-  std::vector<FragmentEntry> entries;
-  entries.reserve(fragmentIDs.size());
-  for (const FragmentHandle& id : fragmentIDs) {
-    entries.push_back(fragmentBox(id, positions, pointTotal));
+  constexpr std::uint64_t kRun = 4096;
+  const std::uint64_t count = fragmentIDs.size();
+  const std::uint64_t runs = (count + kRun - 1) / kRun;
+  std::vector<FragmentEntry> entries(count);
+  std::vector<std::exception_ptr> failures(runs);
+  std::uint64_t points = 0;
+#pragma omp parallel for schedule(dynamic, 1) reduction(+ : points) if (runs > 1)
+  for (std::uint64_t run = 0; run < runs; ++run) {
+    try {
+      const IndexRange part{run * kRun, std::min((run + 1) * kRun, count)};
+      fillEntries(fragmentIDs, positions, part, entries, points);
+    } catch (...) {
+      failures[run] = std::current_exception();
+    }
   }
+  rethrowFirst(failures);
+  pointTotal += points;
   return entries;
 }
 

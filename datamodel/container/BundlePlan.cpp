@@ -9,6 +9,7 @@
 
 #include "datamodel/container/CanonicalPaths.hpp"
 #include "datamodel/container/FormatNames.hpp"
+#include "datamodel/container/ParallelTexts.hpp"
 #include "datamodel/container/StoredName.hpp"
 
 namespace Fiber::Container {
@@ -24,13 +25,18 @@ class RepresentationPlanner {
  public:
   RepresentationPlanner(const Representation& representation, const std::string& file,
                         bool linkFragments)
-      : representation_(representation), file_(paths_.of(file)), linkFragments_(linkFragments) {}
+      : representation_(representation),
+        file_(paths_.of(file)),
+        fileName_(file_.filename().string()),
+        linkFragments_(linkFragments) {}
 
   Outcome<PlannedRepresentation> plan() {
     listFields();
     if (auto listed = listRows(); !listed.ok()) return listed.failure();
+    if (auto asked = askCreators(); !asked.ok()) return asked.failure();
     for (PlannedRow& row : plan_.rows) {
-      if (auto sized = planParts(row); !sized.ok()) return sized.failure();
+      if (auto alike = settleTypes(row); !alike.ok()) return alike.failure();
+      row.pointCount = pointCountOf(row);
       row.link = linkOf(row);
     }
     dropVacantRows();
@@ -118,18 +124,33 @@ class RepresentationPlanner {
            (*index)[0] + counts[0] * ((*index)[1] + counts[1] * (*index)[2]) == fragment.number();
   }
 
-  Outcome<void> planParts(PlannedRow& row) {
-    row.parts.resize(plan_.fields.size());
-    for (std::size_t f = 0; f < plan_.fields.size(); ++f) {
-      PlannedPart& part = row.parts[f];
-      part.creator = plan_.fields[f].field->getCreator(row.fragment);
-      if (!part.creator) continue;
-      if (auto done = planPart(plan_.fields[f].stored, part); !done.ok()) {
-        return Failure{fmt::format("field {}, fragment {}: {}", plan_.fields[f].stored.name,
-                                   row.fragment->name(), done.error())};
+  Failure within(const PlannedRow& row, std::size_t f, const std::string& text) const {
+    return Failure{fmt::format("field {}, fragment {}: {}", plan_.fields[f].stored.name,
+                               row.fragment->name(), text)};
+  }
+
+  /// Asks all creators what they know, some rows at a time: there may be millions.
+  Outcome<void> askCreators() {
+    return parallelBlocks(plan_.rows.size(), [this](std::size_t r) -> Outcome<void> {
+      PlannedRow& row = plan_.rows[r];
+      row.parts.resize(plan_.fields.size());
+      for (std::size_t f = 0; f < plan_.fields.size(); ++f) {
+        PlannedPart& part = row.parts[f];
+        part.creator = plan_.fields[f].field->getCreator(row.fragment);
+        if (!part.creator) continue;
+        if (auto asked = ask(part); !asked.ok()) return within(row, f, asked.error());
       }
+      return {};
+    });
+  }
+
+  /// All fragments of a field must be of one type and rank.
+  Outcome<void> settleTypes(const PlannedRow& row) {
+    for (std::size_t f = 0; f < plan_.fields.size(); ++f) {
+      if (!row.parts[f].creator) continue;
+      auto alike = settleType(plan_.fields[f].stored, row.parts[f]);
+      if (!alike.ok()) return within(row, f, alike.error());
     }
-    row.pointCount = pointCountOf(row);
     return {};
   }
 
@@ -144,31 +165,42 @@ class RepresentationPlanner {
     return longest;
   }
 
-  static Outcome<void> planPart(StoredField& stored, PlannedPart& part) {
-    const auto size = getSize(*part.creator);
-    StrongPtr<FiberTypeBase> type = part.creator->facts().type;
-    if (!type) {
-      const auto data = part.creator->data();
-      if (data) type = data->type();
-    }
-    if (!size || !type) {
-      const std::string reason = part.creator->failure();
+  static StrongPtr<FiberTypeBase> typeOf(CreativeArrayBase& creator) {
+    if (auto known = creator.facts().type) return known;
+    const auto data = creator.data();
+    return data ? data->type() : nullptr;
+  }
+
+  static Outcome<void> ask(PlannedPart& part) {
+    CreativeArrayBase& creator = *part.creator;
+    const ArrayFacts facts = creator.facts();
+    const auto size = facts.size ? facts.size : getSize(creator);
+    part.type = facts.type ? facts.type.get() : typeOf(creator).get();
+    if (!size || part.type == nullptr) {
+      const std::string reason = creator.failure();
       return Failure{reason.empty() ? "its extents or type are not known" : reason};
     }
     if (size->rank() == 0) return Failure{"an array without dimensions cannot be stored"};
-    if (!stored.type) {
-      stored.type = type;
-      stored.rank = size->rank();
-    }
-    if (stored.type->name() != type->name() || stored.rank != size->rank()) {
-      return Failure{
-          fmt::format("other type or rank than in other fragments, found {} of rank {}, "
-                      "expected {} of rank {}",
-                      type->name(), size->rank(), stored.type->name(), stored.rank)};
-    }
     part.size = *size;
     part.rows = (*size)[size->rank() - 1];
+    part.hasAttributes = !creator.attributes().all().empty();
+    if (const auto* stored = dynamic_cast<const StoredCreator*>(&creator)) {
+      part.place = &stored->place();
+    }
     return {};
+  }
+
+  static Outcome<void> settleType(StoredField& stored, const PlannedPart& part) {
+    if (!stored.type) {
+      stored.type = typeOf(*part.creator);
+      stored.rank = part.size.rank();
+    }
+    const bool isSame = stored.type.get() == part.type || stored.type->name() == part.type->name();
+    if (isSame && stored.rank == part.size.rank()) return {};
+    return Failure{
+        fmt::format("other type or rank than in other fragments, found {} of rank {}, "
+                    "expected {} of rank {}",
+                    part.type->name(), part.size.rank(), stored.type->name(), stored.rank)};
   }
 
   /// The other file that holds all data of a fragment; empty when there is no such file.
@@ -176,13 +208,12 @@ class RepresentationPlanner {
     if (!linkFragments_) return nullptr;
     std::shared_ptr<const StoredSource> source;
     for (std::size_t f = 0; f < row.parts.size(); ++f) {
-      const CreatorHandle& creator = row.parts[f].creator;
-      if (!creator) continue;
-      const auto* stored = dynamic_cast<const StoredCreator*>(creator.get());
-      if (stored == nullptr || *stored->place().dataset != plan_.fields[f].dataset) return nullptr;
-      if (source && !isSame(*source, *stored->place().source)) return nullptr;
-      source = stored->place().source;
-      row.parts[f].start = stored->place().start;
+      if (!row.parts[f].creator) continue;
+      const StoredPlace* place = row.parts[f].place;
+      if (place == nullptr || *place->dataset != plan_.fields[f].dataset) return nullptr;
+      if (source && !isSame(*source, *place->source)) return nullptr;
+      source = place->source;
+      row.parts[f].start = place->start;
     }
     return source && !isTarget(*source) ? source : nullptr;
   }
@@ -192,7 +223,9 @@ class RepresentationPlanner {
                         a.file.contentId == b.file.contentId);
   }
 
-  bool isTarget(const StoredSource& source) { return paths_.of(source.file.path) == file_; }
+  bool isTarget(const StoredSource& source) {
+    return source.file.path.ends_with(fileName_) && paths_.of(source.file.path) == file_;
+  }
 
   void placeRows() {
     for (const PlannedRow& row : plan_.rows) {
@@ -251,6 +284,7 @@ class RepresentationPlanner {
   const Representation& representation_;
   CanonicalPaths paths_;
   std::filesystem::path file_;
+  std::string fileName_;  ///< of file_, without its folder
   bool linkFragments_;
   PlannedRepresentation plan_;
   std::uint64_t ownRows_ = 0;

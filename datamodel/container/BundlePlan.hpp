@@ -20,7 +20,10 @@ namespace Fiber::Container {
 
 /// One field's part of one fragment.
 struct PlannedPart {
-  CreatorHandle creator;    ///< empty: the field has no data for the fragment
+  CreatorHandle creator;                ///< empty: the field has no data for the fragment
+  const StoredPlace* place = nullptr;   ///< the creator's own; null: its data lie in no file
+  const FiberTypeBase* type = nullptr;  ///< the creator's own
+  bool hasAttributes = false;           ///< whether the creator had any when it was planned
   std::uint64_t start = 0;  ///< first row in the dataset, of this file or of the linked one
   std::uint64_t rows = 0;
   DynamicSize size;

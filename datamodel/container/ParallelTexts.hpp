@@ -6,6 +6,7 @@
 
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <new>
@@ -37,6 +38,22 @@ MemCore::Outcome<void> parallelTexts(std::size_t count, std::uint64_t workBytes,
     if (!outcome.ok()) return outcome;
   }
   return {};
+}
+
+/// Runs step(i) for every i below `count`, many of them at a time: for steps of less than a
+/// microsecond. After a failed step the rest of its block is left out; the result is the text of
+/// the first failed one.
+template <class Step>
+MemCore::Outcome<void> parallelBlocks(std::size_t count, const Step& step) {
+  constexpr std::size_t kBlock = 1024;
+  const std::size_t blocks = (count + kBlock - 1) / kBlock;
+  const std::uint64_t workBytes = count <= kBlock ? 0 : kWorthThreadsBytes;
+  return parallelTexts(blocks, workBytes, [&](std::size_t b) -> MemCore::Outcome<void> {
+    for (std::size_t i = b * kBlock; i < std::min(count, (b + 1) * kBlock); ++i) {
+      if (auto done = step(i); !done.ok()) return done;
+    }
+    return {};
+  });
 }
 
 }  // namespace Fiber::Container

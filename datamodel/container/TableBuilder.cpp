@@ -7,13 +7,17 @@
 #include <algorithm>
 #include <limits>
 #include <map>
+#include <new>
+#include <unordered_map>
 
 #include "datamodel/container/CanonicalPaths.hpp"
+#include "datamodel/container/ParallelTexts.hpp"
 #include "datamodel/container/StoredName.hpp"
 
 namespace Fiber::Container {
 
 using MemCore::Attributes;
+using MemCore::Outcome;
 
 namespace {
 
@@ -42,7 +46,12 @@ class TableBuilder {
     nameSources();
     contents_.table = FragmentTable(shape(), plan_.rows.size());
     for (const PlannedField& field : plan_.fields) contents_.fieldNames.push_back(field.dataset);
-    for (std::size_t row = 0; row < plan_.rows.size(); ++row) fillRow(row);
+    const auto filled = parallelBlocks(plan_.rows.size(), [this](std::size_t row) {
+      fillRow(row);
+      return Outcome<void>();
+    });
+    // The only text there is: what ran out in a thread has run out here.
+    if (!filled.ok()) throw std::bad_alloc();
     return std::move(contents_);
   }
 
@@ -50,17 +59,20 @@ class TableBuilder {
   FragmentTable& table() { return contents_.table; }
 
   void numberAttributeSets() {
-    setNumbers_.resize(plan_.rows.size() * plan_.fields.size());
     for (std::size_t f = 0; f < plan_.fields.size(); ++f) {
       std::map<std::string, std::uint32_t> known;
       auto& sets = plan_.fields[f].stored.attributeSets;
       sets.clear();
       for (std::size_t row = 0; row < plan_.rows.size(); ++row) {
-        const CreatorHandle& creator = plan_.rows[row].parts[f].creator;
-        if (!creator || creator->attributes().all().empty()) continue;
+        const PlannedRow& planned = plan_.rows[row];
+        const CreatorHandle& creator = planned.parts[f].creator;
+        // Data that were made meanwhile may have brought some; linked data were not made.
+        if (!creator || (planned.link && !planned.parts[f].hasAttributes)) continue;
+        if (creator->attributes().all().empty()) continue;
         const auto next = static_cast<std::uint32_t>(sets.size() + 1);
         const auto [set, isNew] = known.try_emplace(contentsOf(creator->attributes()), next);
         if (isNew) sets.push_back(creator->attributes());
+        if (!hasAttributeSets_) setNumbers_.resize(plan_.rows.size() * plan_.fields.size());
         setNumbers_[row * plan_.fields.size() + f] = set->second;
         hasAttributeSets_ = true;
       }
@@ -74,12 +86,23 @@ class TableBuilder {
     for (std::size_t row = 0; row < plan_.rows.size(); ++row) {
       const auto& link = plan_.rows[row].link;
       if (!link) continue;
-      linkNames_[row] = paths_.of(link->file.path).lexically_relative(folder_).string();
+      linkNames_[row] = relativeName(link->file.path);
       const auto next = static_cast<std::uint32_t>(contents_.sourceGroups.size());
       const auto [group, isNew] = known.try_emplace(link->group, next);
       if (isNew) contents_.sourceGroups.push_back(link->group);
       groupNumbers_[row] = group->second;
     }
+  }
+
+  /// A file's name from the folder of the file being written on.
+  std::string relativeName(const std::string& path) {
+    const std::size_t nameAt = path.rfind('/') + 1;  // 0 without a folder
+    const auto [known, isNew] = relativeFolders_.try_emplace(path.substr(0, nameAt));
+    if (isNew) {
+      const auto folder = paths_.of(path).parent_path().lexically_relative(folder_);
+      if (folder != ".") known->second = folder.string() + "/";
+    }
+    return known->second + path.substr(nameAt);
   }
 
   TableShape shape() {
@@ -113,9 +136,8 @@ class TableBuilder {
   }
 
   const StoredPlace* linkedPlace(std::size_t row, std::size_t f) const {
-    if (!plan_.rows[row].link) return nullptr;
-    const auto* stored = dynamic_cast<const StoredCreator*>(plan_.rows[row].parts[f].creator.get());
-    return stored != nullptr ? &stored->place() : nullptr;
+    const PlannedRow& planned = plan_.rows[row];
+    return planned.link ? planned.parts[f].place : nullptr;
   }
 
   const CoordinateGrid* linkedGrid(std::size_t row) const {
@@ -233,6 +255,7 @@ class TableBuilder {
   const RepresentationEncoder& encoder_;
   CanonicalPaths paths_;
   std::filesystem::path folder_;
+  std::unordered_map<std::string, std::string> relativeFolders_;
   TableContents contents_;
   std::vector<std::string> linkNames_;       ///< by row; "" where the data are in this file
   std::vector<std::uint32_t> groupNumbers_;  ///< by row

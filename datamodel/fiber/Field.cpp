@@ -138,7 +138,10 @@ template <class Answer, class Question>
 std::vector<Answer> askCreators(const Field& field, const Question& ask) {
   const auto fragments = field.getFragmentIDs();
   std::vector<Answer> answers(fragments.size());
-#pragma omp parallel for schedule(dynamic, 1) if (fragments.size() > 1)
+  // One at a time where each may have to be decoded; many at a time only where there are so many
+  // that handing them out would take as long as asking.
+  const std::size_t atOnce = std::clamp<std::size_t>(fragments.size() / 4096, 1, 256);
+#pragma omp parallel for schedule(dynamic, atOnce) if (fragments.size() > 1)
   for (std::size_t i = 0; i < fragments.size(); ++i) {
     if (const CreatorHandle creator = field.getCreator(fragments[i])) answers[i] = ask(*creator);
   }

@@ -2,6 +2,8 @@
 
 #include "datamodel/memcore/Allocator.hpp"
 
+#include <unistd.h>
+
 #ifdef __GLIBC__
 #include <malloc.h>
 
@@ -22,6 +24,14 @@ void fitAllocator([[maybe_unused]] std::uint64_t budgetBytes) {
   mallopt(M_MMAP_THRESHOLD, static_cast<int>(mapped));
   mallopt(M_TRIM_THRESHOLD, static_cast<int>(kept));
 #endif
+}
+
+std::uint64_t machineMemory() {
+  const long pages = sysconf(_SC_PHYS_PAGES);
+  const long pageBytes = sysconf(_SC_PAGE_SIZE);
+  constexpr std::uint64_t kFallback = std::uint64_t{1} << 31U;
+  if (pages <= 0 || pageBytes <= 0) return kFallback;
+  return static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageBytes);
 }
 
 }  // namespace MemCore

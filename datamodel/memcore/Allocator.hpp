@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// How much freed memory the process keeps for its next need. Point columns are allocated and freed
-// by the megabyte; handing each back to the system costs a page fault for every page of the next
-// one, keeping all of it adds to the process's size what no budget counts.
+// The machine's memory, and how much freed memory the process keeps for its next need. Point
+// columns are allocated and freed by the megabyte; handing each back to the system costs a page
+// fault for every page of the next one, keeping all of it adds to the process's size what no budget
+// counts.
 
 #pragma once
 
@@ -16,5 +17,8 @@ namespace MemCore {
 /// reuse, never more than a small part of it. For a program to call once, before its threads
 /// start; libraries leave the choice to it. Does nothing where the allocator has no such setting.
 FIBER_API void fitAllocator(std::uint64_t budgetBytes);
+
+/// The machine's memory in bytes; 2 GiB where the system does not tell.
+FIBER_API std::uint64_t machineMemory();
 
 }  // namespace MemCore

@@ -2,26 +2,14 @@
 
 #include "datamodel/memcore/Cache.hpp"
 
-#include <unistd.h>
-
 #include <algorithm>
+
+#include "datamodel/memcore/Allocator.hpp"
 
 namespace MemCore {
 
-namespace {
-
-std::uint64_t halfOfMachineMemory() {
-  const long pages = sysconf(_SC_PHYS_PAGES);
-  const long pageBytes = sysconf(_SC_PAGE_SIZE);
-  constexpr std::uint64_t kFallback = std::uint64_t{1} << 30;
-  if (pages <= 0 || pageBytes <= 0) return kFallback;
-  return static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageBytes) / 2;
-}
-
-}  // namespace
-
 StrongPtr<Cache> Cache::MemCache() {
-  static const auto theCache = makeStrong<Cache>(halfOfMachineMemory());
+  static const auto theCache = makeStrong<Cache>(machineMemory() / 2);
   return theCache;
 }
 

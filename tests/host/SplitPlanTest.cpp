@@ -127,6 +127,13 @@ TEST(SplitPlan, TooManyTilesAreRefused) {
   EXPECT_THAT(planFor(bundle, lengthOf(1, 1, 0)).failure(), HasSubstr("over 50 Million"));
 }
 
+TEST(SplitPlan, TilesBeyondTheMachinesMemoryAreRefused) {
+  EXPECT_EQ(memoryShortage(1000, 1'000'000), "");
+  EXPECT_EQ(memoryShortage(50'000'000, 8'000'000'000),
+            "50,000,000 tiles need about 17.0 GB of memory to plan, found 8.0 GB; give longer "
+            "--fragment-length");
+}
+
 TEST(SplitPlan, SparseCloudIsWarnedOf) {
   const auto bundle = CloudBuilder().fragment({{0, 0, 0}, {1e4, 1e4, 1}}).bundle();
   const SplitPlan plan = planFor(bundle, TilingOptions());

@@ -15,7 +15,8 @@ ROOT = pathlib.Path(__file__).parents[2]
 DOCUMENTS = [ROOT / "README.md", *sorted((ROOT / "docs").glob("*.md"))]
 COMMANDS = ("info", "split", "link", "show", "verify", "import", "export", "synth")
 # Flags of other programs that the documents name.
-FOREIGN = {"--preset", "--workflow", "--build", "--install", "--prefix", "--target", "--fix", "--no-tests"}
+FOREIGN = {"--preset", "--workflow", "--build", "--install", "--prefix", "--target", "--fix", "--no-tests",
+           "--quick", "--only", "--las", "--laz", "--call-graph", "--no-children"}
 
 
 @pytest.fixture(scope="module")

@@ -90,6 +90,7 @@ TEST(CanonicalPaths, SameFileHasOneForm) {
   EXPECT_EQ(paths.of(folder / "real/../link/./a.f5"), expected);
   EXPECT_NE(paths.of(folder / "real/b.f5"), expected);
   EXPECT_TRUE(paths.of("a.f5").is_absolute());
+  EXPECT_TRUE(paths.of("no such folder/a.f5").is_absolute());
 }
 
 }  // namespace
