@@ -33,7 +33,7 @@ Outcome<void> savePlan(Container::BundlePlan& plan, const StorageTransformations
                        const Container::SaveProgress& progress) {
   auto file = Container::AtomicFile::make(plan.file);
   if (!file.ok()) return file.failure();
-  const Container::WriteTarget target{file->descriptor(), options.kind};
+  const Container::WriteTarget target{file->descriptor(), options.kind, {}};
   auto result = writeBundle(plan, target, progress);
   while (result.ok() && *result == Container::WriteResult::kMustRestart) {
     result = writeBundle(plan, target, progress);

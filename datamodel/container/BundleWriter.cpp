@@ -81,7 +81,7 @@ class BundleWriter {
   }
 
   Outcome<WriteResult> writeRepresentation(PlannedRepresentation& representation) {
-    RepresentationEncoder encoder(representation, target_.kind, target_.batchBytes);
+    RepresentationEncoder encoder(representation, target_.kind, target_.sizes);
     RepresentationWriter writer(output_, representation, encoder);
     bool hasBegun = false;
     while (!hasBegun || !encoder.isFinished()) {

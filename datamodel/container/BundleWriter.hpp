@@ -22,7 +22,7 @@ using SaveProgress = std::function<bool(std::uint64_t done, std::uint64_t total)
 struct WriteTarget {
   int descriptor = -1;  ///< open for writing
   StorageKind kind = StorageKind::Grid;
-  std::uint64_t batchBytes = kUsualBatchBytes;
+  BatchSizes sizes;
 };
 
 enum class WriteResult {

@@ -82,10 +82,10 @@ Outcome<StrongPtr<MemBase>> arrayOf(const PlannedField& field, const PlannedPart
 }  // namespace
 
 RepresentationEncoder::RepresentationEncoder(PlannedRepresentation& plan, StorageKind kind,
-                                             std::uint64_t batchBytes)
+                                             const BatchSizes& sizes)
     : plan_(plan),
       kind_(kind),
-      batchBytes_(batchBytes),
+      sizes_(sizes),
       encoders_(plan.fields.size()),
       threadEncoders_(static_cast<std::size_t>(omp_get_max_threads())),
       grids_(plan.rows.size()),
@@ -119,16 +119,28 @@ ChunkEncoder& RepresentationEncoder::threadEncoder(int thread) {
 }
 
 RepresentationEncoder::Batch RepresentationEncoder::takeRows() {
+  const std::uint64_t wanted =
+      sizes_.perThread * static_cast<std::uint64_t>(omp_in_parallel() ? 1 : omp_get_max_threads());
   Batch batch;
-  while (!isFinished() && (batch.rows.empty() || batch.bytes < batchBytes_)) {
-    const PlannedRow& row = plan_.rows[ownRows_[nextRow_]];
-    batch.bytes += bytesOfRow(plan_, row);
-    batch.endRow = row.start + row.pointCount;
-    batch.rows.push_back(ownRows_[nextRow_++]);
-  }
+  do takeGroup(batch);
+  while (!isFinished() && batch.bytes < wanted);
   batch.arrays.resize(batch.rows.size());
   batch.points.resize(batch.rows.size());
   return batch;
+}
+
+void RepresentationEncoder::takeGroup(Batch& batch) {
+  const std::uint64_t before = batch.bytes;
+  Group group;
+  do {
+    const PlannedRow& row = plan_.rows[ownRows_[nextRow_]];
+    batch.bytes += bytesOfRow(plan_, row);
+    group.endRow = row.start + row.pointCount;
+    batch.rows.push_back(ownRows_[nextRow_++]);
+  } while (!isFinished() && batch.bytes - before < sizes_.group);
+  group.end = batch.rows.size();
+  group.nextRow = nextRow_;
+  batch.groups.push_back(group);
 }
 
 Outcome<void> RepresentationEncoder::makeRowArrays(Batch& batch, std::size_t i) {
@@ -204,47 +216,51 @@ void RepresentationEncoder::refuseGrid(Batch& batch) {
   makeEncoder(*positions_);
 }
 
-void RepresentationEncoder::addPieces(Batch& batch, EncodedBatch& encoded) {
-  for (std::size_t i = 0; i < batch.rows.size(); ++i) {
-    const PlannedRow& row = plan_.rows[batch.rows[i]];
-    for (std::size_t f = 0; f < plan_.fields.size(); ++f) {
-      StrongPtr<MemBase>& array = batch.arrays[i][f];
-      const PlannedPart& part = row.parts[f];
-      if (!array || part.rows == 0) continue;
-      const std::uint64_t width =
-          part.size.elementCount() / part.rows * plan_.fields[f].stored.type->componentCount();
-      const Encoding encoding = encoders_[f]->encoding();
-      if (encoding == Encoding::kPiece) {
-        const std::uint32_t checksum =
-            kind_ == StorageKind::Raw ? checksumOf(batch.rows[i], f) : crc32(bytesOf(*array));
-        encoded.rows.push_back({f, part.start, width, std::move(array), checksum});
-      } else if (encoding == Encoding::kGridColumns) {
-        encoders_[f]->add({part.start, part.rows, width, nullptr, std::move(*batch.points[i])});
-      } else {
-        encoders_[f]->add({part.start, part.rows, width, std::move(array), {}});
-      }
+void RepresentationEncoder::addPieces(Batch& batch, std::size_t i, EncodedBatch& encoded) {
+  const PlannedRow& row = plan_.rows[batch.rows[i]];
+  for (std::size_t f = 0; f < plan_.fields.size(); ++f) {
+    StrongPtr<MemBase>& array = batch.arrays[i][f];
+    const PlannedPart& part = row.parts[f];
+    if (!array || part.rows == 0) continue;
+    const std::uint64_t width =
+        part.size.elementCount() / part.rows * plan_.fields[f].stored.type->componentCount();
+    const Encoding encoding = encoders_[f]->encoding();
+    if (encoding == Encoding::kPiece) {
+      const std::uint32_t checksum =
+          kind_ == StorageKind::Raw ? checksumOf(batch.rows[i], f) : crc32(bytesOf(*array));
+      encoded.rows.push_back({f, part.start, width, std::move(array), checksum});
+    } else if (encoding == Encoding::kGridColumns) {
+      encoders_[f]->add({part.start, part.rows, width, nullptr, std::move(*batch.points[i])});
+    } else {
+      encoders_[f]->add({part.start, part.rows, width, std::move(array), {}});
     }
   }
 }
 
-/// All rows of a field's dataset below this one are there.
-std::uint64_t RepresentationEncoder::endOf(std::size_t f, const Batch& batch) const {
-  if (isFinished()) return plan_.fields[f].stored.rows;
-  if (plan_.sharesExtents) return batch.endRow;
-  return plan_.rows[ownRows_[nextRow_]].parts[f].start;
+/// All rows of a field's dataset below this one are there after a group.
+std::uint64_t RepresentationEncoder::endOf(std::size_t f, const Group& group) const {
+  if (group.nextRow == ownRows_.size()) return plan_.fields[f].stored.rows;
+  if (plan_.sharesExtents) return group.endRow;
+  return plan_.rows[ownRows_[group.nextRow]].parts[f].start;
 }
 
-Outcome<void> RepresentationEncoder::encodeComplete(const Batch& batch, EncodedBatch& encoded) {
+/// Requires: the pieces of the first group were added, and no others.
+Outcome<void> RepresentationEncoder::settleFilters() {
+  for (auto& encoder : encoders_) {
+    if (!encoder || encoder->encoding() == Encoding::kPiece) continue;
+    if (auto settled = encoder->settleFilter(threadEncoder(0)); !settled.ok()) return settled;
+  }
+  return {};
+}
+
+/// Lists the chunks that a group completes.
+void RepresentationEncoder::takeComplete(const Group& group, EncodedBatch& encoded) {
   for (std::size_t f = 0; f < encoders_.size(); ++f) {
     if (!encoders_[f] || encoders_[f]->encoding() == Encoding::kPiece) continue;
-    if (batch.rows.front() == ownRows_.front()) {
-      if (auto settled = encoders_[f]->settleFilter(threadEncoder(0)); !settled.ok())
-        return settled;
+    for (const ChunkRange& range : encoders_[f]->takeComplete(endOf(f, group))) {
+      encoded.chunks.push_back({f, range, {}, 0});
     }
-    const auto complete = encoders_[f]->takeComplete(endOf(f, batch));
-    for (const ChunkRange& range : complete) encoded.chunks.push_back({f, range, {}, 0});
   }
-  return encodeChunks(batch, encoded);
 }
 
 Outcome<void> RepresentationEncoder::encodeChunks(const Batch& batch, EncodedBatch& encoded) {
@@ -269,8 +285,16 @@ Outcome<EncodedBatch> RepresentationEncoder::next() {
   if (auto done = putOnGrid(batch); !done.ok()) return done.failure();
   EncodedBatch encoded;
   if (mustRestart_) return encoded;
-  addPieces(batch, encoded);
-  if (auto done = encodeComplete(batch, encoded); !done.ok()) return done.failure();
+  std::size_t i = 0;
+  for (const Group& group : batch.groups) {
+    while (i < group.end) addPieces(batch, i++, encoded);
+    const bool isFirst = batch.rows.front() == ownRows_.front() && &group == &batch.groups.front();
+    if (isFirst) {
+      if (auto settled = settleFilters(); !settled.ok()) return settled.failure();
+    }
+    takeComplete(group, encoded);
+  }
+  if (auto done = encodeChunks(batch, encoded); !done.ok()) return done.failure();
   return encoded;
 }
 

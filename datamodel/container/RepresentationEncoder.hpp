@@ -39,15 +39,20 @@ struct EncodedBatch {
   std::vector<BatchRows> rows;
 };
 
-/// Fragments are taken until their arrays make up this much. The order of chunks in the file
-/// follows from it, so it must not depend on the machine.
-inline constexpr std::uint64_t kUsualBatchBytes = std::uint64_t{256} << 20U;
+/// How much is encoded at once, in bytes of arrays.
+struct BatchSizes {
+  /// Fragments are taken in groups of this size. The order of chunks in the file follows from it,
+  /// so it must not depend on the machine.
+  std::uint64_t group = std::uint64_t{64} << 20U;
+  /// Groups are taken until there is this much for every thread.
+  std::uint64_t perThread = std::uint64_t{32} << 20U;
+};
 
 class RepresentationEncoder {
  public:
   /// The plan stays with the caller; fields whose points lie on no grid are marked in it.
   RepresentationEncoder(PlannedRepresentation& plan, StorageKind kind,
-                        std::uint64_t batchBytes = kUsualBatchBytes);
+                        const BatchSizes& sizes = {});
 
   bool isFinished() const { return nextRow_ == ownRows_.size(); }
   /// Fragments of this file handled so far, and in all.
@@ -73,12 +78,18 @@ class RepresentationEncoder {
   }
 
  private:
+  /// Some fragments of a batch, in a row.
+  struct Group {
+    std::size_t end = 0;       ///< behind the last of them, in the batch
+    std::size_t nextRow = 0;   ///< the fragment that follows, as a place in ownRows_
+    std::uint64_t endRow = 0;  ///< row behind theirs
+  };
   /// The arrays of the fragments of one batch.
   struct Batch {
     std::vector<std::size_t> rows;                                 ///< places in the plan
     std::vector<std::vector<MemCore::StrongPtr<MemBase>>> arrays;  ///< [fragment][field]
     std::vector<std::optional<GridPoints>> points;                 ///< [fragment]
-    std::uint64_t endRow = 0;
+    std::vector<Group> groups;
     std::uint64_t bytes = 0;  ///< of all arrays
   };
 
@@ -86,20 +97,22 @@ class RepresentationEncoder {
   /// Rows of the first fragments where they agree, else 0.
   std::uint64_t fragmentRows(std::size_t field) const;
   Batch takeRows();
+  void takeGroup(Batch& batch);
   MemCore::Outcome<void> makeArrays(Batch& batch);
   MemCore::Outcome<void> makeRowArrays(Batch& batch, std::size_t i);
   MemCore::Outcome<void> putOnGrid(Batch& batch);
   void refuseGrid(Batch& batch);
-  void addPieces(Batch& batch, EncodedBatch& encoded);
-  MemCore::Outcome<void> encodeComplete(const Batch& batch, EncodedBatch& encoded);
+  void addPieces(Batch& batch, std::size_t i, EncodedBatch& encoded);
+  MemCore::Outcome<void> settleFilters();
+  void takeComplete(const Group& group, EncodedBatch& encoded);
   MemCore::Outcome<void> encodeChunks(const Batch& batch, EncodedBatch& encoded);
-  std::uint64_t endOf(std::size_t field, const Batch& batch) const;
+  std::uint64_t endOf(std::size_t field, const Group& group) const;
   std::optional<CoordinateGrid> hintFor(std::size_t row) const;
   ChunkEncoder& threadEncoder(int thread);
 
   PlannedRepresentation& plan_;
   StorageKind kind_;
-  std::uint64_t batchBytes_;
+  BatchSizes sizes_;
   std::vector<std::size_t> ownRows_;  ///< places in the plan of the fragments of this file
   std::size_t nextRow_ = 0;           ///< place in ownRows_
   std::optional<std::size_t> positions_;

@@ -29,7 +29,7 @@ TEST(BundleRoundTrip, RandomModelsReturnExactly) {
       if (round % 2 == 0) {
         saveTo(file, model, kind);
       } else {
-        writeInBatches(model, file, kind, 1 + random() % 10000);
+        writeInBatches(model, file, kind, {1 + random() % 10000, random() % 20000});
       }
       const BundlePtr back = loadBundle(file);
       ASSERT_TRUE(bool(back)) << "round " << round;

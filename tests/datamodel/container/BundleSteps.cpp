@@ -27,7 +27,7 @@ void saveTo(const std::string& file, const BundlePtr& bundle, StorageKind kind,
 }
 
 int writeInBatches(const BundlePtr& bundle, const std::string& file, StorageKind kind,
-                   std::uint64_t batchBytes) {
+                   const BatchSizes& sizes) {
   auto plan = planBundle(*bundle, file, true);
   if (!plan.ok()) {
     ADD_FAILURE() << plan.error();
@@ -36,7 +36,7 @@ int writeInBatches(const BundlePtr& bundle, const std::string& file, StorageKind
   for (int attempts = 1;; ++attempts) {
     auto output = AtomicFile::make(file);
     EXPECT_TRUE(output.ok());
-    const WriteTarget target{output->descriptor(), kind, batchBytes};
+    const WriteTarget target{output->descriptor(), kind, sizes};
     const auto result = writeBundle(*plan, target, {});
     if (!result.ok()) {
       ADD_FAILURE() << result.error();

@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "datamodel/container/RepresentationEncoder.hpp"
 #include "datamodel/fiber/Bundle.hpp"
 
 namespace Fiber::Container {
@@ -17,9 +18,9 @@ MemCore::StrongPtr<StorageTransformations> stored(StorageKind kind, bool linkFra
 void saveTo(const std::string& file, const BundlePtr& bundle, StorageKind kind = StorageKind::Grid,
             bool linkFragments = true);
 
-/// Saves in batches of so many bytes, as often as the writer asks for it; how often that was.
+/// Saves in batches of these sizes, as often as the writer asks for it; how often that was.
 int writeInBatches(const BundlePtr& bundle, const std::string& file, StorageKind kind,
-                   std::uint64_t batchBytes);
+                   const BatchSizes& sizes);
 
 /// A field of the only grid's vertices in the standard chart; empty when there is none.
 MemCore::StrongPtr<Field> fieldOf(const Bundle& bundle, const std::string& name);

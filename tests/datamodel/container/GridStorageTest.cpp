@@ -133,7 +133,7 @@ TEST(GridStorage, LaterBatchOffTheGridBeginsAgainWithDoubles) {
     }
     cloud.fragment(points).field("Intensity", intensity);
   }
-  EXPECT_EQ(writeInBatches(cloud.bundle(), folder / "a.f5", StorageKind::Grid, 1), 2);
+  EXPECT_EQ(writeInBatches(cloud.bundle(), folder / "a.f5", StorageKind::Grid, {1, 0}), 2);
   EXPECT_EQ(storedClass(folder / "a.f5"), H5T_FLOAT);
   expectRoundTrip(cloud.bundle(), folder / "a.f5");
   EXPECT_EQ(entryCount(folder.path()), 1);
@@ -148,8 +148,30 @@ TEST(GridStorage, BatchesOfAnySizeGiveTheSameBundle) {
     cloud.fragment(gridPoints(count, 0.01, 100, 40 + k)).waveforms("Waveforms", 5, samples);
   }
   for (const std::uint64_t batchBytes : {1U, 700000U, 100000000U}) {
-    EXPECT_EQ(writeInBatches(cloud.bundle(), folder / "a.f5", StorageKind::Grid, batchBytes), 1);
+    EXPECT_EQ(writeInBatches(cloud.bundle(), folder / "a.f5", StorageKind::Grid, {batchBytes, 0}),
+              1);
     expectRoundTrip(cloud.bundle(), folder / "a.f5");
+  }
+}
+
+TEST(GridStorage, FilesDoNotDependOnHowManyGroupsAreEncodedAtOnce) {
+  const TempDir folder;
+  CloudBuilder cloud;
+  std::mt19937_64 random(5);
+  for (std::uint64_t k = 0; k < 9; ++k) {
+    const std::size_t count = 15000 + 7 * k;
+    // Off any grid, so that the first chunk of rows decides on their filters.
+    std::vector<Point> points = gridPoints(count, 0.01, 100, 40 + k);
+    for (Point& point : points) point.z += static_cast<double>(random() % 1000) / 7e5;
+    cloud.fragment(points).field("Intensity", std::vector<unsigned short>(count, 3));
+  }
+  const std::string file = folder / "a.f5";
+  std::string expected;
+  for (const std::uint64_t perThread :
+       {std::uint64_t{0}, std::uint64_t{2000000}, ~std::uint64_t{0} >> 10U}) {
+    writeInBatches(cloud.bundle(), file, StorageKind::Deflate, {700000, perThread});
+    if (expected.empty()) expected = contentsOf(file);
+    EXPECT_EQ(contentsOf(file) == expected, true) << perThread;
   }
 }
 
