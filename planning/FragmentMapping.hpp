@@ -26,8 +26,8 @@ struct FragmentMapping {
   MemCore::StrongPtr<MemCore::Chunk<TileCell>> tileCells;  ///< at (ny * k + j) * nx + i
 };
 
-/// About the memory that planning takes for each tile: its cell, its output fragment, and a set of a
-/// few input fragments.
+/// About the memory that planning takes for each tile: its cell, its output fragment, and a set of
+/// a few input fragments.
 inline constexpr std::uint64_t kPlanBytesPerTile = 340;
 
 /// Maps the input fragments onto the tiles of a layout (at least one tile). Says on the console how
