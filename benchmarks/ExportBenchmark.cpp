@@ -17,11 +17,11 @@
 #include <filesystem>
 #include <vector>
 
+#include "benchmarks/BundlePoints.hpp"
+#include "benchmarks/ChildProgram.hpp"
 #include "benchmarks/DecodeFloor.hpp"
 #include "benchmarks/Program.hpp"
 #include "benchmarks/SurveyInput.hpp"
-#include "formats/cloud/PointCloudReader.hpp"
-#include "formats/export/LasExport.hpp"
 #include "formats/las/LasFile.hpp"
 #include "formats/laz/LazCodec.hpp"
 
@@ -35,6 +35,7 @@ using MemCore::Failure;
 using MemCore::Outcome;
 
 struct Scene {
+  std::string program = builtProgram();
   std::string laz;
   std::string bundle;
   std::string las;
@@ -42,48 +43,40 @@ struct Scene {
   std::uint64_t points = 0;
 };
 
-MemCore::StrongPtr<Fiber::StorageTransformations> notDurable() {
-  auto transformations = MemCore::makeStrong<Fiber::StorageTransformations>();
-  transformations->durable = false;
-  return transformations;
+/// The number of points of a LAS or LAZ file.
+Outcome<std::uint64_t> pointsOf(const std::string& path) {
+  const auto opened = Formats::LasFile::open(path);
+  if (!opened.ok()) return opened.failure();
+  return (*opened)->pointCount();
 }
 
-Outcome<std::uint64_t> importCloud(const Scene& scene, int threads) {
-  omp_set_num_threads(threads);
-  Fiber::Bundle bundle;
-  const auto summary = Formats::addPointCloud(bundle, {scene.laz}, {});
-  if (!summary.ok()) return summary.failure();
-  const auto saved = bundle.save(scene.bundle, nullptr, notDurable());
-  if (!saved.ok()) return saved.failure();
-  return summary->points;
+/// Runs the program as its users do; waiting for the disk left out.
+Measure running(const Scene& scene, std::vector<std::string> arguments, int threads) {
+  for (const char* more : {"--no-sync", "--force", "--threads"}) arguments.emplace_back(more);
+  arguments.push_back(std::to_string(threads));
+  return [&scene, arguments] { return measureProgram(scene.program, arguments, scene.out); };
 }
 
-Outcome<std::uint64_t> exportBundle(const Scene& scene, const std::string& path, int threads) {
-  omp_set_num_threads(threads);
-  bool ok = false;
-  std::string failure;
-  const auto bundle = Fiber::Bundle::load(ok,
-                                          MemCore::makeStrong<MemCore::LoaderParameters>(
-                                              MemCore::LoaderParameters{{scene.bundle}, false}),
-                                          nullptr, &failure);
-  if (!ok) return Failure{failure};
-  const auto source = Formats::exportSource(*(*(*bundle)[0.0]).findGrid("points"));
-  if (!source.ok()) return source.failure();
-  Formats::LasExportOptions options;
-  options.isCompressed = path.ends_with(".laz");
-  const auto target = Formats::lasTargetOf(*source, options);
-  if (!target.ok()) return target.failure();
-  const auto grid = Formats::settleScaling(*source, options);
-  if (!grid.ok()) return grid.failure();
-  Formats::LasExportJob job;
-  job.path = path;
-  job.source = &*source;
-  job.fragments = source->fragments;
-  job.target = &*target;
-  job.grid = *grid;
-  const auto done = Formats::exportLas(job);
-  if (!done.ok()) return done.failure();
-  return done->points;
+Measure importing(const Scene& scene, int threads) {
+  return [&scene, run = running(scene, {"import", scene.laz, "-o", scene.bundle}, threads)] {
+    auto measured = run();
+    if (!measured.ok()) return measured;
+    const auto points = pointsOfBundle(scene.bundle);
+    if (!points.ok()) return Outcome<Measurement>(points.failure());
+    measured->points = *points;
+    return measured;
+  };
+}
+
+Measure exporting(const Scene& scene, const std::string& path, int threads) {
+  return [path, run = running(scene, {"export", scene.bundle, "-o", path}, threads)] {
+    auto measured = run();
+    if (!measured.ok()) return measured;
+    const auto points = pointsOf(path);
+    if (!points.ok()) return Outcome<Measurement>(points.failure());
+    measured->points = *points;
+    return measured;
+  };
 }
 
 /// Reads the records of a plain file and encodes them, chunk by chunk.
@@ -117,23 +110,23 @@ Outcome<std::uint64_t> copyOnly(const Scene& scene) {
 
 struct Step {
   const char* name;
-  MeasuredWork floor;
-  MeasuredWork work;
+  Measure floor;
+  Measure work;
 };
 
 void compareAll(Bench& bench, const Scene& scene, int threads) {
   const std::string laz = scene.out + "/back.laz";
   const std::string las = scene.out + "/back.las";
-  const std::vector<Step> steps{{"import LAZ", [&] { return decodeOnly(scene.laz, threads); },
-                                 [&] { return importCloud(scene, threads); }},
-                                {"export LAZ", [&] { return encodeOnly(scene, threads); },
-                                 [&] { return exportBundle(scene, laz, threads); }},
-                                {"export LAS", [&] { return copyOnly(scene); },
-                                 [&] { return exportBundle(scene, las, threads); }}};
+  const std::vector<Step> steps{
+      {"import LAZ", inChild([&] { return decodeOnly(scene.laz, threads); }),
+       importing(scene, threads)},
+      {"export LAZ", inChild([&] { return encodeOnly(scene, threads); }),
+       exporting(scene, laz, threads)},
+      {"export LAS", inChild([&] { return copyOnly(scene); }), exporting(scene, las, threads)}};
   for (const Step& step : steps) {
     bench.compare(
-        {}, fmt::format("{} {} thread(s)", step.name, threads), inChild(step.floor),
-        inChild(step.work), [&](Finding& finding, const Comparison& compared) {
+        {}, fmt::format("{} {} thread(s)", step.name, threads), step.floor, step.work,
+        [&](Finding& finding, const Comparison& compared) {
           const double points = static_cast<double>(scene.points);
           finding.figures.emplace_back("Mpoints per s", points / compared.work.seconds / 1e6);
           const bool isRight =
@@ -143,12 +136,14 @@ void compareAll(Bench& bench, const Scene& scene, int threads) {
   }
 }
 
-/// A plain copy and a bundle of the survey. Everything runs in children, so that this process
+/// A bundle of the survey, and a plain copy. Everything runs in children, so that this process
 /// starts no threads.
 Outcome<std::uint64_t> prepare(const Scene& scene) {
-  const auto imported = importCloud(scene, 2);
-  if (!imported.ok()) return imported.failure();
-  return exportBundle(scene, scene.las, 2);
+  for (const Measure& step : {importing(scene, 2), exporting(scene, scene.las, 2)}) {
+    const auto done = step();
+    if (!done.ok()) return done.failure();
+  }
+  return pointsOf(scene.laz);
 }
 
 void run(Bench& bench, const std::string& laz, std::uint64_t points) {
@@ -159,9 +154,9 @@ void run(Bench& bench, const std::string& laz, std::uint64_t points) {
   scene.out = bench.workspace.folder();
   scene.bundle = bench.workspace.path("survey.f5");
   scene.las = bench.workspace.path("survey.las");
-  const auto prepared = measureInChild([&] { return prepare(scene); });
+  const auto prepared = prepare(scene);
   if (!prepared.ok()) return bench.report.fail(prepared.error());
-  scene.points = prepared->points;
+  scene.points = *prepared;
   for (const int threads : {1, 2}) compareAll(bench, scene, threads);
 }
 

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "benchmarks/BundlePoints.hpp"
 #include "datamodel/memcore/Allocator.hpp"
 #include "datamodel/memcore/Console.hpp"
 #include "formats/cloud/PointCloudReader.hpp"
@@ -16,24 +17,6 @@ namespace Benchmarks {
 namespace {
 
 constexpr const char* kOutput = "/out.f5";
-
-std::uint64_t pointsOf(const std::string& bundleFile) {
-  bool ok = false;
-  const auto parameters = MemCore::makeStrong<MemCore::LoaderParameters>(
-      MemCore::LoaderParameters{{bundleFile}, false});
-  const auto bundle = Fiber::Bundle::load(ok, parameters, nullptr);
-  if (!ok) return 0;
-  std::uint64_t points = 0;
-  for (const auto& [time, slice] : bundle->slices()) {
-    for (const auto& [name, grid] : slice->grids()) {
-      const auto positions = grid->CartesianPositions();
-      for (const auto& id : positions->getFragmentIDs()) {
-        if (const auto creator = positions->getCreator(id)) points += Fiber::pointCountOf(*creator);
-      }
-    }
-  }
-  return points;
-}
 
 /// Splits the file; returns what the reader of the cloud knows of it.
 MemCore::Outcome<Formats::CloudSummary> runSplit(const SplitJob& job) {
@@ -70,7 +53,7 @@ MemCore::Outcome<Formats::CloudSummary> runSplit(const SplitJob& job) {
 MemCore::Outcome<std::uint64_t> splitFile(const SplitJob& job) {
   const auto cloud = runSplit(job);
   if (!cloud.ok()) return cloud.failure();
-  return pointsOf(job.folder + kOutput);
+  return pointsOfBundle(job.folder + kOutput);
 }
 
 MemCore::Outcome<std::uint64_t> countDecodes(const SplitJob& job) {

@@ -2,9 +2,12 @@
 
 #include "host/ImportCommand.hpp"
 
+#include <omp.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <system_error>
+#include <unordered_set>
 
 #include "datamodel/memcore/Cache.hpp"
 #include "datamodel/memcore/LoaderProgress.hpp"
@@ -41,13 +44,47 @@ Result<LoadedInput> openClouds(const ImportOptions& options, ResolvedInput& inpu
   return loadInput(input, {options.grid, options.time, options.keepOrder, options.columns});
 }
 
-/// LAS files are decoded as the bundle is written, each fragment once: a cache beyond those in work
-/// would only make each take fresh memory. (Text was parsed before, into the cache.)
-void limitCache(InputKind kind) {
+std::uint64_t bytesOf(const Fiber::CreativeArrayBase& creator) {
+  const Fiber::ArrayFacts facts = creator.facts();
+  return facts.type && facts.size ? facts.size->elementCount() * facts.type->elementBytes() : 0;
+}
+
+/// At least what the columns of any one fragment take.
+std::uint64_t largestFragment(const Fiber::Grid& grid) {
+  const auto vertices = grid.skeletons().findVertices(-1);
+  std::uint64_t sum = 0;
+  std::unordered_set<unsigned long long> visited;
+  if (!vertices) return sum;
+  vertices->iterate_fields(
+      [&](const MemCore::WeakPtr<Fiber::BaseSpace>&, Fiber::Representation&, const Fiber::FieldID&,
+          const MemCore::StrongPtr<Fiber::Field>& field) {
+        std::uint64_t largest = 0;
+        for (const auto& id : field->getFragmentIDs()) {
+          if (const auto creator = field->getCreator(id)) {
+            largest = std::max(largest, bytesOf(*creator));
+          }
+        }
+        sum += largest;
+        return true;
+      },
+      visited);
+  return sum;
+}
+
+/// LAS files are decoded as the bundle is written, each fragment once and by one thread: a cache
+/// beyond those in work would only make each take fresh memory. (Text was parsed before, into the
+/// cache.)
+void limitCache(InputKind kind, const Fiber::Bundle& bundle) {
   if (kind != InputKind::PointClouds) return;
-  constexpr std::uint64_t kFragmentsInWork = std::uint64_t{256} << 20U;
+  std::uint64_t largest = 0;
+  for (const auto& [time, slice] : bundle.slices()) {
+    for (const auto& [name, grid] : slice->grids()) {
+      largest = std::max(largest, largestFragment(*grid));
+    }
+  }
+  const std::uint64_t inWork = 2 * largest * static_cast<std::uint64_t>(omp_get_max_threads());
   const auto cache = MemCore::Cache::MemCache();
-  cache->setBudget(std::min(cache->budget(), kFragmentsInWork));
+  cache->setBudget(std::min(cache->budget(), inWork));
 }
 
 Check saveBundle(Fiber::Bundle& bundle, const std::string& output, const StorageOptions& storage) {
@@ -76,7 +113,7 @@ ExitCode runImport(const ImportOptions& options, Session& session) {
   session.warnOfAll(loaded->notes);
   const auto output = prepareOutputFile(options.output, {".f5"}, options.force);
   if (!output.ok()) return session.stop(output.stop());
-  limitCache(input.kind);
+  limitCache(input.kind, *loaded->bundle);
   const Check saved = saveBundle(*loaded->bundle, *output, options.storage);
   if (!saved.ok()) return session.stop(saved.stop());
   session.warnOfAll(loaded->lateNotes());

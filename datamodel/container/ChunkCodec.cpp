@@ -57,14 +57,16 @@ Outcome<std::span<const std::byte>> checked(std::span<const std::byte> stored) {
 Outcome<EncodedChunk> ChunkEncoder::encode(std::span<const std::byte> plain,
                                            std::size_t elementSize, ChunkFilter filter) {
   std::span<const std::byte> current = plain;
+  std::size_t sectionBytes = plain.size() + 1;
   if (filter.shuffle) {
+    sectionBytes = std::max<std::size_t>(plain.size() / elementSize, 1);
     const std::span<std::byte> shuffled = scratchOf(shuffled_, plain.size());
     shuffleBytes(plain, elementSize, shuffled);
     current = shuffled;
   }
   EncodedChunk chunk;
   if (filter.deflate) {
-    const auto stream = compressor_.compress(current);
+    const auto stream = compressor_.compress(current, sectionBytes);
     if (!stream.ok()) return stream.failure();
     current = *stream;
   }

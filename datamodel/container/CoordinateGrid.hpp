@@ -19,6 +19,8 @@
 #include <span>
 #include <vector>
 
+#include "datamodel/memcore/Chunk.hpp"
+
 namespace Fiber::Container {
 
 /// The grid of one axis. Units: those of the coordinates.
@@ -51,7 +53,8 @@ void decodeFromGrid(std::span<const std::int32_t> column, const AxisGrid& grid, 
 /// Points as integers on their grid, one column per axis.
 struct GridPoints {
   CoordinateGrid grid;
-  std::array<std::vector<std::int32_t>, 3> columns;
+  using Column = std::vector<std::int32_t, MemCore::UninitialisedAllocator<std::int32_t>>;
+  std::array<Column, 3> columns;
 };
 
 /// The points on the hinted grid, or on one that findGrid finds; empty when there is none.

@@ -138,6 +138,10 @@ Outcome<void> readRows(const DatasetLayout& layout, int descriptor, const RowRan
   return walk.run(target, [&](const ChunkPart& part, std::span<const std::byte> plain) {
     const std::byte* from = plain.data() + part.firstRow * chunkRow;
     std::byte* to = values.data() + part.outputRow * outputRow + part.column * number;
+    if (chunkRow == outputRow) {
+      std::memcpy(to, from, part.rows * outputRow);
+      return;
+    }
     for (std::uint64_t r = 0; r < part.rows; ++r) {
       std::memcpy(to + r * outputRow, from + r * chunkRow, part.columns * number);
     }

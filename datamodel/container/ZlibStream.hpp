@@ -24,9 +24,16 @@ class ZlibCompressor {
   ZlibCompressor(ZlibCompressor&&) noexcept;
   ZlibCompressor& operator=(ZlibCompressor&&) noexcept;
 
-  /// The zlib stream of `plain`; the bytes stay valid until the next call.
+  /// The zlib stream of `plain`; the bytes stay valid until the next call. `sectionBytes`: after so
+  /// many bytes each the kind of bytes changes, as between the planes of shuffled numbers; a hint.
+  /// Requires: sectionBytes > 0.
   /// Errors: the compressor could not be set up or gave no stream (out of memory).
-  MemCore::Outcome<std::span<const std::byte>> compress(std::span<const std::byte> plain);
+  MemCore::Outcome<std::span<const std::byte>> compress(std::span<const std::byte> plain,
+                                                        std::size_t sectionBytes);
+  /// The same where all bytes are of one kind.
+  MemCore::Outcome<std::span<const std::byte>> compress(std::span<const std::byte> plain) {
+    return compress(plain, plain.size() + 1);
+  }
 
  private:
   struct Backend;

@@ -56,8 +56,9 @@ class UninitialisedAllocator {
   }
   void deallocate(T* p, std::size_t) { ::operator delete(p, std::align_val_t(64)); }
   template <class U>
-  void construct(U* p) {
-    ::new (static_cast<void*>(p)) U;
+  void construct([[maybe_unused]] U* p) {
+    // Plain types are left out even where they have default values: allocated is made.
+    if constexpr (!std::is_trivially_copyable_v<U>) ::new (static_cast<void*>(p)) U;
   }
   template <class U, class... Args>
   void construct(U* p, Args&&... args) {

@@ -20,15 +20,12 @@ using ByteChunk = MemCore::Chunk<std::byte>;
 
 /// Records per block: positions, records and columns of a block stay in the second-level cache.
 constexpr std::size_t kBlockRecords = 4 * Fiber::kBlockPoints;
-/// Records per read: whole blocks of a survey, and few enough to stay in the cache meanwhile.
-constexpr std::uint64_t kReadRecords = 32 * Fiber::kBlockPoints;
 
 /// The columns of one fragment being filled from front to back.
 class ColumnFiller {
  public:
   ColumnFiller(const PointColumns& columns, std::uint64_t pointCount)
       : columns_(columns),
-        surveyor_(columns),
         positions_(Fiber::makeArray(MemCore::Chunk<PhysicalSpace::point>::uninitialised(
             static_cast<std::size_t>(pointCount)))) {
     for (const PointColumns::Field& field : columns.fields) {
@@ -48,10 +45,10 @@ class ColumnFiller {
     }
   }
 
-  DecodedPoints finish() {
+  DecodedHandle finish() {
     std::vector<StrongPtr<Fiber::MemBase>> all{positions_};
     all.insert(all.end(), fieldColumns_.begin(), fieldColumns_.end());
-    return {MemCore::makeStrong<DecodedFragment>(std::move(all)), surveyor_.finish()};
+    return MemCore::makeStrong<DecodedFragment>(std::move(all));
   }
 
  private:
@@ -59,7 +56,6 @@ class ColumnFiller {
     const std::size_t count = records.size() / recordBytes;
     const auto points = positions_->span().subspan(done_, count);
     extractPositions(records, recordBytes, columns_.scaling, {&points.front().x, count * 3});
-    surveyor_.add(records);
     for (std::size_t i = 0; i < outputs_.size(); ++i) {
       outputs_[i] = {columns_.fields[i].field, storedPlace(i, count)};
     }
@@ -89,7 +85,6 @@ class ColumnFiller {
   }
 
   const PointColumns& columns_;
-  PointSurveyor surveyor_;
   StrongPtr<Points> positions_;
   std::vector<StrongPtr<Fiber::MemBase>> fieldColumns_;
   std::vector<ColumnOutput> outputs_;
@@ -97,12 +92,11 @@ class ColumnFiller {
   std::size_t done_ = 0;
 };
 
-/// Calls `use` with all records, a few blocks at a time.
+/// Calls `use` with all records, piece by piece.
 template <class Use>
 Outcome<void> forEachPiece(RecordView& records, const Use& use) {
-  const std::uint64_t end = records.pointCount();
-  for (std::uint64_t first = 0; first < end; first += kReadRecords) {
-    const auto piece = records.read(first, std::min(kReadRecords, end - first));
+  for (const PointRange& range : records.pieces()) {
+    const auto piece = records.read(range.firstPoint, range.pointCount);
     if (!piece) return piece.failure();
     use(*piece);
   }
@@ -113,11 +107,26 @@ Outcome<void> forEachPiece(RecordView& records, const Use& use) {
 
 void PointSurveyor::add(std::span<const std::byte> records) {
   const std::size_t recordBytes = columns_.file->recordBytes();
-  const std::size_t blockBytes = Fiber::kBlockPoints * recordBytes;
-  for (std::size_t at = 0; at < records.size(); at += blockBytes) {
-    const auto block = records.subspan(at, std::min(blockBytes, records.size() - at));
-    const auto [min, max] = boundsOfPositions(block, recordBytes, columns_.scaling);
+  while (!records.empty()) {
+    const std::size_t room = (Fiber::kBlockPoints - openPoints_) * recordBytes;
+    const auto part = records.first(std::min(room, records.size()));
+    addToBlock(boundsOfPositions(part, recordBytes, columns_.scaling));
+    openPoints_ = (openPoints_ + part.size() / recordBytes) % Fiber::kBlockPoints;
+    records = records.subspan(part.size());
+  }
+}
+
+/// Adds points of one block: of a new one, unless the last one still waits for points.
+void PointSurveyor::addToBlock(const PositionBounds& bounds) {
+  const auto& [min, max] = bounds;
+  if (openPoints_ == 0) {
     survey_.blocks.push_back({{min[0], min[1], min[2]}, {max[0], max[1], max[2]}});
+    return;
+  }
+  Fiber::PointBox& block = survey_.blocks.back();
+  for (std::size_t axis = 0; axis < min.size(); ++axis) {
+    block.min[axis] = std::min(block.min[axis], min[axis]);
+    block.max[axis] = std::max(block.max[axis], max[axis]);
   }
 }
 
@@ -162,12 +171,14 @@ void extractColumn(const PointColumns& columns, std::size_t column,
   convertElements(field.conversion, stored, out);
 }
 
-Outcome<DecodedPoints> decodePoints(const PointColumns& columns, RecordView& records) {
+Outcome<DecodedHandle> decodePoints(const PointColumns& columns, RecordView& records,
+                                    PointSurveyor* surveyor) {
   // The columns come after the first piece: a file that only claims to have so many points fails
   // before memory is taken for them.
   std::optional<ColumnFiller> filler;
   const auto done = forEachPiece(records, [&](std::span<const std::byte> piece) {
     if (!filler) filler.emplace(columns, records.pointCount());
+    if (surveyor != nullptr) surveyor->add(piece);
     filler->add(piece);
   });
   if (!done) return done.failure();

@@ -48,13 +48,16 @@ class PointSurveyor {
  public:
   explicit PointSurveyor(const PointColumns& columns) : columns_(columns) {}
 
-  /// Adds whole records. Requires: all pieces but the last have whole blocks.
+  /// Adds whole records.
   void add(std::span<const std::byte> records);
   PointSurvey finish();
 
  private:
+  void addToBlock(const PositionBounds& bounds);
+
   const PointColumns& columns_;
   PointSurvey survey_;
+  std::size_t openPoints_ = 0;  ///< In the last block, as long as it is not full.
 };
 
 /// Reads a fragment's records for their survey alone. Errors: those of the records.
@@ -64,14 +67,9 @@ MemCore::Outcome<PointSurvey> surveyPoints(const PointColumns& columns, RecordVi
 void extractColumn(const PointColumns& columns, std::size_t column,
                    std::span<const std::byte> records, std::span<std::byte> out);
 
-/// A fragment's columns, and where its points lie.
-struct DecodedPoints {
-  DecodedHandle fragment;
-  PointSurvey survey;
-};
-
-/// Makes all columns of a fragment.
+/// Makes all columns of a fragment, and shows the records to a surveyor if there is one.
 /// Errors: unreadable or damaged records, naming file and points. May throw std::bad_alloc.
-MemCore::Outcome<DecodedPoints> decodePoints(const PointColumns& columns, RecordView& records);
+MemCore::Outcome<DecodedHandle> decodePoints(const PointColumns& columns, RecordView& records,
+                                             PointSurveyor* surveyor);
 
 }  // namespace Formats

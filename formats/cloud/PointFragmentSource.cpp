@@ -35,12 +35,14 @@ Outcome<const PointSurvey*> PointFragmentSource::survey() {
 Outcome<DecodedHandle> PointFragmentSource::decode() {
   Outcome<RecordView> records = records_->open(Keep::No);
   if (!records) return records.failure();
-  Outcome<DecodedPoints> made = decodePoints(*columns_, *records);
-  if (!made) return made.failure();
-  keepSurvey(std::move(made->survey));
+  PointSurveyor surveyor(*columns_);
+  const bool isSurveyed = knownSurvey() != nullptr;
+  Outcome<DecodedHandle> made = decodePoints(*columns_, *records, isSurveyed ? nullptr : &surveyor);
+  if (!made) return made;
+  if (!isSurveyed) keepSurvey(surveyor.finish());
   // Who asks for whole columns will do so again.
   records_->release();
-  return made->fragment;
+  return made;
 }
 
 void PointFragmentSource::surveyDecoded(std::span<const std::byte> records) {

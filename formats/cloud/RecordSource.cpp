@@ -13,6 +13,12 @@ std::uint64_t RecordView::pointCount() const { return source_->range().pointCoun
 
 std::size_t RecordView::recordBytes() const { return source_->file().recordBytes(); }
 
+std::vector<PointRange> RecordView::pieces() const {
+  std::vector<PointRange> pieces = piecesOf(source_->file(), source_->range());
+  for (PointRange& piece : pieces) piece.firstPoint -= source_->range().firstPoint;
+  return pieces;
+}
+
 Outcome<std::span<const std::byte>> RecordView::read(std::uint64_t first, std::uint64_t count) {
   const auto bytes = static_cast<std::size_t>(count * recordBytes());
   if (!inMemory_) {
@@ -39,6 +45,11 @@ Outcome<void> RecordView::copy(std::uint64_t first, std::span<std::byte> out) {
 
 /// Reads from file or spill; where the spill has lost the records, they are in memory afterwards.
 Outcome<void> RecordView::readStored(std::uint64_t first, std::span<std::byte> out) {
+  if (way_ == Way::ByDecoding) {
+    const LasFile& file = source_->file();
+    const std::uint64_t point = source_->range().firstPoint + first;
+    return readRange(file, {point, out.size() / file.recordBytes()}, out);
+  }
   while (!inMemory_) {
     const Outcome<bool> isRead = source_->readStored(first, out);
     if (!isRead) return isRead.failure();
@@ -51,7 +62,10 @@ Outcome<void> RecordView::readStored(std::uint64_t first, std::span<std::byte> o
 }
 
 Outcome<RecordView> RecordSource::open(Keep keep) {
-  if (isStored()) return RecordView(shared_from_this());
+  if (isStored()) return RecordView(shared_from_this(), RecordView::Way::FromStorage);
+  if (keep == Keep::No && file().storage() == PointStorage::Chunked && !present()) {
+    return RecordView(shared_from_this(), RecordView::Way::ByDecoding);
+  }
   auto records = decoded(keep);
   if (!records) return records.failure();
   return RecordView(shared_from_this(), *records);

@@ -36,20 +36,28 @@ struct FileRecords {
   std::size_t nextInStream = 0;  ///< Fragments in front of it have all been decoded once.
 };
 
-/// Whether the cache is to take records that had to be decoded.
+/// Whether records that have to be decoded will be wanted again: the cache takes them then. If not,
+/// they are decoded as they are read, a chunk at a time, and nobody else sees them.
 enum class Keep { Yes, No };
 
 /// The records of one fragment, open for reading by one user, who keeps them in memory by it if
 /// that is where they are. Threads: one at a time.
 class RecordView {
  public:
-  explicit RecordView(std::shared_ptr<RecordSource> source) : source_(std::move(source)) {}
+  /// How a view comes by records that are not in memory.
+  enum class Way { FromStorage, ByDecoding };
+
+  RecordView(std::shared_ptr<RecordSource> source, Way way)
+      : source_(std::move(source)), way_(way) {}
   RecordView(std::shared_ptr<RecordSource> source, RecordsHandle inMemory)
       : source_(std::move(source)), inMemory_(std::move(inMemory)) {}
 
   std::uint64_t pointCount() const;
   std::size_t recordBytes() const;
 
+  /// All records in pieces that are cheap to read one after the other, counted from the fragment's
+  /// first one.
+  std::vector<PointRange> pieces() const;
   /// Records `first` to `first + count` (half-open) of the fragment, valid until the next call.
   /// Requires: they lie in the fragment. Errors: naming file and points.
   MemCore::Outcome<std::span<const std::byte>> read(std::uint64_t first, std::uint64_t count);
@@ -60,7 +68,8 @@ class RecordView {
   MemCore::Outcome<void> readStored(std::uint64_t first, std::span<std::byte> out);
 
   std::shared_ptr<RecordSource> source_;
-  RecordsHandle inMemory_;  ///< Empty: read from file or spill.
+  RecordsHandle inMemory_;  ///< Empty: to be had on the way below.
+  Way way_ = Way::FromStorage;
   MemCore::StrongPtr<MemCore::Chunk<std::byte>> buffer_;
 };
 
@@ -73,14 +82,14 @@ class RecordSource : public std::enable_shared_from_this<RecordSource> {
 
   const PointRange& range() const { return range_; }
   const LasFile& file() const { return *file_->file; }
-  /// Who is shown all records whenever they have been decoded, on whatever way. To be set before
-  /// any other thread knows the source.
+  /// Who is shown all records whenever they have been decoded as a whole. To be set before any
+  /// other thread knows the source.
   void setObserver(std::function<void(std::span<const std::byte>)> observer) {
     observer_ = std::move(observer);
   }
 
-  /// Opens the records; decodes them, one thread while others wait, where they are nowhere to be
-  /// had. Errors: naming file and points. May throw std::bad_alloc.
+  /// Opens the records; where they are nowhere to be had and will be wanted again, decodes them,
+  /// one thread while others wait. Errors: naming file and points. May throw std::bad_alloc.
   MemCore::Outcome<RecordView> open(Keep keep);
   /// Lets the cache drop the records.
   void release() const;

@@ -30,11 +30,6 @@ PointField axisField(std::size_t axis) {
   return field;
 }
 
-template <class T>
-std::span<const std::byte> bytesOf(const std::vector<T>& values) {
-  return std::as_bytes(std::span<const T>(values));
-}
-
 }  // namespace
 
 RecordEncoder::RecordEncoder(const ExportSource& source, const LasTarget& target,
@@ -98,7 +93,7 @@ Outcome<RecordEncoder::Prepared> RecordEncoder::preparePositions(const FragmentC
   prepared.raw = std::move(*raw);
   if (prepared.raw.isRounded) wasRounded_.store(true, std::memory_order_relaxed);
   for (std::size_t axis = 0; axis < kAxes.size(); ++axis) {
-    prepared.inputs.push_back({&kAxes[axis], bytesOf(prepared.raw.columns[axis])});
+    prepared.inputs.push_back({&kAxes[axis], std::as_bytes(std::span(prepared.raw.columns[axis]))});
   }
   return prepared;
 }

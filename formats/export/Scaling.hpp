@@ -35,7 +35,7 @@ MemCore::Outcome<CoordinateGrid> settleScaling(const ExportSource& source,
 
 /// Coordinates as integers, one column per axis.
 struct RawPositions {
-  std::array<std::vector<std::int32_t>, 3> columns;
+  std::array<Fiber::Container::GridPoints::Column, 3> columns;
   bool isRounded = false;  ///< some integer is not exact
 };
 

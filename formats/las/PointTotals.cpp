@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "formats/las/ByteStream.hpp"
+#include "formats/las/RawBox.hpp"
 
 namespace Formats {
 
@@ -34,16 +34,15 @@ PointTotals totalsOf(std::span<const std::byte> records, std::uint8_t pointForma
   totals.pointCount = records.size() / recordBytes;
   // Place 0 takes what has no return number.
   std::array<std::uint64_t, 16> byNumber{};
+  RawBox box;
   const unsigned mask = pointFormat >= kFirstNewFormat ? kNewReturnMask : kOldReturnMask;
   for (std::size_t at = 0; at < records.size(); at += recordBytes) {
     const std::byte* record = records.data() + at;
-    const auto raw = loadValue<std::array<std::int32_t, 3>>(record);
-    for (std::size_t axis = 0; axis < 3; ++axis) {
-      totals.minimum[axis] = std::min(totals.minimum[axis], raw[axis]);
-      totals.maximum[axis] = std::max(totals.maximum[axis], raw[axis]);
-    }
+    box.add(record);
     ++byNumber[static_cast<unsigned>(record[kReturnByte]) & mask];
   }
+  totals.minimum = box.minimum();
+  totals.maximum = box.maximum();
   std::copy(byNumber.begin() + 1, byNumber.end(), totals.byReturn.begin());
   return totals;
 }

@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <cassert>
 #include <cstring>
+#include <optional>
 
 #include "formats/las/ByteStream.hpp"
+#include "formats/las/RawBox.hpp"
 
 namespace Formats {
 
@@ -60,26 +62,47 @@ void copyStrided(const Strided& way, std::size_t width, std::size_t count) {
   }
 }
 
-void extractBits(const PointField& field, const std::byte* from, std::size_t recordBytes,
-                 std::span<std::byte> to) {
-  const unsigned shift = field.bitShift;
-  const unsigned mask = maskOf(field);
-  for (std::size_t at = 0; at < to.size(); ++at) {
-    to[at] =
-        static_cast<std::byte>((static_cast<unsigned>(from[at * recordBytes]) >> shift) & mask);
+/// One byte of each record of a block, taken out for all the fields that are bits of it: these go
+/// through it one after the other, and the records are touched once.
+class SharedByte {
+ public:
+  /// The byte at an offset of the records. Requires: at most kBlockRecords of them.
+  void load(std::size_t byteOffset, std::span<const std::byte> records, std::size_t recordBytes) {
+    if (byteOffset_ == byteOffset) return;
+    byteOffset_ = byteOffset;
+    copyFixed<1>(bytes_.data(), 1, records.data() + byteOffset, recordBytes,
+                 records.size() / recordBytes);
   }
-}
+  /// Puts it back.
+  void store(std::span<std::byte> records, std::size_t recordBytes) {
+    if (!byteOffset_) return;
+    copyFixed<1>(records.data() + *byteOffset_, recordBytes, bytes_.data(), 1,
+                 records.size() / recordBytes);
+    byteOffset_.reset();
+  }
+  bool isOf(const PointField& field) const { return byteOffset_ == field.byteOffset; }
 
-void insertBits(const PointField& field, std::span<const std::byte> from, std::byte* to,
-                std::size_t recordBytes) {
-  const unsigned shift = field.bitShift;
-  const unsigned mask = maskOf(field);
-  for (std::size_t at = 0; at < from.size(); ++at) {
-    std::byte& target = to[at * recordBytes];
-    const unsigned others = static_cast<unsigned>(target) & ~(mask << shift);
-    target = static_cast<std::byte>(others | ((static_cast<unsigned>(from[at]) & mask) << shift));
+  void extract(const PointField& field, std::span<std::byte> to) const {
+    const unsigned shift = field.bitShift;
+    const unsigned mask = maskOf(field);
+    for (std::size_t at = 0; at < to.size(); ++at) {
+      to[at] = static_cast<std::byte>((static_cast<unsigned>(bytes_[at]) >> shift) & mask);
+    }
   }
-}
+  void insert(const PointField& field, std::span<const std::byte> from) {
+    const unsigned shift = field.bitShift;
+    const unsigned mask = maskOf(field);
+    for (std::size_t at = 0; at < from.size(); ++at) {
+      const unsigned others = static_cast<unsigned>(bytes_[at]) & ~(mask << shift);
+      bytes_[at] =
+          static_cast<std::byte>(others | ((static_cast<unsigned>(from[at]) & mask) << shift));
+    }
+  }
+
+ private:
+  std::array<std::byte, kBlockRecords> bytes_;
+  std::optional<std::size_t> byteOffset_;  ///< Empty: no byte is out.
+};
 
 /// Calls `body(first, count)` for the blocks of `records` records.
 template <class Body>
@@ -94,15 +117,19 @@ void forEachBlock(std::size_t records, Body body) {
 void extractColumns(std::span<const std::byte> records, std::size_t recordBytes,
                     std::span<const ColumnOutput> outputs) {
   forEachBlock(records.size() / recordBytes, [&](std::size_t first, std::size_t count) {
+    const auto block = records.subspan(first * recordBytes, count * recordBytes);
+    SharedByte shared;
     for (const ColumnOutput& output : outputs) {
       const PointField& field = *output.field;
       const std::size_t width = widthOf(field);
       assert(output.column.size() >= (first + count) * width);
-      const std::byte* from = records.data() + first * recordBytes + field.byteOffset;
       if (field.bitCount != 0) {
-        extractBits(field, from, recordBytes, output.column.subspan(first, count));
+        shared.load(field.byteOffset, block, recordBytes);
+        shared.extract(field, output.column.subspan(first, count));
       } else {
-        copyStrided({output.column.data() + first * width, width, from, recordBytes}, width, count);
+        copyStrided({output.column.data() + first * width, width, block.data() + field.byteOffset,
+                     recordBytes},
+                    width, count);
       }
     }
   });
@@ -111,17 +138,24 @@ void extractColumns(std::span<const std::byte> records, std::size_t recordBytes,
 void insertColumns(std::span<std::byte> records, std::size_t recordBytes,
                    std::span<const ColumnInput> inputs) {
   forEachBlock(records.size() / recordBytes, [&](std::size_t first, std::size_t count) {
+    const auto block = records.subspan(first * recordBytes, count * recordBytes);
+    SharedByte shared;
     for (const ColumnInput& input : inputs) {
       const PointField& field = *input.field;
       const std::size_t width = widthOf(field);
       assert(input.column.size() >= (first + count) * width);
-      std::byte* to = records.data() + first * recordBytes + field.byteOffset;
+      // Before another field is written: it may lie over the same byte.
+      if (field.bitCount == 0 || !shared.isOf(field)) shared.store(block, recordBytes);
       if (field.bitCount != 0) {
-        insertBits(field, input.column.subspan(first, count), to, recordBytes);
+        shared.load(field.byteOffset, block, recordBytes);
+        shared.insert(field, input.column.subspan(first, count));
       } else {
-        copyStrided({to, recordBytes, input.column.data() + first * width, width}, width, count);
+        copyStrided({block.data() + field.byteOffset, recordBytes,
+                     input.column.data() + first * width, width},
+                    width, count);
       }
     }
+    shared.store(block, recordBytes);
   });
 }
 
@@ -140,17 +174,11 @@ void extractPositions(std::span<const std::byte> records, std::size_t recordByte
 
 PositionBounds boundsOfPositions(std::span<const std::byte> records, std::size_t recordBytes,
                                  const CoordinateScaling& scaling) {
-  using Raw = std::array<std::int32_t, 3>;
   assert(records.size() >= recordBytes);
-  Raw low = loadValue<Raw>(records.data());
-  Raw high = low;
-  for (std::size_t at = 0; at < records.size(); at += recordBytes) {
-    const Raw raw = loadValue<Raw>(records.data() + at);
-    for (std::size_t axis = 0; axis < 3; ++axis) {
-      low[axis] = std::min(low[axis], raw[axis]);
-      high[axis] = std::max(high[axis], raw[axis]);
-    }
-  }
+  RawBox box;
+  for (std::size_t at = 0; at < records.size(); at += recordBytes) box.add(records.data() + at);
+  const auto low = box.minimum();
+  const auto high = box.maximum();
   // Every step from a raw coordinate to a position is monotonic, its rounding included.
   PositionBounds bounds;
   for (std::size_t axis = 0; axis < 3; ++axis) {

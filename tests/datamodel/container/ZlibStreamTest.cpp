@@ -7,6 +7,8 @@
 
 #include <random>
 
+#include "tests/support/Seed.hpp"
+
 namespace Fiber::Container {
 namespace {
 
@@ -20,8 +22,9 @@ Bytes sampleBytes(std::size_t size, unsigned variety, std::uint64_t seed) {
   return bytes;
 }
 
-Bytes compressed(ZlibCompressor& compressor, const Bytes& plain) {
-  const auto stream = compressor.compress(plain);
+Bytes compressed(ZlibCompressor& compressor, const Bytes& plain,
+                 std::size_t sectionBytes = 1000000) {
+  const auto stream = compressor.compress(plain, sectionBytes);
   if (!stream.ok()) {
     ADD_FAILURE() << stream.error();
     return {};
@@ -29,22 +32,73 @@ Bytes compressed(ZlibCompressor& compressor, const Bytes& plain) {
   return Bytes(stream->begin(), stream->end());
 }
 
+/// Whether zlib itself makes `plain` of a stream.
+testing::AssertionResult ordinaryZlibReads(std::span<const std::byte> stream, const Bytes& plain) {
+  Bytes back(plain.size() + 1);
+  uLongf backSize = back.size();
+  const int status = uncompress(reinterpret_cast<Bytef*>(back.data()), &backSize,
+                                reinterpret_cast<const Bytef*>(stream.data()), stream.size());
+  if (status != Z_OK) return testing::AssertionFailure() << "status " << status;
+  back.resize(backSize);
+  if (back != plain) return testing::AssertionFailure() << "other bytes";
+  return testing::AssertionSuccess();
+}
+
 TEST(ZlibStream, OrdinaryZlibReadsEveryStream) {
   ZlibCompressor compressor;
   for (const std::size_t size : {0U, 1U, 100U, 65536U, 262144U, 1000003U}) {
     for (const unsigned variety : {1U, 3U, 40U, 256U}) {
       const Bytes plain = sampleBytes(size, variety, size + variety);
-      const Bytes stream = compressed(compressor, plain);
-      Bytes back(size + 1);
-      uLongf backSize = back.size();
-      ASSERT_EQ(uncompress(reinterpret_cast<Bytef*>(back.data()), &backSize,
-                           reinterpret_cast<const Bytef*>(stream.data()), stream.size()),
-                Z_OK)
+      EXPECT_TRUE(ordinaryZlibReads(compressed(compressor, plain), plain))
           << size << " " << variety;
-      back.resize(backSize);
-      EXPECT_EQ(back, plain);
     }
   }
+}
+
+/// What the planes of shuffled numbers may look like.
+Bytes sectionBytes(std::size_t size, std::mt19937_64& random) {
+  switch (random() % 4) {
+    case 0:
+      return sampleBytes(size, 1, 0);
+    case 1:
+      return sampleBytes(size, 256, random());
+    case 2:
+      return sampleBytes(size, 2 + static_cast<unsigned>(random() % 30), random());
+    default:
+      break;
+  }
+  Bytes runs;
+  while (runs.size() < size) runs.insert(runs.end(), 1 + random() % 9000, std::byte(random()));
+  runs.resize(size);
+  return runs;
+}
+
+TEST(ZlibStream, OrdinaryZlibReadsSectionsOfAllKinds) {
+  const std::uint64_t seed = LidarLib::TestSupport::testSeed();
+  std::mt19937_64 random(seed);
+  ZlibCompressor compressor;
+  for (int round = 0; round < 200; ++round) {
+    const std::size_t length = 1 + random() % 70000;
+    Bytes plain;
+    for (std::uint64_t sections = 1 + random() % 8; sections > 0; --sections) {
+      const Bytes section = sectionBytes(length, random);
+      plain.insert(plain.end(), section.begin(), section.end());
+    }
+    plain.resize(plain.size() - random() % length);  // the last one may be shorter
+    const auto stream = compressor.compress(plain, length);
+    ASSERT_TRUE(stream.ok()) << stream.error();
+    ASSERT_TRUE(ordinaryZlibReads(*stream, plain)) << "seed " << seed << ", round " << round;
+  }
+}
+
+TEST(ZlibStream, NoiseBesideAConstantCostsNoMoreThanTheNoise) {
+  constexpr std::size_t kSection = 65536;
+  Bytes plain = sampleBytes(kSection, 256, 1);
+  plain.resize(4 * kSection);
+  ZlibCompressor compressor;
+  const auto stream = compressor.compress(plain, kSection);
+  ASSERT_TRUE(stream.ok()) << stream.error();
+  EXPECT_LT(stream->size(), kSection + kSection / 20);
 }
 
 TEST(ZlibStream, ExpandsItsOwnAndOrdinaryStreams) {
@@ -71,7 +125,9 @@ TEST(ZlibStream, SameInputGivesSameBytesWhateverCameBefore) {
   for (std::uint64_t seed = 0; seed < 40; ++seed) {
     const Bytes plain = sampleBytes(1000 + seed * 7919, 2 + static_cast<unsigned>(seed) * 6, seed);
     ZlibCompressor fresh;
-    EXPECT_EQ(compressed(used, plain), compressed(fresh, plain)) << "seed " << seed;
+    const std::size_t section = plain.size() / (1 + seed % 5);
+    EXPECT_EQ(compressed(used, plain, section), compressed(fresh, plain, section))
+        << "seed " << seed;
   }
 }
 

@@ -22,13 +22,21 @@ PointColumns allColumns(const std::shared_ptr<LasFile>& file) {
   return columns;
 }
 
-/// Decodes a range as the fragment of a file.
-MemCore::Outcome<DecodedPoints> decodeRange(const PointColumns& columns, const PointRange& range) {
+struct Decoded {
+  DecodedHandle fragment;
+  PointSurvey survey;
+};
+
+/// Decodes a range as the fragment of a file, and surveys it on the way.
+MemCore::Outcome<Decoded> decodeRange(const PointColumns& columns, const PointRange& range) {
   const auto shared = std::make_shared<FileRecords>();
   shared->file = columns.file;
   auto records = std::make_shared<RecordSource>(shared, range, 0)->open(Keep::No);
   if (!records) return records.failure();
-  return decodePoints(columns, *records);
+  PointSurveyor surveyor(columns);
+  const auto fragment = decodePoints(columns, *records, &surveyor);
+  if (!fragment) return fragment.failure();
+  return Decoded{*fragment, surveyor.finish()};
 }
 
 std::shared_ptr<LasFile> openSurvey(const TempDir& folder, std::size_t points) {

@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "datamodel/container/SectionDeflater.hpp"
+
+#include <libdeflate.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+
+namespace Fiber::Container {
+namespace {
+
+using Bytes = std::span<const std::byte>;
+
+/// Sections shorter than this are not worth a table of their own.
+constexpr std::size_t kSmallestSection = 4096;
+
+/// The library only reads what it is given; its interface merely lacks the const.
+std::uint8_t* readable(Bytes bytes) {
+  return const_cast<std::uint8_t*>(reinterpret_cast<const std::uint8_t*>(bytes.data()));
+}
+
+/// Where the run of equal bytes that begins at `start` ends.
+std::size_t runEnd(Bytes bytes, std::size_t start) {
+  constexpr std::size_t kWindow = 1024;
+  std::size_t end = start + 1;
+  while (end + kWindow <= bytes.size() && std::memcmp(&bytes[end - 1], &bytes[end], kWindow) == 0) {
+    end += kWindow;
+  }
+  while (end < bytes.size() && bytes[end] == bytes[start]) ++end;
+  return end;
+}
+
+/// Whether some bytes are no more than a few runs of equal ones.
+bool isFewRuns(Bytes bytes) {
+  constexpr int kMostRuns = 16;
+  std::size_t end = 0;
+  for (int run = 0; run < kMostRuns && end < bytes.size(); ++run) end = runEnd(bytes, end);
+  return end == bytes.size();
+}
+
+/// Bits that an ideal code takes for symbols that occur so often.
+double codeBits(std::span<const std::uint64_t> counts) {
+  double total = 0;
+  double bits = 0;
+  for (const std::uint64_t count : counts) total += static_cast<double>(count);
+  for (const std::uint64_t count : counts) {
+    const auto occurrences = static_cast<double>(count);
+    if (count > 0) bits += occurrences * std::log2(total / occurrences);
+  }
+  return bits;
+}
+
+/// Whether deflating would hardly save anything.
+bool isNoise(const isal_huff_histogram& histogram, std::size_t byteCount) {
+  constexpr double kNoiseBitsPerByte = 7.6;
+  double bits = codeBits(histogram.lit_len_histogram) + codeBits(histogram.dist_histogram);
+  // From the fifth code of distances on every second one has another bit beside the code.
+  for (std::size_t code = 4; code < std::size(histogram.dist_histogram); ++code) {
+    bits += static_cast<double>(histogram.dist_histogram[code] * (code / 2 - 1));
+  }
+  return bits > kNoiseBitsPerByte * static_cast<double>(byteCount);
+}
+
+}  // namespace
+
+void SectionDeflater::Place::put(std::initializer_list<unsigned> bytes) {
+  for (const unsigned byte : bytes) {
+    left.front() = static_cast<std::byte>(byte);
+    left = left.subspan(1);
+  }
+}
+
+/// Some windows, evenly over the whole.
+Bytes SectionDeflater::sampleOf(Bytes section) {
+  constexpr std::size_t kWindow = 2048;
+  constexpr std::size_t kStride = 8 * kWindow;
+  if (section.size() < kStride) return section;
+  sample_.clear();
+  for (std::size_t at = 0; at + kWindow <= section.size(); at += kStride) {
+    const auto window = section.subspan(at, kWindow);
+    sample_.insert(sample_.end(), window.begin(), window.end());
+  }
+  return sample_;
+}
+
+/// ISA-L's levels 1 and 2 choose now and then other matches when their state lies at another
+/// address, so that equal input would not give equal bytes. Level 0 is free of that.
+bool SectionDeflater::addBlock(Bytes plain, isal_hufftables& tables, Place& place) {
+  isal_deflate_stateless_init(&stream_);
+  // Fields that the initialisation leaves alone.
+  stream_.hist_bits = 0;
+  stream_.hufftables = &tables;
+  stream_.gzip_flag = IGZIP_DEFLATE;
+  stream_.end_of_stream = 0;
+  // The block ends at a whole byte.
+  stream_.flush = FULL_FLUSH;
+  stream_.next_in = readable(plain);
+  stream_.avail_in = static_cast<std::uint32_t>(plain.size());
+  stream_.next_out = reinterpret_cast<std::uint8_t*>(place.left.data());
+  stream_.avail_out = static_cast<std::uint32_t>(place.left.size());
+  if (isal_deflate_stateless(&stream_) != COMP_OK || stream_.avail_in != 0) return false;
+  place.left = place.left.subspan(stream_.total_out);
+  return true;
+}
+
+/// Fields that say the same of all points are common; making a table for each would take longer
+/// than using it.
+bool SectionDeflater::addRuns(Bytes runs, Place& place) {
+  if (!hasRunTables_) {
+    const std::vector<std::byte> typical(4096);
+    histogram_ = {};
+    isal_update_histogram(readable(typical), static_cast<int>(typical.size()), &histogram_);
+    if (isal_create_hufftables(&runTables_, &histogram_) != 0) return false;
+    hasRunTables_ = true;
+  }
+  return addBlock(runs, runTables_, place);
+}
+
+bool SectionDeflater::addSection(Bytes section, Place& place) {
+  const Bytes sample = sampleOf(section);
+  histogram_ = {};
+  isal_update_histogram(readable(sample), static_cast<int>(sample.size()), &histogram_);
+  if (!isNoise(histogram_, sample.size())) {
+    return isal_create_hufftables(&tables_, &histogram_) == 0 && addBlock(section, tables_, place);
+  }
+  constexpr std::size_t kMostStored = 65535;
+  while (!section.empty()) {
+    const Bytes block = section.first(std::min(section.size(), kMostStored));
+    const auto length = static_cast<unsigned>(block.size());
+    place.put({0, length & 0xFFU, length >> 8U, ~length & 0xFFU, (~length >> 8U) & 0xFFU});
+    std::copy(block.begin(), block.end(), place.left.begin());
+    place.left = place.left.subspan(block.size());
+    section = section.subspan(block.size());
+  }
+  return true;
+}
+
+std::size_t SectionDeflater::deflate(Bytes plain, std::size_t sectionBytes,
+                                     std::span<std::byte> out) {
+  constexpr std::size_t kMaxBytes = std::numeric_limits<std::uint32_t>::max();
+  if (plain.size() > kMaxBytes || out.size() > kMaxBytes) return 0;
+  if (sectionBytes < kSmallestSection) sectionBytes = plain.size();
+  Place place{out};
+  place.put({0x78, 0x01});
+  for (std::size_t begin = 0; begin < plain.size();) {
+    const auto sectionAt = [&](std::size_t at) {
+      return plain.subspan(at, std::min(sectionBytes, plain.size() - at));
+    };
+    // Sections of runs that follow each other make one block.
+    std::size_t end = begin;
+    while (end < plain.size() && isFewRuns(sectionAt(end))) end += sectionAt(end).size();
+    const bool isRuns = end > begin;
+    if (!isRuns) end += sectionAt(end).size();
+    const Bytes section = plain.subspan(begin, end - begin);
+    if (!(isRuns ? addRuns(section, place) : addSection(section, place))) return 0;
+    begin = end;
+  }
+  place.put({1, 0, 0, 0xFF, 0xFF});  // an empty last block
+  const std::uint32_t sum = libdeflate_adler32(1, plain.data(), plain.size());
+  place.put({sum >> 24U, (sum >> 16U) & 0xFFU, (sum >> 8U) & 0xFFU, sum & 0xFFU});
+  return out.size() - place.left.size();
+}
+
+}  // namespace Fiber::Container

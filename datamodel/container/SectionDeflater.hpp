@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// SectionDeflater: a zlib stream put together from sections, each deflated in the way that suits
+// its bytes. The planes of shuffled numbers could hardly differ more: the lowest one is often
+// noise, the next has a few frequent values, the highest is one value throughout. One Huffman table
+// for all of them suits none.
+//   - noise is stored as it stands: copying it is many times as fast, both ways;
+//   - a few runs of equal bytes share one table, which is made once;
+//   - everything else gets a table of its own, made from a sample.
+// Built with ISA-L only.
+
+#pragma once
+
+#include <isa-l/igzip_lib.h>
+
+#include <cstddef>
+#include <span>
+#include <vector>
+
+namespace Fiber::Container {
+
+/// Threads: one object per thread, it reuses its work space.
+class SectionDeflater {
+ public:
+  /// Writes the zlib stream of `plain`, whose sections are `sectionBytes` long each (the last one
+  /// may be shorter), to `out`. Returns the number of bytes written, 0 on failure.
+  /// Requires: sectionBytes > 0; `out` has room for `plain`, a thousandth more, and 1 KiB for each
+  /// section and for the frame.
+  std::size_t deflate(std::span<const std::byte> plain, std::size_t sectionBytes,
+                      std::span<std::byte> out);
+
+ private:
+  /// What is left of the output.
+  struct Place {
+    std::span<std::byte> left;
+    void put(std::initializer_list<unsigned> bytes);
+  };
+
+  bool addRuns(std::span<const std::byte> runs, Place& place);
+  bool addSection(std::span<const std::byte> section, Place& place);
+  bool addBlock(std::span<const std::byte> plain, isal_hufftables& tables, Place& place);
+  std::span<const std::byte> sampleOf(std::span<const std::byte> section);
+
+  isal_zstream stream_{};
+  isal_huff_histogram histogram_{};
+  isal_hufftables tables_{};
+  isal_hufftables runTables_{};
+  bool hasRunTables_ = false;
+  std::vector<std::byte> sample_;
+};
+
+}  // namespace Fiber::Container
