@@ -7,6 +7,7 @@
 #   ./bench.sh --quick         small sizes: some minutes, to see that all is in order
 #   ./bench.sh --only NAME     one program, such as split; repeatable
 #   ./bench.sh --points N      synthetic surveys of N points instead of 10 and 40 million
+#   ./bench.sh --laz FILE      storage and export for a cloud of your own as well
 # BENCH_FOLDER: where the scratch folder is made [TMPDIR or /tmp]; /dev/shm keeps the disk out of it.
 # The exit status is 1 when an answer was wrong or a measurement failed; a missed goal is neither.
 set -euo pipefail
@@ -16,12 +17,14 @@ programs=(split memory storage selection copy plan link table scaling growth sta
 quick=false
 only=()
 points=()
-usage() { sed -n '3,12s/^# \{0,1\}//p' "$0"; exit "$1"; }
+laz=
+usage() { sed -n '3,13s/^# \{0,1\}//p' "$0"; exit "$1"; }
 while [ $# -gt 0 ]; do
   case $1 in
     --quick) quick=true ;;
     --only) [ $# -ge 2 ] || usage 2 >&2; only+=("$2"); shift ;;
     --points) [ $# -ge 2 ] || usage 2 >&2; points=("$2"); shift ;;
+    --laz) [ $# -ge 2 ] || usage 2 >&2; laz=$(realpath -e "$2"); shift ;;
     -h|--help) usage 0 ;;
     *) printf 'bench.sh: unknown argument: %s\n' "$1" >&2; usage 2 >&2 ;;
   esac
@@ -100,6 +103,7 @@ measure() {
   else
     run "$1"
   fi
+  case $1 in storage|export) [ -z "$laz" ] || run "$1" --laz "$laz" ;; esac
 }
 
 header | tee -a "$text"

@@ -34,6 +34,8 @@ GOALS = {
     "8b": "exponent of growth",
     "9a": "start-up, to 50 ms",
     "9b": "restart with all tiles there, to linking them",
+    "10a": "LAZ to a bundle, to decoding alone",
+    "10b": "a bundle to LAZ, to encoding alone",
 }
 
 
