@@ -30,7 +30,7 @@ constexpr std::size_t kWordBits = 64;
 using Doubles = hn::CappedTag<double, kGroupPoints>;
 using DoubleVector = hn::Vec<Doubles>;
 using DoubleMask = hn::Mask<Doubles>;
-using Indices = hn::CappedTag<std::uint32_t, 8>;
+using Indices = hn::CappedTag<std::uint32_t, kExpandSlack>;
 using MaskBytes = std::array<std::uint8_t, 8>;
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
@@ -109,15 +109,18 @@ std::size_t expandMarksKernel(std::span<const std::uint64_t> marks, std::uint32_
   const std::size_t lanes = hn::Lanes(d);
   const std::uint64_t laneBits = (std::uint64_t{1} << lanes) - 1;
   const auto step = hn::Set(d, static_cast<std::uint32_t>(lanes));
+  const auto countingUp = hn::Iota(d, 0);
   std::size_t written = 0;
   for (const std::uint64_t& word : marks) {
     const auto before = static_cast<std::uint32_t>((&word - marks.data()) * kWordBits);
-    auto index = hn::Iota(d, firstIndex + before);
+    auto index = hn::Add(countingUp, hn::Set(d, firstIndex + before));
     for (std::uint64_t rest = word; rest != 0; rest >>= lanes) {
-      alignas(8) const MaskBytes bits = {static_cast<std::uint8_t>(rest & laneBits)};
+      const std::uint64_t taken = rest & laneBits;
+      alignas(8) const MaskBytes bits = {static_cast<std::uint8_t>(taken & 0xFF),
+                                         static_cast<std::uint8_t>(taken >> 8)};
       // Compressed in the register: compressing stores to memory are microcoded on some processors.
       hn::StoreU(hn::CompressBits(index, bits.data()), d, indices + written);
-      written += hwy::PopCount(std::uint64_t{bits[0]});
+      written += hwy::PopCount(taken);
       index = hn::Add(index, step);
     }
   }

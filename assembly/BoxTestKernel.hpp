@@ -48,7 +48,7 @@ std::size_t markInside(std::span<const Eagle::PhysicalSpace::point> points,
                        const TileBounds& bounds, std::span<std::uint64_t> marks);
 
 /// Elements beyond the indices that expandMarks may write and leaves unspecified.
-inline constexpr std::size_t kExpandSlack = 8;
+inline constexpr std::size_t kExpandSlack = 16;
 
 /// Writes firstIndex + i for every marked point i, ascending, and returns how many. Requires:
 /// `indices` has room for that many and kExpandSlack elements.
