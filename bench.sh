@@ -100,6 +100,9 @@ measure() {
   elif [ "$1" = split ]; then
     run split --points 10000000
     run split --points 40000000
+  elif [ "$1" = selection ] || [ "$1" = copy ]; then
+    # Milliseconds each; it takes some before the allocator serves them from the memory before.
+    run "$1" --repetitions 10
   else
     run "$1"
   fi

@@ -6,6 +6,8 @@
 #include "assembly/BoxTestKernel.hpp"
 
 #include <algorithm>
+#include <array>
+#include <cassert>
 #include <limits>
 
 #undef HWY_TARGET_INCLUDE
@@ -20,59 +22,109 @@ namespace HWY_NAMESPACE {  // NOLINT(google-build-namespaces)
 
 namespace hn = hwy::HWY_NAMESPACE;
 
-using Doubles = hn::CappedTag<double, kCollectSlack>;
+/// Points tested at once: a multiple of every vector's lanes, and their coordinates fit a word.
+constexpr std::size_t kGroupPoints = 16;
+constexpr std::size_t kGroupCoordinates = 3 * kGroupPoints;
+constexpr std::size_t kWordBits = 64;
+
+using Doubles = hn::CappedTag<double, kGroupPoints>;
 using DoubleVector = hn::Vec<Doubles>;
 using DoubleMask = hn::Mask<Doubles>;
-using Indices = hn::Rebind<std::uint32_t, Doubles>;
+using Indices = hn::CappedTag<std::uint32_t, kExpandSlack>;
+using MaskBytes = std::array<std::uint8_t, 8>;
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
 // Vectors of scalable size cannot be members of a class: they travel as plain arguments.
 
-/// Which lanes belong to the tile along one axis.
-HWY_INLINE DoubleMask belongs(DoubleVector value, DoubleVector min, DoubleVector max,
-                              DoubleVector face) {
-  return hn::AndNot(hn::Gt(value, max), hn::Or(hn::Gt(value, min), hn::Eq(value, face)));
+/// Which lanes belong to the tile along their axes; bit l of the result tells of lane l.
+HWY_INLINE std::uint64_t belongs(const double* coordinates, DoubleVector min, DoubleVector max,
+                                 DoubleVector face) {
+  const Doubles d;
+  const DoubleVector value = hn::LoadU(d, coordinates);
+  const DoubleMask inside =
+      hn::AndNot(hn::Gt(value, max), hn::Or(hn::Gt(value, min), hn::Eq(value, face)));
+  MaskBytes bytes = {};
+  hn::StoreMaskBits(d, inside, bytes.data());
+  return bytes[0] | std::uint64_t{bytes[1]} << 8;
 }
 
-std::size_t collectInsideKernel(std::span<const Eagle::PhysicalSpace::point> points,
-                                const TileBounds& bounds, std::uint32_t firstIndex,
-                                std::uint32_t* indices) {
+/// Bits 0, 3, 6 ... 45 as bits 0 to 15.
+HWY_INLINE std::uint64_t everyThirdBit(std::uint64_t bits) {
+  bits &= 0x0000249249249249;
+  bits = (bits | bits >> 2) & 0x00000C30C30C30C3;
+  bits = (bits | bits >> 4) & 0x000000F00F00F00F;
+  bits = (bits | bits >> 8) & 0x00000000FF0000FF;
+  return (bits | bits >> 16) & 0xFFFF;
+}
+
+std::size_t markInsideKernel(std::span<const Eagle::PhysicalSpace::point> points,
+                             const TileBounds& bounds, std::uint64_t* marks) {
+  // Three vectors hold as many whole points as a vector has lanes, x, y, z in turn. Each is
+  // compared with bounds in the same order, so that no coordinate has to change its place.
   const Doubles d;
-  const Indices d32;
   const std::size_t lanes = hn::Lanes(d);
-  const DoubleVector minX = hn::Set(d, bounds.min.x);
-  const DoubleVector minY = hn::Set(d, bounds.min.y);
-  const DoubleVector minZ = hn::Set(d, bounds.min.z);
-  const DoubleVector maxX = hn::Set(d, bounds.max.x);
-  const DoubleVector maxY = hn::Set(d, bounds.max.y);
-  const DoubleVector maxZ = hn::Set(d, bounds.max.z);
-  const DoubleVector faceX = hn::Set(d, bounds.face.x);
-  const DoubleVector faceY = hn::Set(d, bounds.face.y);
-  const DoubleVector faceZ = hn::Set(d, bounds.face.z);
-  const double* coordinates = reinterpret_cast<const double*>(points.data());
-  const auto step = hn::Set(d32, static_cast<std::uint32_t>(lanes));
-  auto index = hn::Iota(d32, firstIndex);
-  alignas(8) std::uint8_t bits[8] = {};
-  std::size_t selected = 0;
-  std::size_t i = 0;
-  for (; i + lanes <= points.size(); i += lanes) {
-    DoubleVector x, y, z;
-    hn::LoadInterleaved3(d, coordinates + 3 * i, x, y, z);
-    const DoubleMask inside =
-        hn::And(belongs(x, minX, maxX, faceX),
-                hn::And(belongs(y, minY, maxY, faceY), belongs(z, minZ, maxZ, faceZ)));
-    hn::StoreMaskBits(d, inside, bits);
-    // Compressed in the register: compressing stores to memory are microcoded on some processors.
-    hn::StoreU(hn::CompressBits(index, bits), d32, indices + selected);
-    selected += hn::CountTrue(d, inside);
-    index = hn::Add(index, step);
+  double min[kGroupCoordinates];
+  double max[kGroupCoordinates];
+  double face[kGroupCoordinates];
+  for (std::size_t c = 0; c < kGroupCoordinates; ++c) {
+    min[c] = bounds.min[c % 3];
+    max[c] = bounds.max[c % 3];
+    face[c] = bounds.face[c % 3];
   }
-  for (; i < points.size(); ++i) {
-    indices[selected] = firstIndex + static_cast<std::uint32_t>(i);
-    if (bounds.contains(points[i])) ++selected;
+  const DoubleVector minA = hn::LoadU(d, min);
+  const DoubleVector minB = hn::LoadU(d, min + lanes);
+  const DoubleVector minC = hn::LoadU(d, min + 2 * lanes);
+  const DoubleVector maxA = hn::LoadU(d, max);
+  const DoubleVector maxB = hn::LoadU(d, max + lanes);
+  const DoubleVector maxC = hn::LoadU(d, max + 2 * lanes);
+  const DoubleVector faceA = hn::LoadU(d, face);
+  const DoubleVector faceB = hn::LoadU(d, face + lanes);
+  const DoubleVector faceC = hn::LoadU(d, face + 2 * lanes);
+  std::size_t marked = 0;
+  for (std::size_t first = 0; first < points.size(); first += kWordBits) {
+    const std::size_t end = std::min(points.size(), first + kWordBits);
+    std::uint64_t word = 0;
+    std::size_t i = first;
+    for (; i + kGroupPoints <= end; i += kGroupPoints) {
+      const double* group = reinterpret_cast<const double*>(points.data() + i);
+      std::uint64_t belonging = 0;
+      for (std::size_t at = 0; at < kGroupCoordinates; at += 3 * lanes) {
+        belonging |= belongs(group + at, minA, maxA, faceA) << at;
+        belonging |= belongs(group + at + lanes, minB, maxB, faceB) << (at + lanes);
+        belonging |= belongs(group + at + 2 * lanes, minC, maxC, faceC) << (at + 2 * lanes);
+      }
+      word |= everyThirdBit(belonging & belonging >> 1 & belonging >> 2) << (i - first);
+    }
+    for (; i < end; ++i) word |= std::uint64_t{bounds.contains(points[i])} << (i - first);
+    marks[first / kWordBits] = word;
+    marked += hwy::PopCount(word);
   }
-  return selected;
+  return marked;
+}
+
+std::size_t expandMarksKernel(std::span<const std::uint64_t> marks, std::uint32_t firstIndex,
+                              std::uint32_t* indices) {
+  const Indices d;
+  const std::size_t lanes = hn::Lanes(d);
+  const std::uint64_t laneBits = (std::uint64_t{1} << lanes) - 1;
+  const auto step = hn::Set(d, static_cast<std::uint32_t>(lanes));
+  const auto countingUp = hn::Iota(d, 0);
+  std::size_t written = 0;
+  for (const std::uint64_t& word : marks) {
+    const auto before = static_cast<std::uint32_t>((&word - marks.data()) * kWordBits);
+    auto index = hn::Add(countingUp, hn::Set(d, firstIndex + before));
+    for (std::uint64_t rest = word; rest != 0; rest >>= lanes) {
+      const std::uint64_t taken = rest & laneBits;
+      alignas(8) const MaskBytes bits = {static_cast<std::uint8_t>(taken & 0xFF),
+                                         static_cast<std::uint8_t>(taken >> 8)};
+      // Compressed in the register: compressing stores to memory are microcoded on some processors.
+      hn::StoreU(hn::CompressBits(index, bits.data()), d, indices + written);
+      written += hwy::PopCount(taken);
+      index = hn::Add(index, step);
+    }
+  }
+  return written;
 }
 
 // NaN loses every comparison: it never becomes the smallest or largest value.
@@ -114,8 +166,8 @@ PointBox boxOfPointsKernel(std::span<const Eagle::PhysicalSpace::point> points) 
     highC = larger(highC, c);
     isNumber = hn::And(isNumber, hn::And(hn::Eq(a, a), hn::And(hn::Eq(b, b), hn::Eq(c, c))));
   }
-  double low[3 * kCollectSlack];
-  double high[3 * kCollectSlack];
+  double low[3 * kGroupPoints];
+  double high[3 * kGroupPoints];
   hn::StoreU(lowA, d, low);
   hn::StoreU(lowB, d, low + lanes);
   hn::StoreU(lowC, d, low + 2 * lanes);
@@ -144,7 +196,8 @@ HWY_AFTER_NAMESPACE();
 
 namespace LidarLib {
 
-HWY_EXPORT(collectInsideKernel);
+HWY_EXPORT(markInsideKernel);
+HWY_EXPORT(expandMarksKernel);
 HWY_EXPORT(boxOfPointsKernel);
 
 TileBounds::TileBounds(const Eagle::BoundingBox& box, const Fiber::MultiIndex<3>& index)
@@ -158,10 +211,15 @@ PointBox boxOfPoints(std::span<const Eagle::PhysicalSpace::point> points) {
   return HWY_DYNAMIC_DISPATCH(boxOfPointsKernel)(points);
 }
 
-std::size_t collectInside(std::span<const Eagle::PhysicalSpace::point> points,
-                          const TileBounds& bounds, std::uint32_t firstIndex,
-                          std::uint32_t* indices) {
-  return HWY_DYNAMIC_DISPATCH(collectInsideKernel)(points, bounds, firstIndex, indices);
+std::size_t markInside(std::span<const Eagle::PhysicalSpace::point> points,
+                       const TileBounds& bounds, std::span<std::uint64_t> marks) {
+  assert(marks.size() >= markWords(points.size()));
+  return HWY_DYNAMIC_DISPATCH(markInsideKernel)(points, bounds, marks.data());
+}
+
+std::size_t expandMarks(std::span<const std::uint64_t> marks, std::uint32_t firstIndex,
+                        std::uint32_t* indices) {
+  return HWY_DYNAMIC_DISPATCH(expandMarksKernel)(marks, firstIndex, indices);
 }
 
 }  // namespace LidarLib

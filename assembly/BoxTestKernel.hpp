@@ -39,13 +39,20 @@ using Fiber::PointBox;
 /// The box of a run of points.
 PointBox boxOfPoints(std::span<const Eagle::PhysicalSpace::point> points);
 
-/// Elements beyond the points of a run that collectInside may write and leaves unspecified.
-inline constexpr std::size_t kCollectSlack = 16;
+/// Words that the marks of so many points take.
+constexpr std::size_t markWords(std::size_t pointCount) { return (pointCount + 63) / 64; }
 
-/// Writes firstIndex + i for every point i of the run that belongs to the tile, ascending, and
-/// returns how many. Requires: `indices` has room for points.size() + kCollectSlack elements.
-std::size_t collectInside(std::span<const Eagle::PhysicalSpace::point> points,
-                          const TileBounds& bounds, std::uint32_t firstIndex,
-                          std::uint32_t* indices);
+/// Marks the points of a run that belong to the tile, bit i % 64 of word i / 64 for point i, clears
+/// all other bits, and returns how many it has marked. Requires: markWords of room.
+std::size_t markInside(std::span<const Eagle::PhysicalSpace::point> points,
+                       const TileBounds& bounds, std::span<std::uint64_t> marks);
+
+/// Elements beyond the indices that expandMarks may write and leaves unspecified.
+inline constexpr std::size_t kExpandSlack = 16;
+
+/// Writes firstIndex + i for every marked point i, ascending, and returns how many. Requires:
+/// `indices` has room for that many and kExpandSlack elements.
+std::size_t expandMarks(std::span<const std::uint64_t> marks, std::uint32_t firstIndex,
+                        std::uint32_t* indices);
 
 }  // namespace LidarLib

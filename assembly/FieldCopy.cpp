@@ -13,6 +13,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "assembly/FillingArray.hpp"
 #include "datamodel/memcore/Console.hpp"
 
 namespace LidarLib {
@@ -60,6 +61,12 @@ class TileField {
  public:
   TileField(const FieldCopy& copy, StrongPtr<Fiber::Representation> representation,
             const std::string& name, const Fiber::Field& source);
+  /// A copy that ends early leaves nothing in the tile's array that memory held before.
+  ~TileField() {
+    if (filling_) filling_->fillRest();
+  }
+  TileField(const TileField&) = delete;
+  TileField& operator=(const TileField&) = delete;
 
   /// Adds the selected points of one input fragment, gathered in `part` if that is there, or skips
   /// the fragment.
@@ -73,11 +80,15 @@ class TileField {
   StrongPtr<Fiber::Field> makeOutput() const;
   bool appendPart(Fiber::CreativeArrayBase& creator, const PointPart& part);
   bool hasPositionsLength(const FragmentHandle& fragment, const DynamicSize& size);
+  StrongPtr<MemBase> newArray(const StrongPtr<Fiber::FiberTypeBase>& type, const DynamicSize& size);
   StrongPtr<MemBase> newArray(const FragmentElements& input);
+  void dropNewArray();
   std::optional<std::uint32_t> copyInto(MemBase& output, const FragmentElements& input);
-  std::optional<std::uint32_t> copyPoints(MemBase& output, const FragmentElements& input) const;
-  std::optional<std::uint32_t> copySamples(MemBase& output, const FragmentElements& input) const;
-  std::optional<std::uint32_t> gatherSamples(MemBase& output, const FragmentElements& input) const;
+  template <class CopyPiece>
+  bool copyInPieces(std::uint64_t points, std::uint64_t elementsPerPoint, CopyPiece copyPiece);
+  std::optional<std::uint32_t> copyPoints(MemBase& output, const FragmentElements& input);
+  std::optional<std::uint32_t> copySamples(MemBase& output, const FragmentElements& input);
+  std::optional<std::uint32_t> gatherSamples(MemBase& output, const FragmentElements& input);
   void store(const StrongPtr<MemBase>& made);
   void warnSkipped(const FragmentElements& input, const std::string& found);
 
@@ -89,7 +100,10 @@ class TileField {
   StrongPtr<Fiber::Field> output_;  ///< empty until the field exists
   FragmentHandle fragment_;         ///< the tile's fragment in it
   CreatorHandle creator_;
-  StrongPtr<MemBase> data_;   ///< the tile's array; empty until the first values arrive
+  StrongPtr<MemBase> data_;  ///< the tile's array; empty until the first values arrive
+  /// The same array, or what may become it; absent when it has been there before, and for the rare
+  /// ones that begin with zeros. Filled up to offset_.
+  std::optional<FillingArray> filling_;
   std::uint32_t offset_ = 0;  ///< next output element; wraps
   std::vector<std::string> warnings_;
 };
@@ -135,7 +149,7 @@ void TileField::append(const FragmentHandle& fragment, const StrongPtr<IndexList
   const StrongPtr<MemBase> output = data_ ? data_ : newArray(input);
   if (!output) return;
   const auto added = copyInto(*output, input);
-  if (!added) return;
+  if (!added) return dropNewArray();
   if (!data_) store(output);
   if (creator_) creator_->touch();
   offset_ += *added;
@@ -146,16 +160,17 @@ void TileField::append(const FragmentHandle& fragment, const StrongPtr<IndexList
 bool TileField::appendPart(Fiber::CreativeArrayBase& creator, const PointPart& part) {
   const auto type = creator.facts().type;
   if (!type || (data_ && data_->type() != type)) return false;
-  const StrongPtr<MemBase> output =
-      data_ ? data_ : MemBase::create(type, {copy_.selection.pointCount}, type->type());
+  const StrongPtr<MemBase> output = data_ ? data_ : newArray(type, {copy_.selection.pointCount});
   if (!output || !output->elements()) return false;
   const std::uint64_t count = part.points().size();
   MemCore::ChunkBase& elements = *output->elements();
-  if (!elements.isPlain() || offset_ > elements.size() || count > elements.size() - offset_) {
+  const std::size_t width = elements.elementSize();
+  if (!elements.isPlain() || offset_ > elements.size() || count > elements.size() - offset_ ||
+      !creator.copyPart(part, {elements.bytes() + offset_ * width, count * width})) {
+    dropNewArray();
     return false;
   }
-  const std::size_t width = elements.elementSize();
-  if (!creator.copyPart(part, {elements.bytes() + offset_ * width, count * width})) return false;
+  if (filling_) filling_->noteFilled(count);
   if (!data_) store(output);
   if (creator_) creator_->touch();
   offset_ += static_cast<std::uint32_t>(count);
@@ -173,7 +188,15 @@ bool TileField::hasPositionsLength(const FragmentHandle& fragment, const Dynamic
   return false;
 }
 
-/// The tile's array at its final size, all zeros; empty, after a message, when it cannot be made.
+/// An array at its final size, to become the tile's; empty when it cannot be made.
+StrongPtr<MemBase> TileField::newArray(const StrongPtr<Fiber::FiberTypeBase>& type,
+                                       const DynamicSize& size) {
+  filling_ = FillingArray::make(type, size);
+  if (filling_) return filling_->array();
+  return type ? MemBase::create(type, size, type->type()) : nullptr;
+}
+
+/// The same for the elements of a fragment; empty, after a message, when it cannot be made.
 StrongPtr<MemBase> TileField::newArray(const FragmentElements& input) {
   const std::uint64_t pointCount = copy_.selection.pointCount;
   DynamicSize size;
@@ -185,9 +208,14 @@ StrongPtr<MemBase> TileField::newArray(const FragmentElements& input) {
     warnings_.emplace_back("Warning! Dim is not 1D or 2D!");
     return nullptr;
   }
-  auto made = MemBase::create(input.data->type(), size, input.data->elements()->elementType());
+  auto made = newArray(input.data->type(), size);
   if (!made) warnSkipped(input, "no array can be made, expected a registered element type");
   return made;
+}
+
+/// Forgets an array into which nothing was copied.
+void TileField::dropNewArray() {
+  if (!data_) filling_.reset();
 }
 
 /// Returns how many output elements were written; nothing, after a message, when none was.
@@ -203,27 +231,55 @@ std::optional<std::uint32_t> TileField::copyInto(MemBase& output, const Fragment
   return written;
 }
 
-std::optional<std::uint32_t> TileField::copyPoints(MemBase& output,
-                                                   const FragmentElements& input) const {
-  const std::uint64_t count = input.points->size();
-  if (!Fiber::CreateIndirection(output.elements(), input.data->elements(), nullptr,
-                                input.points.get(), {0, count, offset_, 0, 1})) {
-    return std::nullopt;
+/// Copies so many points by way of copyPiece(first, count). An array that is being filled takes
+/// them in pieces, and a piece that fails leaves no more in it than will be written again; any
+/// other takes them all or none.
+template <class CopyPiece>
+bool TileField::copyInPieces(std::uint64_t points, std::uint64_t elementsPerPoint,
+                             CopyPiece copyPiece) {
+  if (!filling_) return copyPiece(0, points);
+  const std::uint64_t pointsPerPiece =
+      std::max<std::uint64_t>(filling_->pieceElements() / elementsPerPoint, 1);
+  FillingArray filled = *filling_;
+  for (std::uint64_t first = 0; first < points; first += pointsPerPiece) {
+    const std::uint64_t count = std::min(pointsPerPiece, points - first);
+    if (!copyPiece(first, count)) return false;
+    filled.noteFilled(count * elementsPerPoint);
   }
-  return static_cast<std::uint32_t>(count);
+  filling_ = filled;
+  return true;
+}
+
+std::optional<std::uint32_t> TileField::copyPoints(MemBase& output, const FragmentElements& input) {
+  const std::uint64_t points = input.points->size();
+  const bool isCopied = copyInPieces(points, 1, [&](std::uint64_t first, std::uint64_t count) {
+    return Fiber::CreateIndirection(output.elements(), input.data->elements(), nullptr,
+                                    input.points.get(), {first, count, offset_, 0, 1});
+  });
+  return isCopied ? std::optional(static_cast<std::uint32_t>(points)) : std::nullopt;
 }
 
 std::optional<std::uint32_t> TileField::copySamples(MemBase& output,
-                                                    const FragmentElements& input) const {
-  const WaveformBlock block{input.points, input.size[0], waveformLength_, offset_};
-  if (!fitsIndices(block, input.data->elements()->size())) return gatherSamples(output, input);
-  if (!copyWaveforms(*output.elements(), *input.data->elements(), block)) return std::nullopt;
-  return static_cast<std::uint32_t>(input.points->size() * waveformLength_);
+                                                    const FragmentElements& input) {
+  const std::span<const unsigned int> points = std::as_const(*input.points).span();
+  const MemCore::ChunkBase& samples = *input.data->elements();
+  if (!fitsIndices({points, input.size[0], waveformLength_, offset_}, samples.size())) {
+    return gatherSamples(output, input);
+  }
+  const bool isCopied =
+      copyInPieces(points.size(), waveformLength_, [&](std::uint64_t first, std::uint64_t count) {
+        const auto offset = static_cast<std::uint32_t>(offset_ + first * waveformLength_);
+        return copyWaveforms(
+            *output.elements(), samples,
+            {points.subspan(first, count), input.size[0], waveformLength_, offset});
+      });
+  if (!isCopied) return std::nullopt;
+  return static_cast<std::uint32_t>(points.size() * waveformLength_);
 }
 
 /// The way for fragments whose sample indices wrap.
 std::optional<std::uint32_t> TileField::gatherSamples(MemBase& output,
-                                                      const FragmentElements& input) const {
+                                                      const FragmentElements& input) {
   const WaveformIndices indices =
       expandWaveformIndices(input.points, input.size[0], name_, copy_.waveformLengths);
   const std::uint64_t count = indices.samples->size();
@@ -236,6 +292,7 @@ std::optional<std::uint32_t> TileField::gatherSamples(MemBase& output,
     std::byte* block = output.elements()->bytes() + offset_ * bytes;
     for (const unsigned int p : *indices.padding) std::memset(block + p * bytes, 0, bytes);
   }
+  if (filling_) filling_->noteFilled(count);
   return static_cast<std::uint32_t>(count);
 }
 
@@ -253,7 +310,12 @@ void TileField::warnSkipped(const FragmentElements& input, const std::string& fo
 
 void TileField::finish() {
   for (const std::string& warning : warnings_) Console() << warning;
-  if (output_) Fiber::getRange(*output_, fragment_, false, false);
+  if (!output_) return;
+  if (filling_) {
+    filling_->fillRest();
+    if (creator_ && filling_->range()) creator_->rememberRange(*filling_->range());
+  }
+  Fiber::getRange(*output_, fragment_, false, false);
 }
 
 using TileFields = std::list<TileField>;

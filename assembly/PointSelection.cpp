@@ -48,30 +48,54 @@ std::vector<CandidateBlock> candidateBlocks(std::size_t pointCount, std::span<co
   return candidates;
 }
 
-void appendWholeBlock(IndexList& list, const CandidateBlock& block) {
-  std::uint32_t* added = list.grow(block.count);
-  std::iota(added, added + block.count, static_cast<std::uint32_t>(block.first));
-}
-
-/// Adds the points of a block that lie inside the tile.
-void appendMixedBlock(IndexList& list, PointSpan pointsOfBlock, const CandidateBlock& block,
-                      const TileBounds& bounds) {
-  const std::size_t before = list.size();
-  std::uint32_t* added = list.grow(block.count + kCollectSlack);
-  const std::size_t selected =
-      collectInside(pointsOfBlock, bounds, static_cast<std::uint32_t>(block.first), added);
-  list.truncate(before + selected);
-}
-
-/// A list with room for the candidates.
-StrongPtr<IndexList> listFor(const std::vector<CandidateBlock>& candidates) {
-  auto list = makeStrong<IndexList>();
-  if (candidates.empty()) return list;
-  list->reserve(candidates.size() * Fiber::kBlockPoints + kCollectSlack);
-  return list;
-}
-
 using Candidates = std::span<const CandidateBlock>;
+
+/// The points of a fragment's candidate blocks that belong to the tile: marked first, listed in the
+/// end, when it is known how much room their list takes. A mark is a bit, an index 32: the bits of
+/// many blocks stay in the processor's cache.
+class SelectedPoints {
+ public:
+  /// The candidates must outlive this.
+  SelectedPoints(Candidates candidates, const TileBounds& bounds)
+      : candidates_(candidates), bounds_(bounds), marks_(candidates.size() * kWords) {}
+
+  /// Takes the points of candidate k, a mixed one.
+  void mark(std::size_t k, PointSpan pointsOfBlock) {
+    count_ += markInside(pointsOfBlock, bounds_, marksOf(k));
+  }
+  /// Takes all points of candidate k.
+  void markAll(std::size_t k) { count_ += candidates_[k].count; }
+
+  /// The list, once every candidate has been taken.
+  StrongPtr<IndexList> list() {
+    auto list = makeStrong<IndexList>();
+    if (count_ == 0) return list;
+    std::uint32_t* next = list->grow(count_ + kExpandSlack);
+    for (std::size_t k = 0; k < candidates_.size(); ++k) next += listBlock(k, next);
+    list->truncate(count_);
+    return list;
+  }
+
+ private:
+  static constexpr std::size_t kWords = markWords(Fiber::kBlockPoints);
+
+  std::span<std::uint64_t> marksOf(std::size_t k) {
+    return std::span(marks_).subspan(k * kWords, markWords(candidates_[k].count));
+  }
+
+  std::size_t listBlock(std::size_t k, std::uint32_t* indices) {
+    const CandidateBlock& block = candidates_[k];
+    const auto first = static_cast<std::uint32_t>(block.first);
+    if (!block.isInside) return expandMarks(marksOf(k), first, indices);
+    std::iota(indices, indices + block.count, first);
+    return block.count;
+  }
+
+  Candidates candidates_;
+  const TileBounds& bounds_;
+  std::vector<std::uint64_t> marks_;  ///< kWords per candidate
+  std::size_t count_ = 0;
+};
 
 /// How many candidates from the front on are mixed and without a gap, up to what is read at once.
 std::size_t mixedRun(Candidates candidates) {
@@ -86,19 +110,6 @@ std::size_t mixedRun(Candidates candidates) {
   return length;
 }
 
-/// Reads the positions of a run of mixed blocks and adds those inside the tile.
-Outcome<void> appendMixedRun(IndexList& list, Fiber::PointPartReader& reader, Candidates run,
-                             const TileBounds& bounds) {
-  const std::size_t first = run.front().first;
-  std::vector<PhysicalSpace::point> points(run.back().first + run.back().count - first);
-  if (auto read = reader.readPositions(first, points); !read) return read;
-  for (const CandidateBlock& block : run) {
-    appendMixedBlock(list, PointSpan(points).subspan(block.first - first, block.count), block,
-                     bounds);
-  }
-  return {};
-}
-
 /// Selects by way of a reader, which is asked for the positions of mixed blocks alone.
 Outcome<StrongPtr<IndexList>> selectByParts(Fiber::PointPartReader& reader,
                                             const TileBounds& bounds) {
@@ -107,18 +118,24 @@ Outcome<StrongPtr<IndexList>> selectByParts(Fiber::PointPartReader& reader,
   // Indices have 32 bits; what lies beyond them cannot be named.
   const auto candidates =
       candidateBlocks(static_cast<std::uint32_t>(reader.pointCount()), *boxes, bounds);
-  auto list = listFor(candidates);
-  for (Candidates rest = candidates; !rest.empty();) {
-    const std::size_t mixed = mixedRun(rest);
+  SelectedPoints selected(candidates, bounds);
+  std::vector<PhysicalSpace::point> points;
+  for (std::size_t k = 0; k < candidates.size();) {
+    const std::size_t mixed = mixedRun(Candidates(candidates).subspan(k));
     if (mixed == 0) {
-      appendWholeBlock(*list, rest.front());
-    } else {
-      const auto added = appendMixedRun(*list, reader, rest.first(mixed), bounds);
-      if (!added) return added.failure();
+      selected.markAll(k++);
+      continue;
     }
-    rest = rest.subspan(std::max<std::size_t>(mixed, 1));
+    const std::size_t first = candidates[k].first;
+    const CandidateBlock& last = candidates[k + mixed - 1];
+    points.resize(last.first + last.count - first);
+    if (auto read = reader.readPositions(first, points); !read) return read.failure();
+    for (const std::size_t end = k + mixed; k < end; ++k) {
+      const CandidateBlock& block = candidates[k];
+      selected.mark(k, PointSpan(points).subspan(block.first - first, block.count));
+    }
   }
-  return list;
+  return selected.list();
 }
 
 /// What the selection of every fragment of one tile shares.
@@ -174,15 +191,16 @@ StrongPtr<IndexList> selectPointsInBox(const PositionArray& points, const Boundi
   const auto boxes = table ? table->boxes(points.span()) : std::span<const PointBox>();
   const auto candidates = candidateBlocks(reachable.size(), boxes, bounds);
 
-  auto list = listFor(candidates);
-  for (const CandidateBlock& block : candidates) {
+  SelectedPoints selected(candidates, bounds);
+  for (std::size_t k = 0; k < candidates.size(); ++k) {
+    const CandidateBlock& block = candidates[k];
     if (block.isInside) {
-      appendWholeBlock(*list, block);
+      selected.markAll(k);
     } else {
-      appendMixedBlock(*list, reachable.subspan(block.first, block.count), block, bounds);
+      selected.mark(k, reachable.subspan(block.first, block.count));
     }
   }
-  return list;
+  return selected.list();
 }
 
 TileSelection selectPointsInTile(const FragmentSet& fragments,

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <limits>
 
+#include "datamodel/fiber/NumberRange.hpp"
+
 namespace LidarLib {
 
 using Fiber::IndexList;
@@ -35,6 +37,32 @@ std::uint32_t longestOf(const StrongPtr<Fiber::Field>& field, const Fiber::Fragm
 /// Points below this one lie inside the input; points without samples take no room there.
 std::uint64_t pointLimit(const WaveformBlock& block, const MemCore::ChunkBase& input) {
   return block.inputSamples == 0 ? kIndexLimit : input.size() / block.inputSamples;
+}
+
+/// Copies rows of so many bytes; those of consecutive points go as one.
+void copyRows(std::byte* to, const std::byte* from, std::span<const unsigned int> points,
+              std::size_t rowBytes) {
+  for (std::size_t k = 0; k < points.size();) {
+    const std::size_t first = k++;
+    while (k < points.size() && points[k] > points[k - 1] && points[k] - points[k - 1] == 1) ++k;
+    std::memcpy(to + first * rowBytes, from + points[first] * rowBytes, (k - first) * rowBytes);
+  }
+}
+
+struct RowBytes {
+  std::size_t input = 0;
+  std::size_t output = 0;
+};
+
+/// Copies rows, cut or padded with zeros to the length that they have in the output.
+void fitRows(std::byte* to, const std::byte* from, std::span<const unsigned int> points,
+             const RowBytes& row) {
+  const std::size_t copied = std::min(row.input, row.output);
+  for (const unsigned int point : points) {
+    if (copied != 0) std::memcpy(to, from + point * row.input, copied);
+    std::memset(to + copied, 0, row.output - copied);
+    to += row.output;
+  }
 }
 
 }  // namespace
@@ -91,27 +119,24 @@ WaveformIndices expandWaveformIndices(const StrongPtr<IndexList>& points,
 
 bool fitsIndices(const WaveformBlock& block, std::uint64_t inputElements) {
   return inputElements <= kIndexLimit &&
-         block.points->size() * std::uint64_t{block.outputSamples} < kIndexLimit;
+         block.points.size() * std::uint64_t{block.outputSamples} < kIndexLimit;
 }
 
 bool copyWaveforms(MemCore::ChunkBase& output, const MemCore::ChunkBase& input,
                    const WaveformBlock& block) {
-  const std::span<const unsigned int> points = std::as_const(*block.points).span();
+  const std::span<const unsigned int> points = block.points;
   const std::size_t bytes = input.elementSize();
   if (points.empty() || &output == &input || output.elementSize() != bytes) return false;
   if (!output.isPlain() || !input.isPlain()) return false;
   const std::uint64_t samples = points.size() * std::uint64_t{block.outputSamples};
   if (block.outputOffset + samples > output.size()) return false;
-  if (*std::max_element(points.begin(), points.end()) >= pointLimit(block, input)) return false;
+  if (Fiber::highestIndex(points) >= pointLimit(block, input)) return false;
 
-  const std::size_t copied = std::min<std::uint64_t>(block.outputSamples, block.inputSamples);
-  const std::size_t padded = block.outputSamples - copied;
   std::byte* to = output.bytes() + block.outputOffset * bytes;
-  for (const unsigned int point : points) {
-    const std::byte* from = input.bytes() + point * block.inputSamples * bytes;
-    if (copied != 0) std::memcpy(to, from, copied * bytes);
-    std::memset(to + copied * bytes, 0, padded * bytes);
-    to += block.outputSamples * bytes;
+  if (block.inputSamples == block.outputSamples && block.inputSamples != 0) {
+    copyRows(to, input.bytes(), points, block.inputSamples * bytes);
+  } else {
+    fitRows(to, input.bytes(), points, {block.inputSamples * bytes, block.outputSamples * bytes});
   }
   return true;
 }

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 
 #include "assembly/PointSelection.hpp"
@@ -44,10 +45,10 @@ WaveformIndices expandWaveformIndices(const MemCore::StrongPtr<Fiber::IndexList>
 
 /// One fragment's waveforms on their way into a tile. Shape of both arrays: [points][samples].
 struct WaveformBlock {
-  MemCore::StrongPtr<Fiber::IndexList> points;  ///< the selected points
-  std::uint64_t inputSamples = 0;               ///< samples per point of the fragment
-  std::uint32_t outputSamples = 0;              ///< samples per point of the tile
-  std::uint32_t outputOffset = 0;               ///< first output sample of the block
+  std::span<const unsigned int> points;  ///< the selected points
+  std::uint64_t inputSamples = 0;        ///< samples per point of the fragment
+  std::uint32_t outputSamples = 0;       ///< samples per point of the tile
+  std::uint32_t outputOffset = 0;        ///< first output sample of the block
 };
 
 /// Copies the selected points' waveforms, whole runs of samples at a time: the same elements as

@@ -2,7 +2,9 @@
 //
 // How close is the selection of a tile's points to the speed of memory? One thread, one array of
 // positions in memory; the floor is adding the array up, which tells the bandwidth of reading. The
-// ratio is the share of that bandwidth: floor time over measured time.
+// ratio is the share of that bandwidth: floor time over measured time. The allocator is set as the
+// program sets it: lists up to 32 MB get the memory of the repetition before, as those of the
+// second tile get that of the first.
 //
 //   every block tested    points in random order, so that no box of a block decides anything
 //   all outside, inside   the boxes of the blocks decide everything
@@ -15,6 +17,8 @@
 #include "assembly/PointBlockBoxes.hpp"
 #include "assembly/PointSelection.hpp"
 #include "benchmarks/Program.hpp"
+#include "datamodel/memcore/Allocator.hpp"
+#include "datamodel/memcore/Cache.hpp"
 
 namespace Benchmarks {
 
@@ -139,6 +143,7 @@ int main(int argc, char** argv) {
                               "Measures point selection against the speed of memory");
   std::size_t points = 10'000'000;
   program.flags().add_option("--points", points, "Points in memory")->check(CLI::PositiveNumber);
+  MemCore::fitAllocator(MemCore::Cache::MemCache()->budget());
   return program.run(argc, argv, [&](Benchmarks::Bench& bench) {
     Benchmarks::selectAll(bench, bench.isSmoke ? 50'000 : points);
   });

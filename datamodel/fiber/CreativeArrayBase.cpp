@@ -2,10 +2,10 @@
 
 #include "datamodel/fiber/CreativeArrayBase.hpp"
 
-#include <cmath>
 #include <limits>
 #include <new>
-#include <type_traits>
+
+#include "datamodel/fiber/NumberRange.hpp"
 
 namespace Fiber {
 
@@ -148,39 +148,6 @@ StrongPtr<BoundingBox> computeBox(CreativeArrayBase& creator) {
   return box;
 }
 
-template <class T>
-std::optional<ValueRange> rangeOfElements(std::span<const T> values) {
-  // Integer comparisons vectorise and stay exact; the conversion comes last.
-  std::optional<ValueRange> range;
-  std::size_t i = 0;
-  if constexpr (std::is_floating_point_v<T>) {
-    while (i < values.size() && std::isnan(values[i])) ++i;
-  }
-  if (i == values.size()) return range;
-  T low = values[i];
-  T high = values[i];
-  for (; i < values.size(); ++i) {
-    low = values[i] < low ? values[i] : low;
-    high = values[i] > high ? values[i] : high;
-  }
-  return ValueRange{static_cast<double>(low), static_cast<double>(high)};
-}
-
-template <class T>
-bool tryRange(const MemBase& data, std::optional<ValueRange>& range) {
-  const auto chunk = MemCore::chunkCast<T>(data.elements());
-  if (!chunk) return false;
-  range = rangeOfElements<T>(std::as_const(*chunk).span());
-  return true;
-}
-
-template <class... Types>
-std::optional<ValueRange> rangeOfFirstMatch(const MemBase& data) {
-  std::optional<ValueRange> range;
-  (tryRange<Types>(data, range) || ...);
-  return range;
-}
-
 }  // namespace
 
 bool ExpandBBox(StrongPtr<BoundingBox>& box, CreativeArrayBase& creator, DataCreationMode mode) {
@@ -205,9 +172,10 @@ std::optional<ValueRange> computeRange(CreativeArrayBase& creator) {
   if (facts.type && facts.type->componentCount() != 1) return std::nullopt;
   const auto data = creator.data();
   if (!data) return std::nullopt;
-  const auto range =
-      rangeOfFirstMatch<double, float, std::int8_t, std::uint8_t, std::int16_t, std::uint16_t,
-                        std::int32_t, std::uint32_t, std::int64_t, std::uint64_t>(*data);
+  const auto kind = numberKindOf(*data);
+  if (!kind || !data->elements()) return std::nullopt;
+  const MemCore::ChunkBase& elements = *data->elements();
+  const auto range = rangeOfNumbers(*kind, {elements.bytes(), elements.byteCount()});
   if (range) creator.rememberRange(*range);
   return range;
 }

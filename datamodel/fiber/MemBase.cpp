@@ -9,12 +9,20 @@
 #include <shared_mutex>
 #include <typeindex>
 
+#include "datamodel/fiber/NumberRange.hpp"
+
 namespace Fiber {
 
 using MemCore::ChunkBase;
 using MemCore::StrongPtr;
 
 namespace {
+
+/// The two ways to make arrays of one element type and rank; either may be absent.
+struct ArrayCreator {
+  MemBase::CreatorFunction zeroed;
+  MemBase::CreatorFunction unfilled;
+};
 
 class ArrayCreators {
  public:
@@ -33,25 +41,34 @@ class ArrayCreators {
     addRanks<std::uint64_t>();
   }
 
-  void add(const std::type_info& type, std::size_t rank, const MemBase::CreatorFunction& creator) {
+  void add(const std::type_info& type, std::size_t rank, const ArrayCreator& creator) {
     const std::unique_lock lock(mutex_);
     creators_.try_emplace({std::type_index(type), rank}, creator);
   }
 
-  MemBase::CreatorFunction find(const std::type_info& type, std::size_t rank) const {
+  ArrayCreator find(const std::type_info& type, std::size_t rank) const {
     const std::shared_lock lock(mutex_);
     const auto found = creators_.find({std::type_index(type), rank});
-    return found == creators_.end() ? MemBase::CreatorFunction() : found->second;
+    return found == creators_.end() ? ArrayCreator() : found->second;
   }
 
  private:
+  template <std::size_t N>
+  static std::array<std::uint64_t, N> extentsOf(const DynamicSize& size) {
+    std::array<std::uint64_t, N> extents{};
+    for (std::size_t i = 0; i < N; ++i) extents[i] = size[i];
+    return extents;
+  }
+
   template <class T, std::size_t N>
   void addRank() {
-    add(typeid(T), N, [](const DynamicSize& size) {
-      std::array<std::uint64_t, N> extents{};
-      for (std::size_t i = 0; i < N; ++i) extents[i] = size[i];
-      return StrongPtr<MemBase>(MemCore::makeStrong<MemArray<N, T>>(extents));
-    });
+    add(typeid(T), N,
+        {[](const DynamicSize& size) {
+           return StrongPtr<MemBase>(MemCore::makeStrong<MemArray<N, T>>(extentsOf<N>(size)));
+         },
+         [](const DynamicSize& size) {
+           return StrongPtr<MemBase>(MemArray<N, T>::unfilled(extentsOf<N>(size)));
+         }});
   }
   template <class T>
   void addRanks() {
@@ -62,20 +79,12 @@ class ArrayCreators {
   }
 
   mutable std::shared_mutex mutex_;
-  std::map<std::pair<std::type_index, std::size_t>, MemBase::CreatorFunction> creators_;
+  std::map<std::pair<std::type_index, std::size_t>, ArrayCreator> creators_;
 };
 
 ArrayCreators& arrayCreators() {
   static ArrayCreators theCreators;
   return theCreators;
-}
-
-/// A loop that compilers turn into vectors, unlike std::max_element: every list is looked through
-/// once per field.
-unsigned highestOf(std::span<const unsigned> indices) {
-  unsigned highest = 0;
-  for (const unsigned index : indices) highest = std::max(highest, index);
-  return highest;
 }
 
 /// Whether every element that one side of the copy uses lies below `limit`.
@@ -87,16 +96,17 @@ bool staysInside(const IndexList* indices, const IndirectionRange& range, std::u
   if (indices != nullptr && end > indices->size()) return false;
   std::uint64_t highest = end - 1;
   if (indices != nullptr) {
-    highest = highestOf(indices->span().subspan(range.first, range.count));
+    highest = highestIndex(indices->span().subspan(range.first, range.count));
   }
   return stride == 0 || highest <= (limit - 1 - offset) / stride;
 }
 
-/// Whether indices follow each other without a gap. Free of branches per index, because scattered
-/// lists would make every one of them a surprise.
+/// Whether indices follow each other without a gap. The ends alone tell it of most scattered lists;
+/// the rest is free of branches per index, because each would be a surprise.
 bool isConsecutive(std::span<const unsigned> indices) {
-  unsigned differences = 0;
   const unsigned first = indices.front();
+  if (indices.back() - first != indices.size() - 1) return false;
+  unsigned differences = 0;
   for (unsigned r = 0; r < indices.size(); ++r) differences |= indices[r] ^ (first + r);
   // Indices that wrap around are no run.
   return differences == 0 && indices.back() >= first;
@@ -151,13 +161,21 @@ StrongPtr<FiberTypeBase> MemBase::type() const {
 StrongPtr<MemBase> MemBase::create(const StrongPtr<FiberTypeBase>& type, const DynamicSize& size,
                                    const std::type_info& elementType) {
   if (!type || type->type() != elementType) return nullptr;
-  const CreatorFunction creator = arrayCreators().find(elementType, size.rank());
+  const CreatorFunction creator = arrayCreators().find(elementType, size.rank()).zeroed;
+  return creator ? creator(size) : nullptr;
+}
+
+StrongPtr<MemBase> MemBase::createUnfilled(const StrongPtr<FiberTypeBase>& type,
+                                           const DynamicSize& size,
+                                           const std::type_info& elementType) {
+  if (!type || type->type() != elementType) return nullptr;
+  const CreatorFunction creator = arrayCreators().find(elementType, size.rank()).unfilled;
   return creator ? creator(size) : nullptr;
 }
 
 void MemBase::registerCreator(const std::type_info& elementType, std::size_t rank,
                               const CreatorFunction& creator) {
-  arrayCreators().add(elementType, rank, creator);
+  arrayCreators().add(elementType, rank, {creator, nullptr});
 }
 
 bool CreateIndirection(const StrongPtr<ChunkBase>& output, const StrongPtr<ChunkBase>& input,

@@ -42,6 +42,11 @@ class FIBER_API MemBase : public MemCore::Cacheable, public MemCore::Intercube {
   static MemCore::StrongPtr<MemBase> create(const MemCore::StrongPtr<FiberTypeBase>& type,
                                             const DynamicSize& size,
                                             const std::type_info& elementType);
+  /// The same with elements of unspecified value, for callers that write every one of them; empty
+  /// for types that are not known from the start, too.
+  static MemCore::StrongPtr<MemBase> createUnfilled(const MemCore::StrongPtr<FiberTypeBase>& type,
+                                                    const DynamicSize& size,
+                                                    const std::type_info& elementType);
   /// Registers how arrays of one element type and rank are made; the first one wins. Threads: any.
   static void registerCreator(const std::type_info& elementType, std::size_t rank,
                               const CreatorFunction& creator);
@@ -57,7 +62,12 @@ class MemArray final : public MemBase {
  public:
   /// All elements T{} (zero for numbers). May throw std::bad_alloc, as for absurd extents.
   explicit MemArray(const std::array<std::uint64_t, N>& extents)
-      : MemArray(extents, makeZeroed(extents)) {}
+      : MemArray(extents, MemCore::makeStrong<MemCore::Chunk<T>>(elementCount(extents))) {}
+  /// All elements of unspecified value. May throw std::bad_alloc.
+  static MemCore::StrongPtr<MemArray> unfilled(const std::array<std::uint64_t, N>& extents) {
+    return MemCore::makeStrong<MemArray>(extents,
+                                         MemCore::Chunk<T>::uninitialised(elementCount(extents)));
+  }
   /// Over elements that exist. Requires: the chunk has as many elements as the extents say.
   MemArray(const std::array<std::uint64_t, N>& extents,
            MemCore::StrongPtr<MemCore::Chunk<T>> elements)
@@ -74,13 +84,12 @@ class MemArray final : public MemBase {
   const MemCore::StrongPtr<MemCore::Chunk<T>>& chunk() const { return chunk_; }
 
  private:
-  static MemCore::StrongPtr<MemCore::Chunk<T>> makeZeroed(
-      const std::array<std::uint64_t, N>& extents) {
+  static std::size_t elementCount(const std::array<std::uint64_t, N>& extents) {
     std::uint64_t count = 1;
     for (const std::uint64_t extent : extents) {
       if (__builtin_mul_overflow(count, extent, &count)) throw std::bad_array_new_length();
     }
-    return MemCore::makeStrong<MemCore::Chunk<T>>(static_cast<std::size_t>(count));
+    return static_cast<std::size_t>(count);
   }
 
   MemCore::StrongPtr<MemCore::Chunk<T>> chunk_;

@@ -52,9 +52,7 @@ class LazCodec {
   MemCore::Outcome<void> decompress(std::span<const std::byte> chunk, std::uint64_t skip,
                                     std::span<std::byte> records) const;
 
-  /// Encodes whole records as one chunk. Known defect: where all waveform packets of a chunk of
-  /// point format 9 or 10 are equal but for the sign of zeros, they come back with the signs of the
-  /// first, because the encoder compares numbers before it stores any.
+  /// Encodes whole records as one chunk.
   MemCore::Outcome<std::vector<std::byte>> compress(std::span<const std::byte> records) const;
 
   /// Encodes the table behind the chunks of a file.

@@ -19,10 +19,14 @@ using namespace TestSupport;
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
+/// Marks and expands; words of marks are dirty before.
 std::vector<unsigned int> collect(const std::vector<Point>& points, const TileBounds& bounds,
                                   std::uint32_t firstIndex) {
-  std::vector<unsigned int> indices(points.size() + kCollectSlack);
-  indices.resize(collectInside(points, bounds, firstIndex, indices.data()));
+  std::vector<std::uint64_t> marks(markWords(points.size()), ~std::uint64_t{0});
+  const std::size_t marked = markInside(points, bounds, marks);
+  std::vector<unsigned int> indices(marked + kExpandSlack);
+  EXPECT_EQ(expandMarks(marks, firstIndex, indices.data()), marked);
+  indices.resize(marked);
   return indices;
 }
 
@@ -68,7 +72,7 @@ class BoxTestKernel : public testing::TestWithParam<std::int64_t> {
 
 TEST_P(BoxTestKernel, CollectsWhatThePlainTestCollects) {
   std::mt19937_64 random(testSeed());
-  for (std::size_t count = 0; count < 150; ++count) {
+  for (std::size_t count = 0; count < 300; ++count) {
     const auto box = nastyBox(random);
     const auto index = someIndex(random);
     const auto points = nastyCloud(random, count, box);

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <omp.h>
 
+#include <algorithm>
 #include <memory>
 #include <random>
 
@@ -79,7 +80,8 @@ class RandomTile {
     std::uint64_t number = 0;
     const std::size_t fragmentCount = 1 + random() % 6;
     for (std::size_t f = 0; f < fragmentCount; ++f) {
-      fragments_.push_back({nastyCloud(random, 1 + random() % 3000, box_), number,
+      fragments_.push_back({nastyCloud(random, 1 + random() % (f == 0 ? 30000 : 3000), box_),
+                            number,
                             random() % 4 == 0 ? 0U : 1U + static_cast<unsigned>(random() % 16)});
       number += fragments_.back().points.size();
       addToCloud(cloud_, fragments_.back());
@@ -100,12 +102,23 @@ class RandomTile {
     rig.copyAll(order);
     const Expected expected = expectedFields(rig);
     ASSERT_EQ(rig.copy.selection.pointCount, expected.numbers.size());
-    EXPECT_EQ(rig.values<std::uint64_t>("Number"), expected.numbers);
-    EXPECT_EQ(rig.values<double>("GpsTime"), expected.gps);
-    EXPECT_EQ(rig.values<std::uint8_t>("Class"), expected.classes);
-    EXPECT_EQ(rig.values<std::uint32_t>("Colour"), expected.colours);
-    EXPECT_EQ(rig.values<std::uint16_t>("FWFLength"), expected.lengths);
-    EXPECT_EQ(rig.values<std::uint16_t>("Waveforms"), expectedSamples(rig, expected.lengths));
+    expectField(rig, "Number", expected.numbers);
+    expectField(rig, "GpsTime", expected.gps);
+    expectField(rig, "Class", expected.classes);
+    expectField(rig, "Colour", expected.colours);
+    expectField(rig, "FWFLength", expected.lengths);
+    expectField(rig, "Waveforms", expectedSamples(rig, expected.lengths));
+  }
+
+  /// The values of the tile's field, and that their range is known.
+  template <class T>
+  static void expectField(const TileRig& rig, const char* name, const std::vector<T>& expected) {
+    EXPECT_EQ(rig.values<T>(name), expected) << name;
+    if (expected.empty()) return;
+    const auto [low, high] = std::minmax_element(expected.begin(), expected.end());
+    const Fiber::ValueRange range{static_cast<double>(*low), static_cast<double>(*high)};
+    ASSERT_TRUE(rig.field(name)) << name;
+    EXPECT_EQ(rig.field(name)->getFirstCreator()->facts().range, range) << name;
   }
 
   Expected expectedFields(const TileRig& rig) const {

@@ -7,6 +7,7 @@
 
 #include <complex>
 #include <memory>
+#include <numeric>
 
 #include "assembly/OutputGrid.hpp"
 #include "tests/assembly/TileRig.hpp"
@@ -106,6 +107,36 @@ TEST(FieldCopy, TheValueRangeIsKnownAfterwards) {
   rig.copyAll();
   const auto range = rig.field("Id")->getFirstCreator()->facts().range;
   EXPECT_EQ(range, (Fiber::ValueRange{10, 22}));
+}
+
+TEST(FieldCopy, ElementsThatNoFragmentFillsCountAsZerosInTheRange) {
+  CloudBuilder cloud;
+  cloud.fragment(std::vector<Point>(4)).field<double>("Id", {10, 11, 12});
+  cloud.fragment(std::vector<Point>(4)).field<double>("Id", {20, 21, 22, 23});
+  TileRig rig(cloud.currentGrid(), kThreeAndTwo);
+  const ConsoleCapture console;
+  rig.copyAll();
+  const auto range = rig.field("Id")->getFirstCreator()->facts().range;
+  EXPECT_EQ(range, (Fiber::ValueRange{0, 22}));
+}
+
+// The last of many points lies outside, which shows when most of the fragment has been copied.
+TEST(FieldCopy, FragmentThatFailsLateLeavesNothingBehind) {
+  constexpr unsigned int kMany = 30000;
+  CloudBuilder cloud;
+  cloud.fragment(std::vector<Point>(2)).field<double>("Id", {10, 11});
+  cloud.fragment(std::vector<Point>(kMany)).field("Id", Doubles(kMany, 99.0));
+  cloud.fragment(std::vector<Point>(2)).field<double>("Id", {20, 21});
+  std::vector<unsigned int> many(kMany);
+  std::iota(many.begin(), many.end(), 1);
+  TileRig rig(cloud.currentGrid(), {{"0", {0, 1}}, {"1", many}, {"2", {1}}});
+  const ConsoleCapture console;
+  rig.copyAll();
+  EXPECT_TRUE(console.contains("Field: Id Fragment: 1:"));
+  Doubles expected(kMany + 3, 0.0);
+  std::copy_n(Doubles{10, 11, 21}.begin(), 3, expected.begin());
+  EXPECT_EQ(rig.values<double>("Id"), expected);
+  EXPECT_EQ(rig.field("Id")->getFirstCreator()->facts().range, (Fiber::ValueRange{0, 21}));
 }
 
 TEST(FieldCopy, FieldsOfAnotherChartGoToTheSameChart) {

@@ -118,8 +118,9 @@ TEST(ExpandWaveformIndices, TheirNumberWrapsAt32Bits) {
 template <class T>
 StrongPtr<Chunk<T>> gatherPlainly(const StrongPtr<Chunk<T>>& input, const WaveformBlock& block,
                                   StrongPtr<Chunk<T>> output) {
-  const auto indices = expandWaveformIndices(block.points, block.inputSamples, "Waveforms",
-                                             {block.outputSamples, 0});
+  const auto points = listOf({block.points.begin(), block.points.end()});
+  const auto indices =
+      expandWaveformIndices(points, block.inputSamples, "Waveforms", {block.outputSamples, 0});
   for (std::size_t j = 0; j < indices.samples->size(); ++j) {
     (*output)[block.outputOffset + j] = (*input)[(*indices.samples)[j]];
   }
@@ -140,7 +141,7 @@ void expectBlocksLikeIndexLists(std::mt19937_64& random) {
     if (points.empty() || random() % 3 != 0) points.push_back(p);
   }
   const auto offset = static_cast<std::uint32_t>(random() % 30);
-  const WaveformBlock block{listOf(points), inputSamples, outputSamples, offset};
+  const WaveformBlock block{points, inputSamples, outputSamples, offset};
   const std::size_t room = offset + points.size() * outputSamples + random() % 5;
   const auto output = makeStrong<Chunk<T>>(room, T{77});
   EXPECT_TRUE(fitsIndices(block, input->size()));
@@ -160,26 +161,27 @@ TEST(CopyWaveforms, SameAsGatheringByIndexLists) {
 
 TEST(CopyWaveforms, NoInputSamplesGiveZeros) {
   Chunk<unsigned short> output(4, 77);
-  EXPECT_TRUE(copyWaveforms(output, Chunk<unsigned short>(), {listOf({0, 5}), 0, 2, 0}));
+  EXPECT_TRUE(copyWaveforms(output, Chunk<unsigned short>(), {listOf({0, 5})->span(), 0, 2, 0}));
   EXPECT_EQ(Samples(output.begin(), output.end()), Samples(4, 0));
 }
 
 TEST(CopyWaveforms, RefusesWhatLiesOutside) {
   Chunk<unsigned short> output(10, 77);
   const Chunk<unsigned short> input(6, 1);
-  EXPECT_FALSE(copyWaveforms(output, input, {listOf({0, 3}), 2, 2, 0})) << "point";
-  EXPECT_FALSE(copyWaveforms(output, input, {listOf({0, 1}), 2, 5, 1})) << "block";
-  EXPECT_FALSE(copyWaveforms(output, Chunk<float>(6), {listOf({0, 1}), 2, 2, 0})) << "type";
-  EXPECT_FALSE(copyWaveforms(output, input, {listOf({}), 2, 2, 0})) << "no points";
-  EXPECT_FALSE(copyWaveforms(output, output, {listOf({0, 1}), 2, 2, 0})) << "same array";
+  EXPECT_FALSE(copyWaveforms(output, input, {listOf({0, 3})->span(), 2, 2, 0})) << "point";
+  EXPECT_FALSE(copyWaveforms(output, input, {listOf({0, 1})->span(), 2, 5, 1})) << "block";
+  EXPECT_FALSE(copyWaveforms(output, Chunk<float>(6), {listOf({0, 1})->span(), 2, 2, 0})) << "type";
+  EXPECT_FALSE(copyWaveforms(output, input, {listOf({})->span(), 2, 2, 0})) << "no points";
+  EXPECT_FALSE(copyWaveforms(output, output, {listOf({0, 1})->span(), 2, 2, 0})) << "same array";
   EXPECT_EQ(Samples(output.begin(), output.end()), Samples(10, 77));
 }
 
 TEST(CopyWaveforms, IndicesFitUpTo32Bits) {
-  const WaveformBlock block{listOf(Indices(65536, 0)), 4, 65535, 0};
+  const Indices points(65536, 0);
+  const WaveformBlock block{points, 4, 65535, 0};
   EXPECT_TRUE(fitsIndices(block, std::uint64_t{1} << 32));
   EXPECT_FALSE(fitsIndices(block, (std::uint64_t{1} << 32) + 1));
-  const WaveformBlock longer{block.points, 4, 65536, 0};
+  const WaveformBlock longer{points, 4, 65536, 0};
   EXPECT_FALSE(fitsIndices(longer, 4));
 }
 

@@ -30,17 +30,6 @@ void addMadeUpFiles(std::vector<KnownFile>& files) {
   }
 }
 
-/// Compression may lose the sign of a zero in a waveform packet (see LazCodec.hpp).
-void clearNegativeZeros(std::byte* record, std::uint8_t pointFormat) {
-  constexpr std::size_t kPlaceAndDirection = 4;
-  std::byte* first = record + standardRecordBytes(pointFormat) - kPlaceAndDirection * sizeof(float);
-  for (std::size_t i = 0; i < kPlaceAndDirection; ++i) {
-    if (loadValue<float>(first + i * sizeof(float)) == 0.0F) {
-      storeValue(first + i * sizeof(float), 0.0F);
-    }
-  }
-}
-
 }  // namespace
 
 void PrintTo(const KnownFile& file, std::ostream* stream) { *stream << file.name; }
@@ -265,7 +254,6 @@ std::vector<std::byte> surveyRecords(std::uint8_t pointFormat, std::uint16_t ext
     for (std::uint64_t change = below(4); change > 0; --change) {
       record[12 + below(recordBytes - 12)] = static_cast<std::byte>(below(256));
     }
-    if (formatHasWaveforms(pointFormat)) clearNegativeZeros(record, pointFormat);
     for (std::int32_t& value : place) value += static_cast<std::int32_t>(below(200)) - 100;
     if (below(100) == 0) place[below(3)] = static_cast<std::int32_t>(random() >> 33U);
     storeValue(record, place);

@@ -148,6 +148,27 @@ TEST_P(LazCodecOfFormat, SurvivesAnyBytes) {
   EXPECT_LE(refused, 300U);
 }
 
+// The second packet of each pair differs from the first in one sign alone.
+TEST(LazCodec, KeepsTheSignOfEveryZeroInWaveformPackets) {
+  constexpr std::size_t kNumbers = 4;
+  for (const std::uint8_t format : {std::uint8_t{9}, std::uint8_t{10}}) {
+    const LazCodec codec = codecFor(format);
+    for (std::size_t number = 0; number < kNumbers; ++number) {
+      std::vector<std::byte> records(2 * codec.recordBytes());
+      storeValue(records.data() + records.size() - (number + 1) * sizeof(float), -0.0F);
+      expectRoundTrip(codec, records);
+      expectRoundTrip(withItemVersion(codec, 4), records);
+    }
+  }
+}
+
+// The records with which a random test first met a lost sign.
+TEST(LazCodec, KeepsTheSignOfZeroThatARandomTestMet) {
+  for (const std::uint8_t format : {std::uint8_t{9}, std::uint8_t{10}}) {
+    expectRoundTrip(codecFor(format, 1), surveyRecords(format, 1, 2, 1716906722));
+  }
+}
+
 TEST(LazCodec, RefusesLayersLargerThanTheChunk) {
   const LazCodec codec = codecFor(6);
   const std::vector<std::byte> records = surveyRecords(6, 0, 100, 1);

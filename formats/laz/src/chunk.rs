@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //! One chunk of points: from compressed bytes to records and back.
 
-use std::io::{Cursor, Read};
+use std::io::{Cursor, Read, Write};
 
 use laz::las::{v1, v2, v3, v4};
 use laz::laszip::{LazItem, LazItemType};
@@ -14,6 +14,7 @@ use crate::gps_time::GpsTimeField;
 use crate::items::{Items, Scheme};
 use crate::point14::Point14Field;
 use crate::rgb1::Rgb1Field;
+use crate::wave_packet::WavePacketField;
 use crate::Failure;
 
 pub fn damaged(error: std::io::Error) -> Failure {
@@ -189,20 +190,34 @@ pub fn compress(items: &Items, records: &[u8]) -> Result<Vec<u8>, Failure> {
     }
     let mut chunk = Cursor::new(Vec::new());
     if items.scheme == Scheme::LayeredChunked {
-        encode(LayeredPointRecordCompressor::new(&mut chunk), items, records)?;
+        encode(layered_encoder(items, &mut chunk)?, records)?;
     } else {
-        encode(SequentialPointRecordCompressor::new(&mut chunk), items, records)?;
+        let mut encoder = SequentialPointRecordCompressor::new(&mut chunk);
+        encoder.set_fields_from(&items.list).map_err(|error| error.to_string())?;
+        encode(encoder, records)?;
     }
     Ok(chunk.into_inner())
 }
 
-fn encode<W>(
-    mut encoder: impl RecordCompressor<W>,
+fn layered_encoder<'a, W: Write>(
     items: &Items,
-    records: &[u8],
-) -> Result<(), Failure> {
+    chunk: W,
+) -> Result<LayeredPointRecordCompressor<'a, W>, Failure> {
+    let mut encoder = LayeredPointRecordCompressor::new(chunk);
+    for item in &items.list {
+        match item.item_type() {
+            LazItemType::WavePacket14 => {
+                encoder.add_field_compressor(WavePacketField::new(item.version()))
+            }
+            // Adds to the fields that are there.
+            _ => encoder.set_fields_from(&vec![*item]).map_err(|error| error.to_string())?,
+        }
+    }
+    Ok(encoder)
+}
+
+fn encode<W>(mut encoder: impl RecordCompressor<W>, records: &[u8]) -> Result<(), Failure> {
     let failed = |error| format!("records: cannot be compressed, {error}");
-    encoder.set_fields_from(&items.list).map_err(|error| error.to_string())?;
     encoder.compress_many(records).map_err(failed)?;
     encoder.done().map_err(failed)
 }

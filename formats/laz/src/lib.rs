@@ -11,6 +11,9 @@ mod point14_record;
 mod rgb1;
 mod stream;
 mod streaming_median;
+mod wave_packet;
+#[cfg(test)]
+mod wave_packet_tests;
 
 use std::panic::{catch_unwind, set_hook, AssertUnwindSafe};
 use std::slice::{from_raw_parts, from_raw_parts_mut};

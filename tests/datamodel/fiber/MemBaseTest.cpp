@@ -39,11 +39,29 @@ TEST(MemBase, CreatesNothingWithoutAKnownTypeOrRank) {
   EXPECT_FALSE(MemBase::create(type, DynamicSize{}, typeid(double)));
 }
 
+TEST(MemBase, UnfilledArraysDifferInTheirValuesAlone) {
+  for (const char* name : {"point", "vector3", "double", "int8", "uint64"}) {
+    const auto type = FiberTypeBase::find(std::string(name));
+    for (const DynamicSize& size : {DynamicSize{6}, DynamicSize{1, 1, 2, 3}}) {
+      const auto array = MemBase::createUnfilled(type, size, type->type());
+      ASSERT_TRUE(array) << name;
+      EXPECT_EQ(array->size(), size);
+      EXPECT_EQ(array->type(), type);
+      EXPECT_EQ(array->byteCount(), 6 * type->elementBytes());
+    }
+    EXPECT_FALSE(MemBase::createUnfilled(type, DynamicSize{}, type->type()));
+    EXPECT_FALSE(MemBase::createUnfilled(type, DynamicSize{3}, typeid(float)));
+  }
+  EXPECT_FALSE(MemBase::createUnfilled(nullptr, DynamicSize{3}, typeid(double)));
+}
+
 TEST(MemBase, AbsurdExtentsAreMemoryFailures) {
   const std::uint64_t large = std::uint64_t{1} << 33;
   const auto type = FiberTypeBase::find(typeid(double));
   EXPECT_THROW(MemBase::create(type, DynamicSize{large, large}, typeid(double)), std::bad_alloc);
   EXPECT_THROW(MemBase::create(type, DynamicSize{std::uint64_t{1} << 62}, typeid(double)),
+               std::bad_alloc);
+  EXPECT_THROW(MemBase::createUnfilled(type, DynamicSize{large, large}, typeid(double)),
                std::bad_alloc);
 }
 
@@ -60,6 +78,7 @@ TEST(MemBase, RegisteredCreatorServesItsTypeAndRankAlone) {
   MemBase::registerCreator(typeid(Pixel), 1,
                            [](const DynamicSize&) { return MemCore::StrongPtr<MemBase>(); });
   EXPECT_TRUE(MemBase::create(type, DynamicSize{3}, typeid(Pixel))) << "the first one wins";
+  EXPECT_FALSE(MemBase::createUnfilled(type, DynamicSize{3}, typeid(Pixel)));
   EXPECT_FALSE(MemBase::create(type, DynamicSize{3, 3}, typeid(Pixel)));
 }
 
