@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "datamodel/container/StoredCreator.hpp"
+#include "datamodel/container/TableCheck.hpp"
 #include "tests/datamodel/container/BundleSteps.hpp"
 #include "tests/datamodel/container/FileTexts.hpp"
 #include "tests/datamodel/container/ModelCompare.hpp"
@@ -93,6 +94,44 @@ TEST(ManyFragments, SavingALoadedTableGivesTheSameBytes) {
   saveTo(folder / "once.f5", tiling());
   saveTo(folder / "twice.f5", loadBundle(folder / "once.f5"));
   EXPECT_TRUE(contentsOf(folder / "once.f5") == contentsOf(folder / "twice.f5"));
+}
+
+/// The failure of a table of ten tiles in a row after a change, as the check of loading finds it.
+template <class Change>
+std::string failureAfter(const Change& change) {
+  StoredRepresentation stored;
+  stored.fields.resize(1);
+  stored.fields[0].fragmentCounts = MultiIndex<3>{{10, 1, 1}};
+  TableShape shape;
+  shape.fieldCount = 1;
+  shape.nameBytes = 10;
+  stored.table = FragmentTable(shape, 10);
+  for (std::uint32_t row = 0; row < 10; ++row) {
+    stored.table.setText(row, Column::kName, tileIndexText({{row, 0, 0}}));
+    stored.table.set<std::uint32_t>(row, Column::kNumber, row);
+  }
+  change(stored.table);
+  const auto checked = checkTable(stored);
+  return checked.ok() ? "" : checked.error();
+}
+
+TEST(ManyFragments, TilesOfOneNameOrNumberAreFound) {
+  EXPECT_EQ(failureAfter([](FragmentTable&) {}), "");
+  EXPECT_EQ(failureAfter([](FragmentTable& table) { table.setText(7, Column::kName, "other"); }),
+            "")
+      << "a fragment may have any name";
+  EXPECT_EQ(failureAfter([](FragmentTable& table) { table.setText(7, Column::kName, "[4x0x0]"); }),
+            "fragments: row 7: its name is taken by another fragment");
+  EXPECT_EQ(
+      failureAfter([](FragmentTable& table) { table.set<std::uint32_t>(7, Column::kNumber, 6); }),
+      "fragments: row 7: its number is taken by another fragment");
+  EXPECT_EQ(failureAfter([](FragmentTable& table) {
+              for (const std::uint32_t row : {2U, 3U}) {
+                table.setText(row, Column::kName, tileIndexText({{5 - row, 0, 0}}));
+                table.set<std::uint32_t>(row, Column::kNumber, 5 - row);
+              }
+            }),
+            "fragments: row 3: its number is below that of the row before");
 }
 
 TEST(ManyFragments, FirstOfAnotherTypeIsNamed) {
