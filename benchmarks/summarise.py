@@ -25,7 +25,7 @@ GOALS = {
     "6a": "mapping a million tiles, to 1 s",
     "6b": "mapping a million tiles, to 300 bytes a tile",
     "6c": "mapping a million fragments, to 1 s",
-    "6d": "planning fifty million tiles, to 8 GB",
+    "6d": "refusing (to 1 s) or planning (to 8 GB) fifty million tiles",
     "6e": "info with ten times the points",
     "7a": "linking a tile, to opening and closing its file",
     "7b": "opening a million links, to 0.5 s",

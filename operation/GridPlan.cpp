@@ -20,11 +20,12 @@ PlanOutcome refuseUnreadable(RefragmentAndSplit& operation, const GridPlan& plan
   return PlanOutcome::SkipGrid;
 }
 
-PlanOutcome refuseTooMany(RefragmentAndSplit& operation, std::uint64_t tileCount) {
+PlanOutcome refuseTooMany(RefragmentAndSplit& operation, std::uint64_t tileCount,
+                          std::uint64_t neededBytes) {
   constexpr double kGigabyte = 1e9;
   operation.appendMessage(
       fmt::format("not enough memory to plan {} tiles, expected about {:.1f} GB", tileCount,
-                  static_cast<double>(tileCount * kPlanBytesPerTile) / kGigabyte));
+                  static_cast<double>(neededBytes) / kGigabyte));
   return PlanOutcome::SkipSlice;
 }
 
@@ -61,8 +62,10 @@ PlanOutcome planOutput(RefragmentAndSplit& operation, const Fiber::Grid& inputGr
   try {
     plan.mapping = mapFragmentBoxes(plan.layout, *plan.view, operation.NormalizedOverlap,
                                     positions->getFragmentIDs(), positions);
+  } catch (const MappingTooLarge& refusal) {
+    return refuseTooMany(operation, plan.tileCount(), refusal.neededBytes());
   } catch (const std::bad_alloc&) {
-    return refuseTooMany(operation, plan.tileCount());
+    return refuseTooMany(operation, plan.tileCount(), plan.tileCount() * kPlanBytesPerTile);
   }
   // With both corners given nothing was read before the mapping.
   return refuseUnreadable(operation, plan);

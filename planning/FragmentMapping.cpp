@@ -11,12 +11,13 @@
 #include <omp.h>
 
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <cmath>
 #include <exception>
 
+#include "datamodel/memcore/Allocator.hpp"
 #include "datamodel/memcore/Console.hpp"
+#include "planning/AxisMatcher.hpp"
 
 namespace LidarLib {
 
@@ -28,12 +29,6 @@ namespace {
 
 using TileCells = MemCore::Chunk<TileCell>;
 
-/// Half-open.
-struct IndexRange {
-  std::uint64_t begin = 0;
-  std::uint64_t end = 0;
-};
-
 /// The part of `range` that lies in `window`, whose index `origin` counts as 0. Empty ranges may
 /// end before they begin.
 IndexRange clipped(const IndexRange& range, const IndexRange& window, std::uint64_t origin) {
@@ -41,69 +36,10 @@ IndexRange clipped(const IndexRange& range, const IndexRange& window, std::uint6
   return {std::max(range.begin, relative(window.begin)), std::min(range.end, relative(window.end))};
 }
 
-/// The first index below `count` that fulfils a condition which, once true, stays true; `count`
-/// when none does.
-template <class Condition>
-std::uint64_t firstIndex(std::uint64_t count, const Condition& holds) {
-  IndexRange open{0, count};
-  while (open.begin < open.end) {
-    const std::uint64_t middle = open.begin + (open.end - open.begin) / 2;
-    if (holds(middle)) {
-      open.end = middle;
-    } else {
-      open.begin = middle + 1;
-    }
-  }
-  return open.begin;
-}
-
-/// Which tiles a box touches along one axis. Range: closed, so that what shares a face touches.
-/// NaN touches everything.
-class AxisMatcher {
- public:
-  AxisMatcher(const TilingLayout& layout, std::size_t axis, double normalizedOverlap,
-              double tolerance)
-      : layout_(layout),
-        axis_(axis),
-        count_(std::array{layout.nx, layout.ny, layout.nz}[axis]),
-        normalizedOverlap_(normalizedOverlap),
-        tolerance_(tolerance) {
-    // Each rounding step is monotonic, so these hold for the rounded faces too.
-    const double length = layout.fragmentLength[axis];
-    facesAscend_ = count_ == 1 || (length >= 0.0 && std::isfinite(length) &&
-                                   std::isfinite(layout.globalBox->min()[axis]));
-  }
-
-  std::uint64_t count() const { return count_; }
-
-  /// A range of tiles outside of which the box touches none.
-  IndexRange candidates(const BoundingBox& box) const {
-    if (!facesAscend_) return {0, count_};
-    return {firstIndex(count_, [&](std::uint64_t q) { return !endsBefore(q, box); }),
-            firstIndex(count_, [&](std::uint64_t q) { return beginsAfter(q, box); })};
-  }
-  /// Whether the box touches one of its candidates. Bisection leaves no doubt about that.
-  bool confirms(std::uint64_t q, const BoundingBox& box) const {
-    return facesAscend_ || (!endsBefore(q, box) && !beginsAfter(q, box));
-  }
-
- private:
-  AxisInterval tile(std::uint64_t q) const {
-    return tileInterval(layout_, axis_, q, normalizedOverlap_);
-  }
-  bool endsBefore(std::uint64_t q, const BoundingBox& box) const {
-    return tile(q).max + tolerance_ < box.min()[axis_];
-  }
-  bool beginsAfter(std::uint64_t q, const BoundingBox& box) const {
-    return box.max()[axis_] < tile(q).min - tolerance_;
-  }
-
-  const TilingLayout& layout_;
-  std::size_t axis_;
-  std::uint64_t count_;
-  double normalizedOverlap_;
-  double tolerance_;
-  bool facesAscend_;
+/// Input fragments, and the box of each; empty for a fragment without data.
+struct FragmentBoxes {
+  const std::vector<FragmentHandle>& ids;
+  std::vector<StrongPtr<const BoundingBox>> boxes;
 };
 
 /// Deliberate: taken from tile 0 and used for every tile.
@@ -112,46 +48,116 @@ double matchTolerance(const TilingLayout& layout, double normalizedOverlap) {
   return 0.001 * std::sqrt(edge[0] * edge[0] + edge[1] * edge[1] + edge[2] * edge[2]);
 }
 
-/// All fragments against all tiles. Threads: fill() may run at once on ranges that do not overlap.
+/// All fragments against all tiles. Threads: fill() may run at once for different runs.
 class TileMatcher {
  public:
-  TileMatcher(const TilingLayout& layout, double normalizedOverlap,
-              const std::vector<FragmentEntry>& fragments)
+  TileMatcher(const TilingLayout& layout, double normalizedOverlap, const FragmentBoxes& fragments)
       : TileMatcher(layout, normalizedOverlap, matchTolerance(layout, normalizedOverlap),
                     fragments) {}
 
   std::uint64_t tileCount() const { return x_.count() * y_.count() * z_.count(); }
 
-  /// Inserts every fragment into the sets of those tiles of a range, at least one, that it touches.
-  /// Returns how many tiles of the range then have fragments.
-  std::uint64_t fill(const IndexRange& tiles, TileCells& cells) const {
-    for (std::size_t f = 0; f < fragments_.size(); ++f) insertFragment(f, tiles, cells);
+  /// Sorts the fragments by the runs of tiles that they may touch, in their order.
+  void divideIntoRuns(std::uint64_t tilesPerRun) {
+    tilesPerRun_ = tilesPerRun;
+    runs_.resize((tileCount() + tilesPerRun - 1) / tilesPerRun);
+    for (std::size_t f = 0; f < blocks_.size(); ++f) {
+      forEachRow(blocks_[f], [&](const IndexRange& tiles) {
+        for (std::uint64_t r = tiles.begin / tilesPerRun; r * tilesPerRun < tiles.end; ++r) {
+          if (runs_[r].empty() || runs_[r].back() != f) runs_[r].push_back(f);
+        }
+      });
+    }
+  }
+  std::uint64_t runCount() const { return runs_.size(); }
+
+  /// Inserts the fragments of a run into the sets of those of its tiles that they touch. Returns
+  /// how many tiles of the run then have fragments.
+  std::uint64_t fill(std::uint64_t run, TileCells& cells) const {
+    const IndexRange tiles{run * tilesPerRun_, std::min((run + 1) * tilesPerRun_, tileCount())};
+    for (const std::size_t f : runs_[run]) insertFragment(f, tiles, cells);
     std::uint64_t filled = 0;
     for (std::uint64_t t = tiles.begin; t < tiles.end; ++t)
       filled += cells[t].first.empty() ? 0 : 1;
     return filled;
   }
 
+  /// The bytes that the cells with their sets take up at least. It need not be exact where it is
+  /// sure that `enough` are enough, nor where counting would take long and it is sure that they are
+  /// not.
+  std::uint64_t leastBytes(std::uint64_t bytesPerEmptyTile, std::uint64_t enough) const {
+    // The first insertion makes a table of buckets, each one a node.
+    constexpr std::uint64_t kBucketsBytes = 112;
+    constexpr std::uint64_t kNodeBytes = 32;
+    constexpr std::uint64_t kMostToCount = 200'000'000;
+    const std::uint64_t cells = tileCount() * bytesPerEmptyTile;
+    // Which candidates are confirmed is not known before each one is asked.
+    if (!x_.facesAscend() || !y_.facesAscend() || !z_.facesAscend()) return cells;
+    const std::uint64_t matches = matchCount();
+    const std::uint64_t least = cells + matches * kNodeBytes;
+    const std::uint64_t most = least + std::min(matches, tileCount()) * kBucketsBytes;
+    if (most <= enough || (least > enough && matches > kMostToCount)) return least;
+    return least + touchedCount() * kBucketsBytes;
+  }
+
  private:
+  /// The tiles that a box may touch: ranges along the axes.
   struct Block {
     IndexRange x;
     IndexRange y;
     IndexRange z;
+
+    std::uint64_t tileCount() const { return lengthOf(x) * lengthOf(y) * lengthOf(z); }
+    static std::uint64_t lengthOf(const IndexRange& range) {
+      return range.end - std::min(range.begin, range.end);
+    }
   };
 
   TileMatcher(const TilingLayout& layout, double normalizedOverlap, double tolerance,
-              const std::vector<FragmentEntry>& fragments)
+              const FragmentBoxes& fragments)
       : x_(layout, 0, normalizedOverlap, tolerance),
         y_(layout, 1, normalizedOverlap, tolerance),
         z_(layout, 2, normalizedOverlap, tolerance),
         fragments_(fragments),
-        blocks_(fragments.size()) {
+        blocks_(fragments.boxes.size()) {
 #pragma omp parallel for schedule(static)
     for (std::size_t f = 0; f < blocks_.size(); ++f) {
       // The block of a fragment without a box stays empty.
-      const auto& box = fragments_[f].second;
+      const auto& box = fragments_.boxes[f];
       if (box) blocks_[f] = {x_.candidates(*box), y_.candidates(*box), z_.candidates(*box)};
     }
+  }
+
+  /// Calls visit(tiles) for every row of a block that is not empty.
+  template <class Visit>
+  void forEachRow(const Block& block, const Visit& visit) const {
+    if (block.tileCount() == 0) return;
+    for (std::uint64_t k = block.z.begin; k < block.z.end; ++k) {
+      for (std::uint64_t j = block.y.begin; j < block.y.end; ++j) {
+        const std::uint64_t first = (y_.count() * k + j) * x_.count();
+        visit(IndexRange{first + block.x.begin, first + block.x.end});
+      }
+    }
+  }
+
+  /// Pairs of a fragment and a tile that it touches; stops counting where no memory would do.
+  std::uint64_t matchCount() const {
+    constexpr std::uint64_t kEnough = std::uint64_t{1} << 48U;
+    std::uint64_t count = 0;
+    for (const Block& block : blocks_) count = std::min(count + block.tileCount(), kEnough);
+    return count;
+  }
+
+  /// Tiles that some fragment touches.
+  std::uint64_t touchedCount() const {
+    std::vector<bool> isTouched(tileCount());
+    for (const Block& block : blocks_) {
+      forEachRow(block, [&](const IndexRange& tiles) {
+        std::fill(isTouched.begin() + static_cast<std::ptrdiff_t>(tiles.begin),
+                  isTouched.begin() + static_cast<std::ptrdiff_t>(tiles.end), true);
+      });
+    }
+    return static_cast<std::uint64_t>(std::count(isTouched.begin(), isTouched.end(), true));
   }
 
   /// The outer loops visit only rows that the range and the block share.
@@ -161,7 +167,7 @@ class TileMatcher {
     const IndexRange layers{rows.begin / y_.count(), (rows.end - 1) / y_.count() + 1};
     const IndexRange ks = clipped(block.z, layers, 0);
     for (std::uint64_t k = ks.begin; k < ks.end; ++k) {
-      if (!z_.confirms(k, *fragments_[f].second)) continue;
+      if (!z_.confirms(k, *fragments_.boxes[f])) continue;
       const IndexRange js = clipped(block.y, rows, y_.count() * k);
       for (std::uint64_t j = js.begin; j < js.end; ++j) {
         insertIntoRow(f, y_.count() * k + j, tiles, cells);
@@ -171,20 +177,22 @@ class TileMatcher {
 
   void insertIntoRow(std::size_t f, std::uint64_t row, const IndexRange& tiles,
                      TileCells& cells) const {
-    const auto& [id, box] = fragments_[f];
+    const auto& box = fragments_.boxes[f];
     if (!y_.confirms(row % y_.count(), *box)) return;
     const std::uint64_t first = row * x_.count();
     const IndexRange is = clipped(blocks_[f].x, tiles, first);
     for (std::uint64_t i = is.begin; i < is.end; ++i) {
-      if (x_.confirms(i, *box)) cells[first + i].first.insert(id);
+      if (x_.confirms(i, *box)) cells[first + i].first.insert(fragments_.ids[f]);
     }
   }
 
   AxisMatcher x_;
   AxisMatcher y_;
   AxisMatcher z_;
-  const std::vector<FragmentEntry>& fragments_;
+  const FragmentBoxes& fragments_;
   std::vector<Block> blocks_;
+  std::uint64_t tilesPerRun_ = 0;
+  std::vector<std::vector<std::size_t>> runs_;  ///< fragments in ascending order
 };
 
 void rethrowFirst(const std::vector<std::exception_ptr>& failures) {
@@ -195,19 +203,17 @@ void rethrowFirst(const std::vector<std::exception_ptr>& failures) {
 
 /// Fills all sets in parallel and returns how many are not empty. Errors: what a thread could not
 /// allocate is raised again on the calling thread.
-std::uint64_t matchTilesToFragments(const TileMatcher& matcher, TileCells& cells) {
+std::uint64_t matchTilesToFragments(TileMatcher& matcher, TileCells& cells) {
   constexpr std::uint64_t kRunsPerThread = 16;  // evens out tiles of differing cost
   const auto wantedRuns = static_cast<std::uint64_t>(omp_get_max_threads()) * kRunsPerThread;
-  const std::uint64_t tileCount = matcher.tileCount();
-  const std::uint64_t tilesPerRun = (tileCount + wantedRuns - 1) / wantedRuns;
-  const std::uint64_t runCount = (tileCount + tilesPerRun - 1) / tilesPerRun;
+  matcher.divideIntoRuns((matcher.tileCount() + wantedRuns - 1) / wantedRuns);
+  const std::uint64_t runCount = matcher.runCount();
   std::vector<std::exception_ptr> failures(runCount);
   std::uint64_t tilesWithData = 0;
 #pragma omp parallel for schedule(dynamic, 1) reduction(+ : tilesWithData)
   for (std::uint64_t run = 0; run < runCount; ++run) {
-    const std::uint64_t begin = run * tilesPerRun;
     try {
-      tilesWithData += matcher.fill({begin, std::min(begin + tilesPerRun, tileCount)}, cells);
+      tilesWithData += matcher.fill(run, cells);
     } catch (...) {
       failures[run] = std::current_exception();
     }
@@ -219,50 +225,77 @@ std::uint64_t matchTilesToFragments(const TileMatcher& matcher, TileCells& cells
 /// One cell per tile with its output fragment and an empty set.
 StrongPtr<TileCells> makeTileCells(const TilingLayout& layout,
                                    const Fiber::FragmentedUniformGrid3D& view) {
+  constexpr std::uint64_t kAtOnce = 4096;
   auto cells = TileCells::uninitialised(layout.nx * layout.ny * layout.nz);
   auto cell = cells->begin();
   for (std::uint64_t k = 0; k < layout.nz; ++k) {
     for (std::uint64_t j = 0; j < layout.ny; ++j) {
-      for (std::uint64_t i = 0; i < layout.nx; ++i) (cell++)->second = view.fragmentAt({{i, j, k}});
+      for (std::uint64_t i = 0; i < layout.nx; i += kAtOnce) {
+        auto fragments = view.fragmentsFrom({{i, j, k}}, std::min(kAtOnce, layout.nx - i));
+        for (FragmentHandle& fragment : fragments) (cell++)->second = std::move(fragment);
+      }
     }
   }
   return cells;
 }
 
-/// The entries of one run of fragments; adds their points to `pointTotal`.
-void fillEntries(const std::vector<FragmentHandle>& ids, const StrongPtr<Fiber::Field>& positions,
-                 const IndexRange& run, std::vector<FragmentEntry>& entries,
-                 std::uint64_t& pointTotal) {
+/// The box of one fragment, the creator's own; empty without data. Adds its points to `pointTotal`.
+StrongPtr<const BoundingBox> boxOfFragment(Fiber::CreativeArrayBase& creator,
+                                           std::uint64_t& pointTotal) {
+  const std::uint64_t pointCount = Fiber::pointCountOf(creator);
+  pointTotal += pointCount;
+  if (pointCount == 0) return nullptr;
+  auto box = Fiber::boxOf(creator, Fiber::DataCreationMode::KnownOrCreate);
+  creator.finish();
+  return box;
+}
+
+/// The boxes of one run of fragments; adds their points to `pointTotal`.
+void fillBoxes(FragmentBoxes& fragments, const Fiber::Field& positions, const IndexRange& run,
+               std::uint64_t& pointTotal) {
+  std::vector<unsigned> numbers;
   for (std::uint64_t f = run.begin; f < run.end; ++f) {
-    entries[f] = fragmentBox(ids[f], positions, pointTotal);
+    numbers.push_back(fragments.ids[f] ? fragments.ids[f]->number() : 0);
+  }
+  const auto creators = positions.getCreators(numbers);
+  for (std::uint64_t f = run.begin; f < run.end; ++f) {
+    const auto& creator = creators[f - run.begin];
+    if (fragments.ids[f] && creator) fragments.boxes[f] = boxOfFragment(*creator, pointTotal);
   }
 }
 
 /// Boxes that are not known yet are computed first, by several threads at once, and remembered;
-/// then the entries only ask. Errors: what a thread could not allocate is raised again here.
-std::vector<FragmentEntry> fragmentEntries(const std::vector<FragmentHandle>& fragmentIDs,
-                                           const StrongPtr<Fiber::Field>& positions,
-                                           std::uint64_t& pointTotal) {
+/// then the creators only tell. Errors: what a thread could not allocate is raised again here.
+FragmentBoxes fragmentBoxes(const std::vector<FragmentHandle>& fragmentIDs,
+                            const StrongPtr<Fiber::Field>& positions, std::uint64_t& pointTotal) {
   StrongPtr<BoundingBox> cloudBox;
   Fiber::expandBoundingBox(positions, cloudBox);
   constexpr std::uint64_t kRun = 4096;
   const std::uint64_t count = fragmentIDs.size();
   const std::uint64_t runs = (count + kRun - 1) / kRun;
-  std::vector<FragmentEntry> entries(count);
+  FragmentBoxes fragments{fragmentIDs, std::vector<StrongPtr<const BoundingBox>>(count)};
   std::vector<std::exception_ptr> failures(runs);
   std::uint64_t points = 0;
 #pragma omp parallel for schedule(dynamic, 1) reduction(+ : points) if (runs > 1)
   for (std::uint64_t run = 0; run < runs; ++run) {
     try {
-      const IndexRange part{run * kRun, std::min((run + 1) * kRun, count)};
-      fillEntries(fragmentIDs, positions, part, entries, points);
+      fillBoxes(fragments, *positions, {run * kRun, std::min((run + 1) * kRun, count)}, points);
     } catch (...) {
       failures[run] = std::current_exception();
     }
   }
   rethrowFirst(failures);
   pointTotal += points;
-  return entries;
+  return fragments;
+}
+
+/// Errors: MappingTooLarge. A lower bound is asked, so that nothing is refused that could be done.
+void requireMemory(const TileMatcher& matcher, const Fiber::FragmentedUniformGrid3D& view) {
+  const std::uint64_t usable = MemCore::usableMemory();
+  const std::uint64_t bytesPerEmptyTile =
+      sizeof(TileCell) + (view.hasFragments() ? sizeof(Fiber::FragmentID) : 0);
+  const std::uint64_t needed = matcher.leastBytes(bytesPerEmptyTile, usable);
+  if (needed > usable) throw MappingTooLarge(needed);
 }
 
 double secondsSince(const std::chrono::system_clock::time_point& start) {
@@ -277,13 +310,10 @@ FragmentEntry fragmentBox(const FragmentHandle& id, const StrongPtr<Fiber::Field
                           std::uint64_t& pointTotal) {
   const Fiber::CreatorHandle creator = positions->getCreator(id);
   if (!creator) return {};
-  const std::uint64_t pointCount = Fiber::pointCountOf(*creator);
-  pointTotal += pointCount;
-  if (pointCount == 0) return {};
-  StrongPtr<BoundingBox> box;
-  Fiber::ExpandBBox(box, *creator, Fiber::DataCreationMode::KnownOrCreate);
-  creator->finish();
-  return {id, box};
+  const std::uint64_t before = pointTotal;
+  const auto box = boxOfFragment(*creator, pointTotal);
+  if (pointTotal == before) return {};
+  return {id, box ? MemCore::makeStrong<BoundingBox>(*box) : nullptr};
 }
 
 FragmentMapping mapFragmentBoxes(const TilingLayout& layout,
@@ -292,11 +322,12 @@ FragmentMapping mapFragmentBoxes(const TilingLayout& layout,
                                  const std::vector<FragmentHandle>& fragmentIDs,
                                  const StrongPtr<Fiber::Field>& positions) {
   FragmentMapping mapping;
-  mapping.tileCells = makeTileCells(layout, view);
-  const auto fragments = fragmentEntries(fragmentIDs, positions, mapping.inputPointTotal);
+  const auto fragments = fragmentBoxes(fragmentIDs, positions, mapping.inputPointTotal);
 
   const auto start = std::chrono::system_clock::now();
-  const TileMatcher matcher(layout, normalizedOverlap, fragments);
+  TileMatcher matcher(layout, normalizedOverlap, fragments);
+  requireMemory(matcher, view);
+  mapping.tileCells = makeTileCells(layout, view);
   mapping.tilesWithData =
       static_cast<std::uint32_t>(matchTilesToFragments(matcher, *mapping.tileCells));
   MemCore::Console() << "\nNeeded time for bbox mapping: " << secondsSince(start) << "[s]."

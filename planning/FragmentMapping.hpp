@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <new>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -28,10 +29,20 @@ struct FragmentMapping {
 
 /// About the memory that planning takes for each tile: its cell, its output fragment, and a set of
 /// a few input fragments.
-inline constexpr std::uint64_t kPlanBytesPerTile = 340;
+inline constexpr std::uint64_t kPlanBytesPerTile = 280;
+
+/// The mapping would take more memory than may be used, which is known before any is taken.
+class MappingTooLarge : public std::bad_alloc {
+ public:
+  explicit MappingTooLarge(std::uint64_t neededBytes) : neededBytes_(neededBytes) {}
+  std::uint64_t neededBytes() const { return neededBytes_; }
+
+ private:
+  std::uint64_t neededBytes_;
+};
 
 /// Maps the input fragments onto the tiles of a layout (at least one tile). Says on the console how
-/// long it took.
+/// long it took. Errors: raises MappingTooLarge, or std::bad_alloc when memory runs out after all.
 FragmentMapping mapFragmentBoxes(const TilingLayout& layout,
                                  const Fiber::FragmentedUniformGrid3D& view,
                                  double normalizedOverlap,

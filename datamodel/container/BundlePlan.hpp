@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 #include <vector>
@@ -18,15 +19,31 @@
 
 namespace Fiber::Container {
 
-/// One field's part of one fragment.
+/// One field's part of one fragment that goes into the file.
 struct PlannedPart {
-  CreatorHandle creator;                ///< empty: the field has no data for the fragment
-  const StoredPlace* place = nullptr;   ///< the creator's own; null: its data lie in no file
-  const FiberTypeBase* type = nullptr;  ///< the creator's own
-  bool hasAttributes = false;           ///< whether the creator had any when it was planned
-  std::uint64_t start = 0;  ///< first row in the dataset, of this file or of the linked one
+  CreatorHandle creator;    ///< empty: the field has no data for the fragment
+  std::uint64_t start = 0;  ///< first row in the dataset
   std::uint64_t rows = 0;
   DynamicSize size;
+};
+
+/// The range of values that are not known, as the table has it.
+inline constexpr ValueRange kUnknownRange{std::numeric_limits<double>::quiet_NaN(),
+                                          std::numeric_limits<double>::quiet_NaN()};
+
+/// One field's part of one fragment that is only linked: what the table will say of it. There may
+/// be millions, so their creators are asked once and let go.
+struct LinkedPart {
+  bool isPresent = false;
+  ValueRange range = kUnknownRange;
+};
+
+/// More about such a part.
+struct LinkedDetails {
+  std::uint64_t start = 0;  ///< first row in the dataset of the linked file
+  std::uint64_t rows = 0;
+  /// Only where the table says more: attributes, a checksum, or more than one extent.
+  MemCore::StrongPtr<StoredCreator> creator;
 };
 
 /// One fragment.
@@ -35,7 +52,15 @@ struct PlannedRow {
   std::shared_ptr<const StoredSource> link;  ///< empty: its data go into this file
   std::uint64_t start = 0;
   std::uint64_t pointCount = 0;
-  std::vector<PlannedPart> parts;  ///< per field
+  std::vector<PlannedPart> parts;  ///< per field; of a linked fragment: none
+  std::size_t linkedAt = 0;        ///< place of its linked parts
+  /// Per field; none where all parts have start and point count of the fragment, and no creator is
+  /// to be kept.
+  std::vector<LinkedDetails> linkedDetails;
+  /// Of linked positions; empty: not known, or not on a grid of their own.
+  MemCore::StrongPtr<const Eagle::BoundingBox> linkedBox;
+  std::shared_ptr<const CoordinateGrid> linkedGrid;
+  bool sharesExtents = true;  ///< all parts have its point count as rows, and one start
 };
 
 /// One field; `stored` says what its dataset will be.
@@ -54,6 +79,14 @@ struct PlannedRepresentation {
   std::vector<PlannedRow> rows;
   /// All parts of a fragment have the same start, and its point count as rows.
   bool sharesExtents = true;
+  /// Of linked fragments, in blocks of kLinkedBlock fragments; per field.
+  std::vector<std::vector<LinkedPart>> linkedParts;
+
+  static constexpr std::size_t kLinkedBlock = 256;
+  const LinkedPart& linkedPart(const PlannedRow& row, std::size_t field) const {
+    return linkedParts[row.linkedAt / kLinkedBlock]
+                      [row.linkedAt % kLinkedBlock * fields.size() + field];
+  }
 };
 
 struct PlannedSkeleton {

@@ -95,10 +95,11 @@ std::string_view FragmentTable::text(std::size_t row, Column column) const {
   return padded.substr(0, padded.find('\0'));
 }
 
-void FragmentTable::setText(std::size_t row, Column column, std::string_view text) {
-  assert(text.size() <= place(column).count);
+void FragmentTable::setText(std::size_t row, Column column, std::string_view text,
+                            std::size_t offset) {
+  assert(offset + text.size() <= place(column).count);
   if (text.empty()) return;
-  std::memcpy(bytes_.data() + (at(row, column) - bytes_.data()), text.data(), text.size());
+  std::memcpy(bytes_.data() + (at(row, column) - bytes_.data()) + offset, text.data(), text.size());
 }
 
 }  // namespace Fiber::Container

@@ -15,8 +15,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
+#include "datamodel/container/ZeroedBytes.hpp"
 #include "datamodel/fiber/FiberType.hpp"
 
 namespace Fiber::Container {
@@ -91,8 +91,8 @@ class FragmentTable {
     return layout_[static_cast<std::size_t>(column)];
   }
   bool has(Column column) const { return place(column).count != 0; }
-  std::vector<std::byte>& bytes() { return bytes_; }
-  const std::vector<std::byte>& bytes() const { return bytes_; }
+  ZeroedBytes& bytes() { return bytes_; }
+  const ZeroedBytes& bytes() const { return bytes_; }
 
   template <class T>
   T get(std::size_t row, Column column, std::size_t entry = 0) const {
@@ -114,8 +114,8 @@ class FragmentTable {
   /// A text without its padding, which lives as long as the table; "" when the column does not
   /// exist.
   std::string_view text(std::size_t row, Column column) const;
-  /// Requires: the text fits the column.
-  void setText(std::size_t row, Column column, std::string_view text);
+  /// Writes a text into a column, or behind `offset` bytes that are there. Requires: it fits.
+  void setText(std::size_t row, Column column, std::string_view text, std::size_t offset = 0);
 
  private:
   const std::byte* at(std::size_t row, Column column) const {
@@ -124,7 +124,7 @@ class FragmentTable {
 
   TableLayout layout_{};
   std::size_t rowBytes_ = 0;
-  std::vector<std::byte> bytes_;
+  ZeroedBytes bytes_;
 };
 
 /// Bytes of a row under a packed layout.

@@ -173,14 +173,17 @@ std::uint32_t checksumOf(const FragmentTable& table) {
   return libdeflate_crc32(0, table.bytes().data(), table.bytes().size());
 }
 
-Outcome<void> writeFragmentTable(OutputFile& output, ObjectGroup& group,
-                                 const TableContents& contents) {
+Outcome<std::uint32_t> writeFragmentTable(OutputFile& output, ObjectGroup& group,
+                                          const TableContents& contents) {
   ObjectDataset& dataset = group.datasets[kFragments];
-  if (auto done = storeRows(output, contents.table, dataset); !done.ok()) return done;
+  if (auto done = storeRows(output, contents.table, dataset); !done.ok()) return done.failure();
+  const std::uint32_t checksum = checksumOf(contents.table);
   setTexts(dataset.attributes, kFieldsAttribute, contents.fieldNames);
-  setNumber(dataset.attributes, kChecksumAttribute, checksumOf(contents.table));
-  if (contents.sourceGroups.empty()) return {};
-  return output.addDataset(group, kSourceGroups, textListOf(contents.sourceGroups));
+  setNumber(dataset.attributes, kChecksumAttribute, checksum);
+  if (contents.sourceGroups.empty()) return checksum;
+  const auto added = output.addDataset(group, kSourceGroups, textListOf(contents.sourceGroups));
+  if (!added.ok()) return added.failure();
+  return checksum;
 }
 
 Outcome<TableContents> readFragmentTable(const ObjectFile& file, const ObjectGroup& group,

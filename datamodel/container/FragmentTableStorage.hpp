@@ -29,8 +29,8 @@ std::uint32_t checksumOf(const FragmentTable& table);
 ObjectType tableRowType(const FragmentTable& table);
 
 /// Writes the table as the dataset "fragments" of a group. Errors: "<file>: ...".
-MemCore::Outcome<void> writeFragmentTable(OutputFile& output, ObjectGroup& group,
-                                          const TableContents& contents);
+MemCore::Outcome<std::uint32_t> writeFragmentTable(OutputFile& output, ObjectGroup& group,
+                                                   const TableContents& contents);
 
 /// Reads it back. `wideFields` is the number of fields of rank above 1. Errors: "fragments: ..."
 /// when columns are missing or of other types, the table claims more than the file holds, or its

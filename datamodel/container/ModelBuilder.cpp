@@ -7,6 +7,7 @@
 #include <cmath>
 #include <filesystem>
 #include <mutex>
+#include <vector>
 
 #include "datamodel/container/FormatNames.hpp"
 #include "datamodel/container/StoredCreator.hpp"
@@ -35,6 +36,20 @@ class StoredRows {
         folder_(std::filesystem::path(file.path).parent_path()),
         linkedSources_(table_.has(Column::kFile) ? table_.rowCount() : 0) {}
 
+  /// The numbers of all fragments, ascending.
+  std::vector<unsigned> numbers() const {
+    std::vector<unsigned> numbers(table_.rowCount());
+    for (std::size_t row = 0; row < numbers.size(); ++row) {
+      numbers[row] = table_.get<std::uint32_t>(row, Column::kNumber);
+    }
+    return numbers;
+  }
+
+  /// Requires: a fragment has the number.
+  std::string nameOf(unsigned number) const {
+    return originalName(table_.text(rowOf(number), Column::kName));
+  }
+
   /// The creator of field f for the fragment of a number; empty when there is none.
   CreatorHandle makeCreator(unsigned number, std::size_t f,
                             const std::shared_ptr<const std::string>& dataset) const {
@@ -61,6 +76,11 @@ class StoredRows {
   /// The row of a fragment, by halving: rows are in ascending order of number. The count of rows
   /// where there is none.
   std::size_t rowOf(unsigned number) const {
+    // A tiling without gaps needs no search.
+    if (number < table_.rowCount() &&
+        table_.get<std::uint32_t>(number, Column::kNumber) == number) {
+      return number;
+    }
     std::size_t low = 0;
     std::size_t high = table_.rowCount();
     while (low < high) {
@@ -163,12 +183,15 @@ class StoredFieldSource final : public CreatorSource {
   std::shared_ptr<const std::string> dataset_;
 };
 
-void makeFragments(const FragmentTable& table, FragmentIDCollection& collection) {
-  for (std::size_t row = 0; row < table.rowCount(); ++row) {
-    collection.makeFragmentID(originalName(table.text(row, Column::kName)),
-                              table.get<std::uint32_t>(row, Column::kNumber));
-  }
-}
+/// The names of the fragments of one representation.
+class StoredNames final : public FragmentNames {
+ public:
+  explicit StoredNames(std::shared_ptr<const StoredRows> rows) : rows_(std::move(rows)) {}
+  std::string nameOf(unsigned number) const override { return rows_->nameOf(number); }
+
+ private:
+  std::shared_ptr<const StoredRows> rows_;
+};
 
 StrongPtr<Field> emptyField(const StoredField& stored,
                             const StrongPtr<FragmentIDCollection>& fragments) {
@@ -180,8 +203,8 @@ StrongPtr<Field> emptyField(const StoredField& stored,
 void buildRepresentation(const FileIdentity& file,
                          const std::shared_ptr<const StoredRepresentation>& stored,
                          Representation& representation) {
-  makeFragments(stored->table, *representation.fragments());
   const auto rows = std::make_shared<const StoredRows>(file, stored);
+  representation.fragments()->makeFragmentIDs(rows->numbers(), makeStrong<StoredNames>(rows));
   for (std::size_t f = 0; f < stored->fields.size(); ++f) {
     const StoredField& description = stored->fields[f];
     const auto field = emptyField(description, representation.fragments());

@@ -5,11 +5,13 @@
 #include <fmt/format.h>
 #include <libdeflate.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "datamodel/container/AttributeValues.hpp"
 #include "datamodel/container/FormatNames.hpp"
 #include "datamodel/container/LibraryFile.hpp"
+#include "datamodel/container/ParallelTexts.hpp"
 #include "datamodel/container/objects/TreeDecoder.hpp"
 
 namespace Fiber::Container {
@@ -56,7 +58,24 @@ Outcome<void> ObjectFile::readValues(const ObjectDataset& dataset,
   }
   if (bytes.empty()) return {};
   if (dataset.address == kNoAddress) return Failure{"its values were never written"};
+  if (readInBlocks(dataset.address, bytes)) return {};
   return readAt(descriptor_.get(), dataset.address, bytes, "values");
+}
+
+/// Reads by several threads at once, which mostly have to fetch fresh pages; false when a block
+/// cannot be read: reading as a whole then tells why.
+bool ObjectFile::readInBlocks(std::uint64_t address, std::span<std::byte> bytes) const {
+  constexpr std::size_t kBlockBytes = std::size_t{4} << 20U;
+  const std::size_t blocks = bytes.size() / kBlockBytes + 1;
+  if (blocks == 1) return false;
+  return parallelTexts(blocks, bytes.size(),
+                       [&](std::size_t b) {
+                         const std::size_t begin = b * kBlockBytes;
+                         const auto block =
+                             bytes.subspan(begin, std::min(kBlockBytes, bytes.size() - begin));
+                         return readAt(descriptor_.get(), address + begin, block, "values");
+                       })
+      .ok();
 }
 
 Outcome<ObjectValue> ObjectFile::checkedValue(const ObjectDataset& dataset) const {

@@ -45,6 +45,8 @@ class ObjectFile {
                                                      std::uint64_t count) const;
 
  private:
+  bool readInBlocks(std::uint64_t address, std::span<std::byte> bytes) const;
+
   FileDescriptor descriptor_;
   std::uint64_t fileBytes_ = 0;
   ObjectGroup root_;

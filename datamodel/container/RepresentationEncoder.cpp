@@ -88,11 +88,11 @@ RepresentationEncoder::RepresentationEncoder(PlannedRepresentation& plan, Storag
       sizes_(sizes),
       encoders_(plan.fields.size()),
       threadEncoders_(static_cast<std::size_t>(omp_get_max_threads())),
-      grids_(plan.rows.size()),
       checksums_(kind == StorageKind::Raw ? plan.rows.size() * plan.fields.size() : 0) {
   for (std::size_t r = 0; r < plan.rows.size(); ++r) {
     if (!plan.rows[r].link) ownRows_.push_back(r);
   }
+  if (!ownRows_.empty()) grids_.resize(plan.rows.size());
   for (std::size_t f = 0; f < plan.fields.size(); ++f) {
     if (plan.fields[f].stored.name == kPositions) positions_ = f;
     makeEncoder(f);

@@ -69,7 +69,9 @@ class RepresentationEncoder {
   /// How a field is stored; empty for a field without data. Settled by the first batch.
   const FieldEncoder* encoder(std::size_t field) const { return encoders_[field].get(); }
   /// The grid of a fragment's coordinates (by its place in the plan); empty: not on a grid.
-  const std::optional<CoordinateGrid>& gridOf(std::size_t row) const { return grids_[row]; }
+  std::optional<CoordinateGrid> gridOf(std::size_t row) const {
+    return grids_.empty() ? std::nullopt : grids_[row];
+  }
   /// Whether fragments have checksums of their own: in raw storage.
   bool hasChecksums() const { return kind_ == StorageKind::Raw; }
   /// The checksum of a fragment's elements in raw storage.
@@ -118,7 +120,7 @@ class RepresentationEncoder {
   std::optional<std::size_t> positions_;
   std::vector<std::unique_ptr<FieldEncoder>> encoders_;        ///< by field
   std::vector<std::unique_ptr<ChunkEncoder>> threadEncoders_;  ///< by thread
-  std::vector<std::optional<CoordinateGrid>> grids_;           ///< by place in the plan
+  std::vector<std::optional<CoordinateGrid>> grids_;           ///< by place; empty without own ones
   std::vector<std::uint32_t> checksums_;
   std::optional<CoordinateGrid> firstGrid_;
   bool mustRestart_ = false;

@@ -152,8 +152,9 @@ Outcome<void> RepresentationWriter::finish(const TableContents& table) {
   for (std::size_t f = 0; f < plan_.fields.size(); ++f) {
     if (auto done = finishField(f); !done.ok()) return within(f, done.error());
   }
-  if (auto done = writeFragmentTable(output_, *group_, table); !done.ok()) return done;
-  output_.contents().add(checksumOf(table.table));
+  const auto checksum = writeFragmentTable(output_, *group_, table);
+  if (!checksum.ok()) return checksum.failure();
+  output_.contents().add(*checksum);
   return {};
 }
 

@@ -32,6 +32,7 @@ std::string storedName(std::string_view name, std::span<const std::string_view> 
   if (name.empty()) return "%";
   const bool escapeFirst =
       name == "." || std::find(reserved.begin(), reserved.end(), name) != reserved.end();
+  if (!escapeFirst && std::none_of(name.begin(), name.end(), mustEscape)) return std::string(name);
   std::string stored;
   for (std::size_t i = 0; i < name.size(); ++i) {
     if (mustEscape(name[i]) || (i == 0 && escapeFirst)) {
@@ -45,6 +46,7 @@ std::string storedName(std::string_view name, std::span<const std::string_view> 
 
 std::string originalName(std::string_view stored) {
   if (stored == "%") return std::string();
+  if (stored.find('%') == std::string_view::npos) return std::string(stored);
   std::string name;
   for (std::size_t i = 0; i < stored.size(); ++i) {
     constexpr std::size_t kDigits = 2;

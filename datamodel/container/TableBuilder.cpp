@@ -8,6 +8,7 @@
 #include <limits>
 #include <map>
 #include <new>
+#include <string_view>
 #include <unordered_map>
 
 #include "datamodel/container/CanonicalPaths.hpp"
@@ -43,81 +44,100 @@ class TableBuilder {
 
   TableContents build() {
     numberAttributeSets();
-    nameSources();
-    contents_.table = FragmentTable(shape(), plan_.rows.size());
+    contents_.table = FragmentTable(survey(), plan_.rows.size());
     for (const PlannedField& field : plan_.fields) contents_.fieldNames.push_back(field.dataset);
-    const auto filled = parallelBlocks(plan_.rows.size(), [this](std::size_t row) {
-      fillRow(row);
-      return Outcome<void>();
+    eachBlock((plan_.rows.size() + kBlock - 1) / kBlock, [this](std::size_t b) {
+      for (std::size_t row = b * kBlock; row < endOf(b); ++row) fillRow(row);
     });
-    // The only text there is: what ran out in a thread has run out here.
-    if (!filled.ok()) throw std::bad_alloc();
     return std::move(contents_);
   }
 
  private:
+  static constexpr std::size_t kBlock = 1024;  ///< rows that a thread takes at a time
+
   FragmentTable& table() { return contents_.table; }
 
   void numberAttributeSets() {
-    for (std::size_t f = 0; f < plan_.fields.size(); ++f) {
-      std::map<std::string, std::uint32_t> known;
-      auto& sets = plan_.fields[f].stored.attributeSets;
-      sets.clear();
-      for (std::size_t row = 0; row < plan_.rows.size(); ++row) {
-        const PlannedRow& planned = plan_.rows[row];
-        const CreatorHandle& creator = planned.parts[f].creator;
-        // Data that were made meanwhile may have brought some; linked data were not made.
-        if (!creator || (planned.link && !planned.parts[f].hasAttributes)) continue;
-        if (creator->attributes().all().empty()) continue;
-        const auto next = static_cast<std::uint32_t>(sets.size() + 1);
-        const auto [set, isNew] = known.try_emplace(contentsOf(creator->attributes()), next);
-        if (isNew) sets.push_back(creator->attributes());
-        if (!hasAttributeSets_) setNumbers_.resize(plan_.rows.size() * plan_.fields.size());
-        setNumbers_[row * plan_.fields.size() + f] = set->second;
-        hasAttributeSets_ = true;
-      }
-    }
-  }
-
-  void nameSources() {
-    linkNames_.resize(plan_.rows.size());
-    groupNumbers_.resize(plan_.rows.size());
-    std::map<std::string, std::uint32_t> known;
+    std::vector<std::size_t> rows;  // those that may have some
     for (std::size_t row = 0; row < plan_.rows.size(); ++row) {
-      const auto& link = plan_.rows[row].link;
-      if (!link) continue;
-      linkNames_[row] = relativeName(link->file.path);
-      const auto next = static_cast<std::uint32_t>(contents_.sourceGroups.size());
-      const auto [group, isNew] = known.try_emplace(link->group, next);
-      if (isNew) contents_.sourceGroups.push_back(link->group);
-      groupNumbers_[row] = group->second;
+      const PlannedRow& planned = plan_.rows[row];
+      if (!planned.link || !planned.linkedDetails.empty()) rows.push_back(row);
+    }
+    for (std::size_t f = 0; f < plan_.fields.size(); ++f) numberAttributeSets(f, rows);
+  }
+
+  void numberAttributeSets(std::size_t f, const std::vector<std::size_t>& rows) {
+    std::map<std::string, std::uint32_t> known;
+    auto& sets = plan_.fields[f].stored.attributeSets;
+    sets.clear();
+    for (const std::size_t row : rows) {
+      // Data that were made meanwhile may have brought some.
+      const CreativeArrayBase* creator = keptCreator(row, f);
+      if (creator == nullptr || creator->attributes().all().empty()) continue;
+      const auto next = static_cast<std::uint32_t>(sets.size() + 1);
+      const auto [set, isNew] = known.try_emplace(contentsOf(creator->attributes()), next);
+      if (isNew) sets.push_back(creator->attributes());
+      if (!hasAttributeSets_) setNumbers_.resize(plan_.rows.size() * plan_.fields.size());
+      setNumbers_[row * plan_.fields.size() + f] = set->second;
+      hasAttributeSets_ = true;
     }
   }
 
-  /// A file's name from the folder of the file being written on.
-  std::string relativeName(const std::string& path) {
-    const std::size_t nameAt = path.rfind('/') + 1;  // 0 without a folder
-    const auto [known, isNew] = relativeFolders_.try_emplace(path.substr(0, nameAt));
-    if (isNew) {
-      const auto folder = paths_.of(path).parent_path().lexically_relative(folder_);
-      if (folder != ".") known->second = folder.string() + "/";
-    }
-    return known->second + path.substr(nameAt);
+  const CreativeArrayBase* keptCreator(std::size_t row, std::size_t f) const {
+    const PlannedRow& planned = plan_.rows[row];
+    if (planned.link) return planned.linkedDetails[f].creator.get();
+    return planned.parts[f].creator.get();
   }
 
-  TableShape shape() {
+  /// A text that occurs many times in a row, as a number in a list.
+  class NumberedTexts {
+   public:
+    std::uint32_t numberOf(std::string_view text) {
+      if (!texts_.empty() && texts_[last_] == text) return last_;
+      const auto next = static_cast<std::uint32_t>(texts_.size());
+      const auto [number, isNew] = numbers_.try_emplace(std::string(text), next);
+      if (isNew) texts_.emplace_back(text);
+      return last_ = number->second;
+    }
+    const std::vector<std::string>& texts() const { return texts_; }
+
+   private:
+    std::vector<std::string> texts_;
+    std::unordered_map<std::string, std::uint32_t> numbers_;
+    std::uint32_t last_ = 0;
+  };
+
+  /// The name of a linked file and its representation. Folder and group are numbers, in the lists
+  /// of its block of rows at first, and in those of the table once all blocks are known.
+  struct LinkName {
+    std::uint32_t folder = 0;
+    std::uint32_t group = 0;
+    std::uint32_t nameAt = 0;  ///< place in the path; 0 without a folder
+  };
+
+  /// What the rows of one block need of the table.
+  struct BlockSurvey {
     TableShape shape;
+    NumberedTexts folders;
+    NumberedTexts groups;
+    std::vector<std::size_t> fileBytes;  ///< by folder; of the longest name, without its folder
+  };
+
+  /// Looks at every row once, blocks of them at the same time. The lists of folders and groups are
+  /// then joined in the order of the blocks: that of the first row that needs an entry.
+  TableShape survey() {
+    links_.resize(plan_.rows.size());
+    std::vector<BlockSurvey> blocks((plan_.rows.size() + kBlock - 1) / kBlock);
+    eachBlock(blocks.size(), [&](std::size_t b) {
+      for (std::size_t row = b * kBlock; row < endOf(b); ++row) surveyRow(blocks[b], row);
+    });
+    hasGrids_ = needsGrids();
+    TableShape shape;
+    for (std::size_t b = 0; b < blocks.size(); ++b) joinBlock(blocks[b], b, shape);
+    contents_.sourceGroups = groups_.texts();
     shape.fieldCount = plan_.fields.size();
     for (const PlannedField& field : plan_.fields) {
       shape.wideFieldCount += field.stored.rank > 1 ? 1 : 0;
-    }
-    hasGrids_ = needsGrids();
-    for (std::size_t row = 0; row < plan_.rows.size(); ++row) {
-      const std::string& name = plan_.rows[row].fragment->name();
-      shape.nameBytes = std::max(shape.nameBytes, storedName(name).size());
-      shape.fileBytes = std::max(shape.fileBytes, linkNames_[row].size());
-      shape.hasIndex = shape.hasIndex || parseTileIndex(name);
-      shape.hasChecksums = shape.hasChecksums || hasChecksum(row);
     }
     shape.hasFieldExtents = !plan_.sharesExtents;
     shape.hasGrids = hasGrids_;
@@ -125,51 +145,104 @@ class TableBuilder {
     return shape;
   }
 
+  std::size_t endOf(std::size_t block) const {
+    return std::min(plan_.rows.size(), (block + 1) * kBlock);
+  }
+
+  /// Runs step(block) for every block of rows.
+  template <class Step>
+  static void eachBlock(std::size_t blocks, const Step& step) {
+    const auto done =
+        parallelTexts(blocks, blocks < 4 ? 0 : kWorthThreadsBytes, [&](std::size_t b) {
+          step(b);
+          return Outcome<void>();
+        });
+    // The only text there is: what ran out in a thread has run out here.
+    if (!done.ok()) throw std::bad_alloc();
+  }
+
+  void surveyRow(BlockSurvey& block, std::size_t row) {
+    const PlannedRow& planned = plan_.rows[row];
+    const std::string name = planned.fragment->name();
+    TableShape& shape = block.shape;
+    shape.nameBytes = std::max(shape.nameBytes, storedName(name).size());
+    shape.hasIndex = shape.hasIndex || parseTileIndex(name);
+    shape.hasChecksums = shape.hasChecksums || hasChecksum(planned);
+    if (!planned.link) return;
+    const std::string_view path = planned.link->file.path;
+    LinkName& link = links_[row];
+    link.nameAt = static_cast<std::uint32_t>(path.rfind('/') + 1);
+    link.folder = block.folders.numberOf(path.substr(0, link.nameAt));
+    link.group = block.groups.numberOf(planned.link->group);
+    block.fileBytes.resize(block.folders.texts().size());
+    std::size_t& fileBytes = block.fileBytes[link.folder];
+    fileBytes = std::max(fileBytes, path.size() - link.nameAt);
+  }
+
+  void joinBlock(const BlockSurvey& block, std::size_t b, TableShape& shape) {
+    shape.nameBytes = std::max(shape.nameBytes, block.shape.nameBytes);
+    shape.hasIndex = shape.hasIndex || block.shape.hasIndex;
+    shape.hasChecksums = shape.hasChecksums || block.shape.hasChecksums;
+    std::vector<std::uint32_t> folders;
+    for (std::size_t i = 0; i < block.fileBytes.size(); ++i) {
+      folders.push_back(folders_.numberOf(block.folders.texts()[i]));
+      if (folders.back() == relativeFolders_.size()) {
+        relativeFolders_.push_back(relativeFolder(block.folders.texts()[i]));
+      }
+      const std::size_t folderBytes = relativeFolders_[folders.back()].size();
+      shape.fileBytes = std::max(shape.fileBytes, folderBytes + block.fileBytes[i]);
+    }
+    std::vector<std::uint32_t> groups;
+    for (const std::string& group : block.groups.texts()) groups.push_back(groups_.numberOf(group));
+    for (std::size_t row = b * kBlock; row < endOf(b); ++row) {
+      if (!plan_.rows[row].link) continue;
+      links_[row].folder = folders[links_[row].folder];
+      links_[row].group = groups[links_[row].group];
+    }
+  }
+
+  /// A folder, given with the '/' behind it, from the folder of the file being written on.
+  std::string relativeFolder(const std::string& folder) {
+    const auto relative = paths_.of(folder).parent_path().lexically_relative(folder_);
+    return relative == "." ? std::string() : relative.string() + "/";
+  }
+
+  bool hasChecksum(const PlannedRow& planned) const {
+    if (!planned.link) return encoder_.hasChecksums() && !plan_.fields.empty();
+    return std::any_of(planned.linkedDetails.begin(), planned.linkedDetails.end(),
+                       [](const LinkedDetails& details) {
+                         return details.creator && details.creator->place().checksum;
+                       });
+  }
+
   /// Whether fragments bring grids of their own: several in this file, or linked ones.
   bool needsGrids() const {
     bool anyOwn = false;
     for (std::size_t row = 0; row < plan_.rows.size(); ++row) {
       anyOwn = anyOwn || encoder_.gridOf(row).has_value();
-      if (linkedGrid(row) != nullptr) return true;
+      if (plan_.rows[row].linkedGrid) return true;
     }
     return anyOwn && !sharedGrid(plan_, encoder_);
   }
 
-  const StoredPlace* linkedPlace(std::size_t row, std::size_t f) const {
-    const PlannedRow& planned = plan_.rows[row];
-    return planned.link ? planned.parts[f].place : nullptr;
-  }
-
-  const CoordinateGrid* linkedGrid(std::size_t row) const {
-    for (std::size_t f = 0; f < plan_.fields.size(); ++f) {
-      const StoredPlace* place = linkedPlace(row, f);
-      if (place != nullptr && place->grid) return place->grid.get();
-    }
-    return nullptr;
-  }
-
-  bool hasChecksum(std::size_t row) const {
-    for (std::size_t f = 0; f < plan_.fields.size(); ++f) {
-      if (!plan_.rows[row].link && encoder_.hasChecksums()) return true;
-      const StoredPlace* place = linkedPlace(row, f);
-      if (place != nullptr && place->checksum) return true;
-    }
-    return false;
-  }
-
   void fillRow(std::size_t row) {
     const PlannedRow& planned = plan_.rows[row];
-    table().setText(row, Column::kName, storedName(planned.fragment->name()));
+    const std::string name = planned.fragment->name();
+    table().setText(row, Column::kName, storedName(name));
     table().set<std::uint32_t>(row, Column::kNumber, planned.fragment->number());
     table().set<std::uint64_t>(row, Column::kStart, planned.start);
     table().set<std::uint64_t>(row, Column::kPointCount, planned.pointCount);
-    if (table().has(Column::kIndex)) fillIndex(row, planned.fragment->name());
-    fillVector(row, Column::kBoxMin, {kUnknown, kUnknown, kUnknown});
-    fillVector(row, Column::kBoxMax, {kUnknown, kUnknown, kUnknown});
+    if (table().has(Column::kIndex)) fillIndex(row, name);
+    fillBox(row, planned.linkedBox.get());
     std::size_t wide = 0;
     for (std::size_t f = 0; f < plan_.fields.size(); ++f) {
-      fillPart(row, f);
-      if (plan_.fields[f].stored.rank > 1) fillShape(row, f, wide++);
+      const std::size_t* place = plan_.fields[f].stored.rank > 1 ? &wide : nullptr;
+      if (planned.link) {
+        fillLinkedPart(row, f, place);
+      } else {
+        fillOwnPart(row, f, place);
+      }
+      wide += place != nullptr ? 1 : 0;
     }
     if (hasGrids_) fillGrid(row);
     if (planned.link) fillLink(row);
@@ -189,51 +262,75 @@ class TableBuilder {
     }
   }
 
-  void fillPart(std::size_t row, std::size_t f) {
+  void fillBox(std::size_t row, const Eagle::BoundingBox* box) {
+    constexpr Eagle::PhysicalSpace::point kNowhere = {kUnknown, kUnknown, kUnknown};
+    const auto& min = box == nullptr ? kNowhere : box->min();
+    const auto& max = box == nullptr ? kNowhere : box->max();
+    fillVector(row, Column::kBoxMin, {min.x, min.y, min.z});
+    fillVector(row, Column::kBoxMax, {max.x, max.y, max.z});
+  }
+
+  void fillExtents(std::size_t row, std::size_t f, std::uint64_t start, std::uint64_t rows) {
+    if (!table().has(Column::kFieldStart)) return;
+    table().set<std::uint64_t>(row, Column::kFieldStart, start, f);
+    table().set<std::uint64_t>(row, Column::kFieldRows, rows, f);
+  }
+
+  void fillRange(std::size_t row, std::size_t f, const ValueRange& range) {
+    table().set<double>(row, Column::kFieldMin, range.min, f);
+    table().set<double>(row, Column::kFieldMax, range.max, f);
+  }
+
+  /// `wide`: the field's place among those of rank above 1; null for the others.
+  void fillOwnPart(std::size_t row, std::size_t f, const std::size_t* wide) {
     const PlannedPart& part = plan_.rows[row].parts[f];
-    table().set<double>(row, Column::kFieldMin, kUnknown, f);
-    table().set<double>(row, Column::kFieldMax, kUnknown, f);
-    if (table().has(Column::kFieldStart)) {
-      table().set<std::uint64_t>(row, Column::kFieldStart, part.start, f);
-      table().set<std::uint64_t>(row, Column::kFieldRows, part.rows, f);
+    fillExtents(row, f, part.start, part.rows);
+    if (wide != nullptr) fillShape(row, part.size, *wide);
+    if (!part.creator) return fillRange(row, f, kUnknownRange);
+    const ArrayFacts facts = part.creator->facts();
+    if (facts.box && plan_.fields[f].stored.name == kPositions) fillBox(row, facts.box.get());
+    fillRange(row, f, facts.range.value_or(kUnknownRange));
+    fillPresent(row, f, encoder_.hasChecksums() ? encoder_.checksumOf(row, f) : 0);
+  }
+
+  void fillLinkedPart(std::size_t row, std::size_t f, const std::size_t* wide) {
+    const PlannedRow& planned = plan_.rows[row];
+    const LinkedPart& part = plan_.linkedPart(planned, f);
+    LinkedDetails details;
+    if (!planned.linkedDetails.empty()) {
+      details = planned.linkedDetails[f];
+    } else if (part.isPresent) {
+      details = {planned.start, planned.pointCount, nullptr};
     }
-    if (!part.creator) return;
+    fillExtents(row, f, details.start, details.rows);
+    fillRange(row, f, part.range);
+    if (!part.isPresent) return;
+    if (wide != nullptr) {
+      fillShape(row, details.creator->facts().size.value_or(DynamicSize()), *wide);
+    }
+    fillPresent(row, f, details.creator ? details.creator->place().checksum.value_or(0) : 0);
+  }
+
+  void fillPresent(std::size_t row, std::size_t f, std::uint32_t checksum) {
     table().set<std::uint8_t>(row, Column::kPresent, 1, f);
-    fillFacts(row, f, part.creator->facts());
     if (hasAttributeSets_) {
       table().set<std::uint32_t>(row, Column::kAttributeSet,
                                  setNumbers_[row * plan_.fields.size() + f], f);
     }
     if (table().has(Column::kChecksum)) {
-      const StoredPlace* place = linkedPlace(row, f);
-      const std::uint32_t own = encoder_.hasChecksums() ? encoder_.checksumOf(row, f) : 0;
-      table().set<std::uint32_t>(row, Column::kChecksum,
-                                 place != nullptr ? place->checksum.value_or(0) : own, f);
+      table().set<std::uint32_t>(row, Column::kChecksum, checksum, f);
     }
   }
 
-  void fillFacts(std::size_t row, std::size_t f, const ArrayFacts& facts) {
-    if (facts.box && plan_.fields[f].stored.name == kPositions) {
-      const auto& min = facts.box->min();
-      const auto& max = facts.box->max();
-      fillVector(row, Column::kBoxMin, {min.x, min.y, min.z});
-      fillVector(row, Column::kBoxMax, {max.x, max.y, max.z});
-    }
-    if (!facts.range) return;
-    table().set<double>(row, Column::kFieldMin, facts.range->min, f);
-    table().set<double>(row, Column::kFieldMax, facts.range->max, f);
-  }
-
-  void fillShape(std::size_t row, std::size_t f, std::size_t wide) {
-    const DynamicSize& size = plan_.rows[row].parts[f].size;
+  void fillShape(std::size_t row, const DynamicSize& size, std::size_t wide) {
     for (std::size_t d = 0; d + 1 < size.rank(); ++d) {
       table().set<std::uint64_t>(row, Column::kRowShape, size[d], kAxes * wide + d);
     }
   }
 
   void fillGrid(std::size_t row) {
-    const CoordinateGrid* linked = linkedGrid(row);
-    const auto& own = encoder_.gridOf(row);
+    const CoordinateGrid* linked = plan_.rows[row].linkedGrid.get();
+    const auto own = encoder_.gridOf(row);
     for (std::size_t axis = 0; axis < kAxes; ++axis) {
       const AxisGrid grid = linked != nullptr ? (*linked)[axis]
                             : own             ? (*own)[axis]
@@ -245,21 +342,25 @@ class TableBuilder {
 
   void fillLink(std::size_t row) {
     const FileIdentity& file = plan_.rows[row].link->file;
-    table().setText(row, Column::kFile, linkNames_[row]);
+    const std::string& folder = relativeFolders_[links_[row].folder];
+    table().setText(row, Column::kFile, folder);
+    table().setText(row, Column::kFile, std::string_view(file.path).substr(links_[row].nameAt),
+                    folder.size());
     table().set<std::uint64_t>(row, Column::kFileSize, file.sizeBytes);
     table().set<std::uint64_t>(row, Column::kContentId, file.contentId);
-    table().set<std::uint32_t>(row, Column::kSourceGroup, groupNumbers_[row]);
+    table().set<std::uint32_t>(row, Column::kSourceGroup, links_[row].group);
   }
 
   PlannedRepresentation& plan_;
   const RepresentationEncoder& encoder_;
   CanonicalPaths paths_;
   std::filesystem::path folder_;
-  std::unordered_map<std::string, std::string> relativeFolders_;
+  NumberedTexts folders_;
+  std::vector<std::string> relativeFolders_;  ///< by folder
+  NumberedTexts groups_;
   TableContents contents_;
-  std::vector<std::string> linkNames_;       ///< by row; "" where the data are in this file
-  std::vector<std::uint32_t> groupNumbers_;  ///< by row
-  std::vector<std::uint32_t> setNumbers_;    ///< by row and field; 0 = none
+  std::vector<LinkName> links_;            ///< by row; nothing where the data are in this file
+  std::vector<std::uint32_t> setNumbers_;  ///< by row and field; 0 = none
   bool hasAttributeSets_ = false;
   bool hasGrids_ = false;
 };
@@ -270,7 +371,7 @@ std::optional<CoordinateGrid> sharedGrid(const PlannedRepresentation& plan,
                                          const RepresentationEncoder& encoder) {
   std::optional<CoordinateGrid> shared;
   for (std::size_t row = 0; row < plan.rows.size(); ++row) {
-    const auto& grid = encoder.gridOf(row);
+    const auto grid = encoder.gridOf(row);
     if (!grid) continue;
     if (shared && *shared != *grid) return std::nullopt;
     shared = grid;

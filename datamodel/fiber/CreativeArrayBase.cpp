@@ -97,7 +97,9 @@ MemoryCreator::MemoryCreator(StrongPtr<MemBase> data)
 }
 
 std::optional<DynamicSize> getSize(CreativeArrayBase& creator) {
-  if (auto size = creator.facts().size) return size;
+  if (auto size = creator.lookAtFacts([](const ArrayFacts& facts) { return facts.size; })) {
+    return size;
+  }
   const auto data = creator.data();
   return data ? std::optional(data->size()) : std::nullopt;
 }
@@ -123,7 +125,7 @@ struct AxisRange {
 };
 
 /// Box of points; empty when no axis-complete box exists (no points, or an axis of NaN alone).
-StrongPtr<BoundingBox> boxOf(std::span<const PhysicalSpace::point> points) {
+StrongPtr<BoundingBox> boxOfPoints(std::span<const PhysicalSpace::point> points) {
   AxisRange x;
   AxisRange y;
   AxisRange z;
@@ -143,16 +145,21 @@ StrongPtr<BoundingBox> computeBox(CreativeArrayBase& creator) {
   if (!points) return nullptr;
   // Creators that see every point on the way have noted the box by now.
   if (auto noted = creator.facts().box) return noted;
-  auto box = boxOf(points->span());
+  auto box = boxOfPoints(points->span());
   if (box) creator.rememberBox(box);
   return box;
 }
 
 }  // namespace
 
+StrongPtr<const BoundingBox> boxOf(CreativeArrayBase& creator, DataCreationMode mode) {
+  auto known = creator.lookAtFacts([](const ArrayFacts& facts) { return facts.box; });
+  if (known || mode == DataCreationMode::KnownOnly) return known;
+  return computeBox(creator);
+}
+
 bool ExpandBBox(StrongPtr<BoundingBox>& box, CreativeArrayBase& creator, DataCreationMode mode) {
-  StrongPtr<BoundingBox> own = creator.facts().box;
-  if (!own && mode == DataCreationMode::KnownOrCreate) own = computeBox(creator);
+  const StrongPtr<const BoundingBox> own = boxOf(creator, mode);
   if (!own) return false;
   if (box) {
     box->expand(*own);
@@ -163,7 +170,7 @@ bool ExpandBBox(StrongPtr<BoundingBox>& box, CreativeArrayBase& creator, DataCre
 }
 
 std::optional<ValueRange> rangeOf(CreativeArrayBase& creator) {
-  const auto known = creator.facts().range;
+  const auto known = creator.lookAtFacts([](const ArrayFacts& facts) { return facts.range; });
   return known ? known : computeRange(creator);
 }
 

@@ -56,6 +56,12 @@ class FIBER_API CreativeArrayBase : public MemCore::Intercube,
   void rememberFailure(const std::string& text);
 
   ArrayFacts facts() const;
+  /// Returns look(facts), which are not copied for it. Requires: it does not ask this creator.
+  template <class Look>
+  auto lookAtFacts(const Look& look) const {
+    const std::lock_guard lock(stateMutex_);
+    return look(facts_);
+  }
   /// Remembers a box or range that was computed from the data.
   void rememberBox(const MemCore::StrongPtr<Eagle::BoundingBox>& box);
   void rememberRange(const ValueRange& range);
@@ -122,6 +128,11 @@ FIBER_API std::optional<DynamicSize> getSize(CreativeArrayBase& creator);
 /// Number of elements of a creator: the product of its extents, 0 without extents, 1 without
 /// dimensions.
 FIBER_API std::uint64_t pointCountOf(CreativeArrayBase& creator);
+
+/// The box of one fragment's positions, which nobody may change; empty when it is not known, or
+/// there is none. NaN coordinates are left out.
+FIBER_API MemCore::StrongPtr<const Eagle::BoundingBox> boxOf(CreativeArrayBase& creator,
+                                                             DataCreationMode mode);
 
 /// Grows a box by one fragment's positions (an empty handle becomes a new box) and returns whether
 /// there was anything to grow by. NaN coordinates are left out.

@@ -2,9 +2,8 @@
 
 #include "datamodel/fiber/Field.hpp"
 
-#include <fmt/format.h>
-
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <limits>
 
@@ -28,8 +27,24 @@ FragmentHandle Field::makeFragmentID(const std::string& name) {
 }
 
 CreatorHandle Field::getCreator(const FragmentHandle& fragment) const {
-  if (!fragment) return nullptr;
-  const unsigned number = fragment->number();
+  return fragment ? creatorOf(fragment->number()) : nullptr;
+}
+
+std::vector<CreatorHandle> Field::getCreators(std::span<const unsigned> numbers) const {
+  std::vector<CreatorHandle> creators(numbers.size());
+  {
+    const std::shared_lock lock(mutex_);
+    NumberTable<CreatorHandle>::Finder finder(creators_);
+    for (std::size_t i = 0; i < numbers.size(); ++i) creators[i] = finder.find(numbers[i]);
+  }
+  if (!source_) return creators;
+  for (std::size_t i = 0; i < numbers.size(); ++i) {
+    if (!creators[i]) creators[i] = creatorOf(numbers[i]);
+  }
+  return creators;
+}
+
+CreatorHandle Field::creatorOf(unsigned number) const {
   {
     const std::shared_lock lock(mutex_);
     CreatorHandle known = creators_.find(number);
@@ -92,26 +107,90 @@ StrongPtr<MemArray<1, FragmentHandle>> Field::newFragmentationArray() const {
   return makeStrong<MemArray<1, FragmentHandle>>(std::array<std::uint64_t, 1>{fragments_->size()});
 }
 
+namespace {
+
+/// The names of the tiles of a regular fragmentation.
+class TileNames final : public FragmentNames {
+ public:
+  explicit TileNames(const MultiIndex<3>& counts) : counts_(counts) {}
+  std::string nameOf(unsigned number) const override {
+    const std::uint64_t row = number / counts_[0];
+    return tileIndexText({{number % counts_[0], row % counts_[1], row / counts_[1]}});
+  }
+
+ private:
+  MultiIndex<3> counts_;
+};
+
+}  // namespace
+
 template <std::size_t N>
-FragmentHandle RegularlyFragmentedField<N>::fragmentAt(const MultiIndex<N>& index) {
+RegularlyFragmentedField<N>::RegularlyFragmentedField(const MultiIndex<N>& counts,
+                                                      std::string creatorName,
+                                                      StrongPtr<FragmentIDCollection> fragments)
+    : Field(std::move(fragments)),
+      counts_(counts),
+      creatorName_(std::move(creatorName)),
+      names_(makeStrong<TileNames>(counts)) {}
+
+template <std::size_t N>
+StrongPtr<RegularlyFragmentedField<N>> RegularlyFragmentedField<N>::emptyCopy() const {
+  auto copy =
+      makeStrong<RegularlyFragmentedField>(counts_, creatorName_, getFragmentIDCollection());
+  copy->names_ = names_;
+  return copy;
+}
+
+/// The linear position of an index; absent outside the counts and beyond 32 bits.
+template <std::size_t N>
+std::optional<unsigned> RegularlyFragmentedField<N>::positionOf(const MultiIndex<N>& index) const {
   // Below 2^32 after every axis: the next step then stays within 64 bits.
   constexpr std::uint64_t kMost = std::numeric_limits<unsigned>::max();
   std::uint64_t number = 0;
   for (std::size_t axis = N; axis-- > 0;) {
-    if (index[axis] >= counts_[axis]) return nullptr;
-    if (number != 0 && counts_[axis] > kMost) return nullptr;
+    if (index[axis] >= counts_[axis]) return std::nullopt;
+    if (number != 0 && counts_[axis] > kMost) return std::nullopt;
     number = number * counts_[axis] + index[axis];
-    if (number > kMost) return nullptr;
+    if (number > kMost) return std::nullopt;
   }
-  const auto position = static_cast<unsigned>(number);
-  if (auto known = getFragmentIDCollection()->findFragmentID(position)) return known;
-  return getFragmentIDCollection()->makeFragmentID(tileIndexText(index), position);
+  return static_cast<unsigned>(number);
+}
+
+template <std::size_t N>
+FragmentHandle RegularlyFragmentedField<N>::fragmentAt(const MultiIndex<N>& index) {
+  const auto position = positionOf(index);
+  if (!position) return nullptr;
+  if (auto known = getFragmentIDCollection()->findFragmentID(*position)) return known;
+  return getFragmentIDCollection()->makeFragmentIDs({&*position, 1}, names_).front();
+}
+
+template <std::size_t N>
+std::vector<FragmentHandle> RegularlyFragmentedField<N>::fragmentsFrom(const MultiIndex<N>& first,
+                                                                       std::uint64_t count) {
+  std::vector<unsigned> numbers;
+  MultiIndex<N> index = first;
+  for (; index[0] - first[0] < count; ++index[0]) {
+    const auto position = positionOf(index);
+    if (!position) break;  // nor has any index behind it one
+    numbers.push_back(*position);
+  }
+  auto fragments = getFragmentIDCollection()->makeFragmentIDs(numbers, names_);
+  fragments.resize(count);
+  return fragments;
 }
 
 template class RegularlyFragmentedField<3>;
 
 std::string tileIndexText(const MultiIndex<3>& index) {
-  return fmt::format("[{}x{}x{}]", index[0], index[1], index[2]);
+  constexpr std::size_t kMostDigits = 20;
+  std::array<char, 3 * (1 + kMostDigits) + 1> text;
+  char* end = text.data();
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    *end++ = axis == 0 ? '[' : 'x';
+    end = std::to_chars(end, text.data() + text.size(), index[axis]).ptr;
+  }
+  *end++ = ']';
+  return std::string(text.data(), end);
 }
 
 std::optional<MultiIndex<3>> parseTileIndex(const std::string& text) {
@@ -121,12 +200,14 @@ std::optional<MultiIndex<3>> parseTileIndex(const std::string& text) {
   for (std::size_t axis = 0; axis < 3; ++axis) {
     const char before = axis == 0 ? '[' : 'x';
     if (next == end || *next != before) return std::nullopt;
-    const auto [stop, error] = std::from_chars(next + 1, end, index[axis]);
+    const char* digits = next + 1;
+    const auto [stop, error] = std::from_chars(digits, end, index[axis]);
     if (error != std::errc()) return std::nullopt;
+    // Leading zeros make it another text, and so does whatever follows.
+    if (*digits == '0' && stop != digits + 1) return std::nullopt;
     next = stop;
   }
-  // Leading zeros and whatever follows make it another text.
-  if (text != tileIndexText(index)) return std::nullopt;
+  if (next == end || *next != ']' || next + 1 != end) return std::nullopt;
   return index;
 }
 
@@ -138,12 +219,19 @@ template <class Answer, class Question>
 std::vector<Answer> askCreators(const Field& field, const Question& ask) {
   const auto fragments = field.getFragmentIDs();
   std::vector<Answer> answers(fragments.size());
+  std::vector<unsigned> numbers(fragments.size());
+  std::transform(fragments.begin(), fragments.end(), numbers.begin(),
+                 [](const FragmentHandle& fragment) { return fragment->number(); });
   // One at a time where each may have to be decoded; many at a time only where there are so many
   // that handing them out would take as long as asking.
-  const std::size_t atOnce = std::clamp<std::size_t>(fragments.size() / 4096, 1, 256);
-#pragma omp parallel for schedule(dynamic, atOnce) if (fragments.size() > 1)
-  for (std::size_t i = 0; i < fragments.size(); ++i) {
-    if (const CreatorHandle creator = field.getCreator(fragments[i])) answers[i] = ask(*creator);
+  const std::size_t atOnce = std::clamp<std::size_t>(numbers.size() / 4096, 1, 256);
+#pragma omp parallel for schedule(dynamic, 1) if (numbers.size() > 1)
+  for (std::size_t begin = 0; begin < numbers.size(); begin += atOnce) {
+    const std::size_t count = std::min(atOnce, numbers.size() - begin);
+    const auto creators = field.getCreators(std::span(numbers).subspan(begin, count));
+    for (std::size_t i = 0; i < count; ++i) {
+      if (creators[i]) answers[begin + i] = ask(*creators[i]);
+    }
   }
   return answers;
 }
@@ -156,15 +244,13 @@ std::optional<ValueRange> knownOrNew(CreativeArrayBase& creator, bool recompute)
 
 bool expandBoundingBox(const StrongPtr<Field>& field, StrongPtr<BoundingBox>& box) {
   if (!field) return false;
-  const auto boxes = askCreators<StrongPtr<BoundingBox>>(*field, [](CreativeArrayBase& creator) {
-    StrongPtr<BoundingBox> own;
-    ExpandBBox(own, creator, DataCreationMode::KnownOrCreate);
-    return own;
-  });
+  const auto boxes = askCreators<StrongPtr<const BoundingBox>>(
+      *field,
+      [](CreativeArrayBase& creator) { return boxOf(creator, DataCreationMode::KnownOrCreate); });
   StrongPtr<BoundingBox> whole;
   for (const auto& own : boxes) {
     if (whole && own) whole->expand(*own);
-    if (!whole) whole = own;
+    if (!whole && own) whole = makeStrong<BoundingBox>(*own);
   }
   if (!whole) return false;
   field->addInterface(whole);

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <mutex>
 #include <shared_mutex>
+#include <span>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -55,6 +56,8 @@ class FIBER_API Field : public MemCore::Intercube, public std::enable_shared_fro
 
   /// The creator of a fragment; empty when there is none.
   CreatorHandle getCreator(const FragmentHandle& fragment) const;
+  /// The creators of the fragments of many numbers, each as getCreator gives it.
+  std::vector<CreatorHandle> getCreators(std::span<const unsigned> numbers) const;
   /// The creator of the lowest-numbered fragment that has one.
   CreatorHandle getFirstCreator() const;
   /// Where creators come from that were not stored. To be set before the field is shared.
@@ -84,6 +87,8 @@ class FIBER_API Field : public MemCore::Intercube, public std::enable_shared_fro
   std::uint64_t propertyBits = 0;
 
  private:
+  CreatorHandle creatorOf(unsigned number) const;
+
   MemCore::StrongPtr<FragmentIDCollection> fragments_;
   mutable std::shared_mutex mutex_;
   mutable NumberTable<CreatorHandle> creators_;  ///< by fragment number
@@ -99,30 +104,31 @@ class FIBER_API RegularlyFragmentedField final : public Field {
   /// `creatorName` names the fragmentation for diagnostics. The collection is shared with the
   /// other fields of the representation; an empty handle makes a new one.
   RegularlyFragmentedField(const MultiIndex<N>& counts, std::string creatorName,
-                           MemCore::StrongPtr<FragmentIDCollection> fragments)
-      : Field(std::move(fragments)), counts_(counts), creatorName_(std::move(creatorName)) {}
+                           MemCore::StrongPtr<FragmentIDCollection> fragments);
 
   const MultiIndex<N>& counts() const { return counts_; }
   const std::string& creatorName() const { return creatorName_; }
 
   /// A field of the same fragmentation and collection without any creator.
-  MemCore::StrongPtr<RegularlyFragmentedField> emptyCopy() const {
-    return MemCore::makeStrong<RegularlyFragmentedField>(counts_, creatorName_,
-                                                         getFragmentIDCollection());
-  }
+  MemCore::StrongPtr<RegularlyFragmentedField> emptyCopy() const;
 
   /// The fragment at an index, made on first use; its name is "[", i, "x", j, "x", k, "]" and its
   /// number the linear position, x fastest. Empty for an index outside the counts and for a
   /// position beyond 32 bits.
   FragmentHandle fragmentAt(const MultiIndex<N>& index);
+  /// The fragments of `count` indices in a row along x, each as fragmentAt gives it.
+  std::vector<FragmentHandle> fragmentsFrom(const MultiIndex<N>& first, std::uint64_t count);
   /// Does nothing where fragmentAt is empty.
   void setCreatorAt(const MultiIndex<N>& index, const CreatorHandle& creator) {
     setCreator(fragmentAt(index), creator);
   }
 
  private:
+  std::optional<unsigned> positionOf(const MultiIndex<N>& index) const;
+
   MultiIndex<N> counts_;
   std::string creatorName_;
+  MemCore::StrongPtr<FragmentNames> names_;  ///< one for all copies
 };
 
 extern template class RegularlyFragmentedField<3>;

@@ -4,8 +4,30 @@
 
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 namespace Fiber {
+
+using MemCore::StrongPtr;
+using MemCore::WeakPtr;
+
+namespace {
+
+constexpr unsigned kPageSize = 32;
+
+}  // namespace
+
+struct FragmentIDCollection::Page {
+  FragmentID places[kPageSize];
+
+  FragmentID& place(unsigned number) { return places[number % kPageSize]; }
+};
+
+FragmentID::FragmentID(const std::string& name, unsigned number,
+                       const WeakPtr<FragmentIDCollection>& collection)
+    : origin_(std::make_shared<const FragmentOrigin>(FragmentOrigin{collection, nullptr})),
+      name_(std::make_unique<const std::string>(name)),
+      number_(number) {}
 
 FragmentHandle FragmentIDCollection::findFragmentID(const std::string& name) const {
   {
@@ -19,7 +41,7 @@ FragmentHandle FragmentIDCollection::findFragmentID(const std::string& name) con
 
 FragmentHandle FragmentIDCollection::findFragmentID(unsigned number) const {
   const std::shared_lock lock(mutex_);
-  return fragments_.find(number);
+  return findLocked(number);
 }
 
 FragmentHandle FragmentIDCollection::makeFragmentID(const std::string& name) {
@@ -32,48 +54,111 @@ FragmentHandle FragmentIDCollection::makeFragmentID(const std::string& name) {
 
 FragmentHandle FragmentIDCollection::makeFragmentID(const std::string& name, unsigned number) {
   const std::unique_lock lock(mutex_);
-  if (auto known = fragments_.find(number)) return known;
+  if (auto known = findLocked(number)) return known;
   return insertLocked(name, number);
 }
 
-FragmentHandle FragmentIDCollection::insertLocked(const std::string& name, unsigned number) {
-  auto made = MemCore::makeStrong<FragmentID>(
-      name, number, MemCore::WeakPtr<FragmentIDCollection>(weak_from_this()));
-  fragments_.set(number, made);
-  nextNumber_ = std::max(nextNumber_, std::uint64_t{number} + 1);
-  if (names_) names_->try_emplace(made->name(), made);
+std::vector<FragmentHandle> FragmentIDCollection::makeFragmentIDs(
+    std::span<const unsigned> numbers, const StrongPtr<FragmentNames>& names) {
+  std::vector<FragmentHandle> made;
+  made.reserve(numbers.size());
+  const std::unique_lock lock(mutex_);
+  const PageHandle* page = nullptr;
+  unsigned pageNumber = 0;
+  for (const unsigned number : numbers) {
+    // Neighbours mostly share a page, which then need not be looked for.
+    if (page == nullptr || number / kPageSize != pageNumber) {
+      pageNumber = number / kPageSize;
+      page = &pageLocked(pageNumber);
+    }
+    made.push_back(makeLocked(*page, number, names));
+  }
   return made;
+}
+
+/// The page of a number (not of a fragment), made when absent.
+const FragmentIDCollection::PageHandle& FragmentIDCollection::pageLocked(unsigned pageNumber) {
+  const auto place = pages_.lower_bound(pageNumber);
+  if (place != pages_.end() && place->first == pageNumber) return place->second;
+  return pages_.emplace_hint(place, pageNumber, std::make_shared<Page>())->second;
+}
+
+FragmentHandle FragmentIDCollection::findLocked(unsigned number) const {
+  const auto page = pages_.find(number / kPageSize);
+  if (page == pages_.end()) return nullptr;
+  FragmentID& place = page->second->place(number);
+  if (!place.origin_) return nullptr;
+  return FragmentHandle(std::shared_ptr<FragmentID>(page->second, &place));
+}
+
+/// Requires: no fragment has the number.
+FragmentHandle FragmentIDCollection::insertLocked(const std::string& name, unsigned number) {
+  if (names_) names_->try_emplace(name, number);
+  return placeLocked(pageLocked(number / kPageSize), number,
+                     std::make_unique<const std::string>(name), nullptr);
+}
+
+FragmentHandle FragmentIDCollection::makeLocked(const PageHandle& page, unsigned number,
+                                                const StrongPtr<FragmentNames>& names) {
+  FragmentID& place = page->place(number);
+  if (place.origin_) return FragmentHandle(std::shared_ptr<FragmentID>(page, &place));
+  if (names_) names_->try_emplace(names->nameOf(number), number);
+  return placeLocked(page, number, nullptr, names);
+}
+
+FragmentHandle FragmentIDCollection::placeLocked(const PageHandle& page, unsigned number,
+                                                 std::unique_ptr<const std::string> name,
+                                                 const StrongPtr<FragmentNames>& names) {
+  FragmentID& place = page->place(number);
+  place.origin_ = originLocked(names);
+  place.name_ = std::move(name);
+  place.number_ = number;
+  ++size_;
+  nextNumber_ = std::max(nextNumber_, std::uint64_t{number} + 1);
+  return FragmentHandle(std::shared_ptr<FragmentID>(page, &place));
+}
+
+/// Many fragments in a row have the same one.
+const std::shared_ptr<const FragmentOrigin>& FragmentIDCollection::originLocked(
+    const StrongPtr<FragmentNames>& names) {
+  if (!origin_ || !(origin_->names == names)) {
+    origin_ = std::make_shared<const FragmentOrigin>(
+        FragmentOrigin{WeakPtr<FragmentIDCollection>(weak_from_this()), names});
+  }
+  return origin_;
 }
 
 void FragmentIDCollection::indexNamesLocked() const {
   if (names_) return;
   names_.emplace();
-  names_->reserve(fragments_.size());
-  fragments_.walk([this](const FragmentHandle& fragment) {
-    names_->try_emplace(fragment->name(), fragment);
-    return true;
-  });
+  names_->reserve(size_);
+  for (const auto& [number, page] : pages_) {
+    for (const FragmentID& place : page->places) {
+      if (place.origin_) names_->try_emplace(place.name(), place.number());
+    }
+  }
 }
 
 FragmentHandle FragmentIDCollection::findNameLocked(const std::string& name) const {
   const auto found = names_->find(name);
-  return found == names_->end() ? nullptr : found->second;
+  return found == names_->end() ? nullptr : findLocked(found->second);
 }
 
 std::vector<FragmentHandle> FragmentIDCollection::all() const {
   const std::shared_lock lock(mutex_);
   std::vector<FragmentHandle> fragments;
-  fragments.reserve(fragments_.size());
-  fragments_.walk([&](const FragmentHandle& fragment) {
-    fragments.push_back(fragment);
-    return true;
-  });
+  fragments.reserve(size_);
+  for (const auto& [number, page] : pages_) {
+    for (FragmentID& place : page->places) {
+      if (place.origin_) fragments.emplace_back(std::shared_ptr<FragmentID>(page, &place));
+    }
+  }
   return fragments;
 }
 
 std::size_t FragmentIDCollection::size() const {
   const std::shared_lock lock(mutex_);
-  return fragments_.size();
+  return size_;
 }
 
 }  // namespace Fiber

@@ -88,4 +88,9 @@ FragmentHandle FragmentedUniformGrid3D::fragmentAt(const MultiIndex<3>& index) c
   return positions_ ? positions_->fragmentAt(index) : nullptr;
 }
 
+std::vector<FragmentHandle> FragmentedUniformGrid3D::fragmentsFrom(const MultiIndex<3>& first,
+                                                                   std::uint64_t count) const {
+  return positions_ ? positions_->fragmentsFrom(first, count) : std::vector<FragmentHandle>(count);
+}
+
 }  // namespace Fiber

@@ -9,6 +9,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "datamodel/fiber/Representation.hpp"
 
@@ -91,6 +92,8 @@ class FIBER_API FragmentedUniformGrid3D : public TypedGrid {
   MultiIndex<3> counts() const;
   /// The output fragment at (i, j, k); empty without an array. Threads: may be called at once.
   FragmentHandle fragmentAt(const MultiIndex<3>& index) const;
+  /// The output fragments of `count` indices in a row along x, each as fragmentAt gives it.
+  std::vector<FragmentHandle> fragmentsFrom(const MultiIndex<3>& first, std::uint64_t count) const;
 
  private:
   MemCore::StrongPtr<RegularlyFragmentedField<3>> positions_;

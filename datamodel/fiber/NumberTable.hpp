@@ -16,6 +16,10 @@ namespace Fiber {
 /// Handle is a StrongPtr; an empty one stands for absent.
 template <class Handle>
 class NumberTable {
+  static constexpr unsigned kPageSize = 32;
+  using Page = std::array<Handle, kPageSize>;
+  using Pages = std::map<unsigned, Page>;
+
  public:
   /// The handle at a number; empty when there is none.
   Handle find(unsigned number) const {
@@ -31,6 +35,23 @@ class NumberTable {
     slot = std::move(handle);
   }
 
+  /// Finds handle after handle; neighbours share a page, which then is not looked for again.
+  /// Requires: the table stays and does not change meanwhile.
+  class Finder {
+   public:
+    explicit Finder(const NumberTable& table) : pages_(table.pages_), page_(pages_.end()) {}
+    Handle find(unsigned number) {
+      if (page_ == pages_.end() || page_->first != number / kPageSize) {
+        page_ = pages_.find(number / kPageSize);
+      }
+      return page_ == pages_.end() ? Handle() : page_->second[number % kPageSize];
+    }
+
+   private:
+    const Pages& pages_;
+    typename Pages::const_iterator page_;
+  };
+
   std::size_t size() const { return size_; }
 
   /// Calls visit(handle) for every handle in ascending order of number, until it returns false.
@@ -44,10 +65,7 @@ class NumberTable {
   }
 
  private:
-  static constexpr unsigned kPageSize = 32;
-  using Page = std::array<Handle, kPageSize>;
-
-  std::map<unsigned, Page> pages_;
+  Pages pages_;
   std::size_t size_ = 0;
 };
 

@@ -2,13 +2,15 @@
 
 #include "datamodel/memcore/Allocator.hpp"
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #ifdef __GLIBC__
 #include <malloc.h>
+#endif
 
 #include <algorithm>
-#endif
+#include <fstream>
 
 namespace MemCore {
 
@@ -24,6 +26,25 @@ void fitAllocator([[maybe_unused]] std::uint64_t budgetBytes) {
   mallopt(M_MMAP_THRESHOLD, static_cast<int>(mapped));
   mallopt(M_TRIM_THRESHOLD, static_cast<int>(kept));
 #endif
+}
+
+namespace {
+
+/// The address space in use; 0 where the system does not tell.
+std::uint64_t addressSpace() {
+  std::ifstream file("/proc/self/statm");
+  std::uint64_t pages = 0;
+  file >> pages;
+  return pages * static_cast<std::uint64_t>(std::max(0L, sysconf(_SC_PAGE_SIZE)));
+}
+
+}  // namespace
+
+std::uint64_t usableMemory() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_AS, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return machineMemory();
+  const std::uint64_t allowed = limit.rlim_cur;
+  return std::min(machineMemory(), allowed - std::min(allowed, addressSpace()));
 }
 
 std::uint64_t machineMemory() {

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The machine's memory, and how much freed memory the process keeps for its next need. Point
-// columns are allocated and freed by the megabyte; handing each back to the system costs a page
-// fault for every page of the next one, keeping all of it adds to the process's size what no budget
-// counts.
+// The machine's memory, what of it the process may take, and how much freed memory the process
+// keeps for its next need. Point columns are allocated and freed by the megabyte; handing each back
+// to the system costs a page fault for every page of the next one, keeping all of it adds to the
+// process's size what no budget counts.
 
 #pragma once
 
@@ -20,5 +20,9 @@ FIBER_API void fitAllocator(std::uint64_t budgetBytes);
 
 /// The machine's memory in bytes; 2 GiB where the system does not tell.
 FIBER_API std::uint64_t machineMemory();
+
+/// The bytes that the process may still take: what its limit of address space leaves, and no more
+/// than the machine has.
+FIBER_API std::uint64_t usableMemory();
 
 }  // namespace MemCore

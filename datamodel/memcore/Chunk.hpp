@@ -41,7 +41,8 @@ class FIBER_API ChunkBase {
 };
 
 /// Leaves new elements uninitialised unless a value is given, so that decoders and gathers do not
-/// pay for zeros that they overwrite. 64-byte aligned.
+/// pay for zeros that they overwrite. 64-byte aligned, by hand: an aligned block of glibc's is cut
+/// out of a larger one, so that it never fits where one like it was freed, and takes fresh pages.
 template <class T>
 class UninitialisedAllocator {
  public:
@@ -52,9 +53,16 @@ class UninitialisedAllocator {
   UninitialisedAllocator(const UninitialisedAllocator<U>&) {}
 
   T* allocate(std::size_t n) {
-    return static_cast<T*>(::operator new(n * sizeof(T), std::align_val_t(64)));
+    auto* const block = static_cast<std::byte*>(::operator new(n * sizeof(T) + kAlignmentBytes));
+    // Behind the block's first byte, which leaves room for the distance.
+    const auto ahead = kAlignmentBytes - reinterpret_cast<std::uintptr_t>(block) % kAlignmentBytes;
+    block[ahead - 1] = static_cast<std::byte>(ahead);
+    return reinterpret_cast<T*>(block + ahead);
   }
-  void deallocate(T* p, std::size_t) { ::operator delete(p, std::align_val_t(64)); }
+  void deallocate(T* p, std::size_t) {
+    auto* const first = reinterpret_cast<std::byte*>(p);
+    ::operator delete(first - std::to_integer<std::size_t>(first[-1]));
+  }
   template <class U>
   void construct([[maybe_unused]] U* p) {
     // Plain types are left out even where they have default values: allocated is made.
@@ -67,6 +75,9 @@ class UninitialisedAllocator {
   friend bool operator==(const UninitialisedAllocator&, const UninitialisedAllocator&) {
     return true;
   }
+
+ private:
+  static constexpr std::size_t kAlignmentBytes = 64;
 };
 
 /// A typed run of elements. Whatever allocates throws std::bad_alloc, for absurd counts too.

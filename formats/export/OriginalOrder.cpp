@@ -96,7 +96,7 @@ Outcome<OriginalOrder> OriginalOrder::read(const ExportSource& source,
 Outcome<void> OriginalOrder::add(const FragmentColumns& fragment) {
   const auto* files = elementsOf<std::uint32_t>(fragment.fields[fileField_]);
   const auto* indices = elementsOf<std::uint64_t>(fragment.fields[indexField_]);
-  const std::string& name = fragment.fragment->id->name();
+  const std::string name = fragment.fragment->id->name();
   if (files == nullptr || indices == nullptr) {
     return Failure{fmt::format("fragment {}: does not tell where its points come from", name)};
   }

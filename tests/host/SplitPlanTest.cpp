@@ -130,7 +130,7 @@ TEST(SplitPlan, TooManyTilesAreRefused) {
 TEST(SplitPlan, TilesBeyondTheMachinesMemoryAreRefused) {
   EXPECT_EQ(memoryShortage(1000, 1'000'000), "");
   EXPECT_EQ(memoryShortage(50'000'000, 8'000'000'000),
-            "50,000,000 tiles need about 17.0 GB of memory to plan, found 8.0 GB; give longer "
+            "50,000,000 tiles need about 14.0 GB of memory to plan, found 8.0 GB; give longer "
             "--fragment-length");
 }
 

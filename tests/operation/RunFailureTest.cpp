@@ -2,16 +2,20 @@
 
 #include <unistd.h>
 
+#include <cstdlib>
 #include <fstream>
 
 #include "tests/operation/SplitFixture.hpp"
 #include "tests/operation/UnreadablePositions.hpp"
+#include "tests/support/MemoryLimit.hpp"
 
 namespace LidarLib::TestSupport {
 
 namespace {
 
 class RunFailureTest : public SplitFixture {};
+
+const std::string kExpected = "not enough memory to plan 4000000 tiles, expected about 1.0 GB";
 
 const std::vector<Point> kCorners = {{0, 0, 0}, {5, 5, 1}};
 
@@ -45,6 +49,21 @@ TEST_F(RunFailureTest, WithoutInputBundleNothingIsDone) {
   EXPECT_FALSE(operation.Run());
   EXPECT_EQ(operation.messages, std::list<std::string>{"bundleptr is null"});
   EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+}
+
+TEST_F(RunFailureTest, MoreTilesThanMemoryHoldsAreRefusedWithTheirNeed) {
+  CloudBuilder cloud;
+  cloud.fragment({{0, 0, 0}, {1999.5, 1999.5, 1}});
+  RefragmentAndSplit operation;
+  prepare(operation, cloud.bundle());
+  operation.FragmentLength = {{1, 1, 0}};
+  const auto refuse = [&] {
+    if (!leaveMemory(300'000'000)) std::exit(2);
+    operation.Run();
+    std::exit(operation.messages.size() == 1 && operation.messages.front() == kExpected ? 0 : 1);
+  };
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // a forked process has no OpenMP threads
+  EXPECT_EXIT(refuse(), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(RunFailureTest, GridWithoutPositionsIsSkippedAndTheNextProcessed) {

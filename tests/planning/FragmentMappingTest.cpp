@@ -6,10 +6,12 @@
 #include <gtest/gtest.h>
 #include <omp.h>
 
+#include <cstdlib>
 #include <limits>
 
 #include "tests/planning/PlanningScene.hpp"
 #include "tests/support/ConsoleCapture.hpp"
+#include "tests/support/MemoryLimit.hpp"
 
 namespace LidarLib {
 
@@ -54,6 +56,40 @@ CloudBuilder cloudBetween(double minX, double maxX) {
 }
 
 }  // namespace
+
+namespace {
+
+/// Maps a fragment over so many of four million tiles, with 700 MB of memory left. Ends the
+/// process: 0 when it was mapped, 10 plus the tenths of a gigabyte that it would need when it was
+/// refused.
+[[noreturn]] void exitAfterMapping(std::uint64_t touchedRows) {
+  const Fiber::MultiIndex<3> counts{{2000, 2000, 1}};
+  CloudBuilder cloud;
+  cloud.fragment({{50, 50, 50}, {199'950, static_cast<double>(touchedRows) * 100 - 50, 50}});
+  const auto positions = cloud.positions();
+  const auto view = outputView(counts);
+  const ConsoleCapture console;
+  if (!TestSupport::leaveMemory(700'000'000)) std::exit(2);
+  try {
+    const auto mapping = mapFragmentBoxes(makeLayout({0, 0, 0}, {{100, 100, 100}}, counts), view,
+                                          0.0, positions->getFragmentIDs(), positions);
+    std::exit(mapping.tilesWithData == touchedRows * 2000 ? 0 : 1);
+  } catch (const MappingTooLarge& refusal) {
+    std::exit(10 + static_cast<int>(refusal.neededBytes() / 100'000'000));
+  }
+}
+
+}  // namespace
+
+TEST(FragmentMapping, MoreThanMayBeUsedIsRefusedBeforeItIsTaken) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // a forked process has no OpenMP threads
+  EXPECT_EXIT(exitAfterMapping(2000), testing::ExitedWithCode(10 + 9), "");
+}
+
+TEST(FragmentMapping, TilesWithoutDataNeedNoSets) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(exitAfterMapping(10), testing::ExitedWithCode(0), "");
+}
 
 TEST(FragmentMapping, BoxExactlyAtAFaceTouchesBothTiles) {
   CloudBuilder cloud = cloudBetween(200, 250);

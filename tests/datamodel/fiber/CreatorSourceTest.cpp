@@ -64,6 +64,20 @@ TEST_F(CreatorSourceTest, StoredAndRemovedCreatorsCountBeforeIt) {
   EXPECT_EQ(source->asked, 0);
 }
 
+TEST_F(CreatorSourceTest, ManyCreatorsAreThoseOfTheSingleFragments) {
+  field->setCreator(fragments[1], field->getCreator(fragments[2]));
+  field->setCreator(fragments[0], nullptr);
+  const std::vector<unsigned> numbers{2, 0, 1, 3, 1000, 2};
+  const auto creators = field->getCreators(numbers);
+  ASSERT_EQ(creators.size(), numbers.size());
+  EXPECT_EQ(creators[0], field->getCreator(fragments[2]));
+  EXPECT_FALSE(creators[1]) << "removed";
+  EXPECT_EQ(creators[2], creators[0]) << "stored";
+  EXPECT_FALSE(creators[3]);
+  EXPECT_TRUE(creators[4]) << "the source has it";
+  EXPECT_EQ(creators[5], creators[0]);
+}
+
 TEST_F(CreatorSourceTest, AllThreadsGetTheSameCreator) {
   for (int round = 0; round < 50; ++round) {
     const auto fresh = makeStrong<Field>(field->getFragmentIDCollection());

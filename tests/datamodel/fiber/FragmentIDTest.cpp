@@ -5,14 +5,28 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <map>
+#include <random>
 #include <thread>
 #include <unordered_set>
 #include <vector>
+
+#include "tests/support/Seed.hpp"
 
 namespace Fiber {
 namespace {
 
 using MemCore::makeStrong;
+
+/// Names of a letter and the number.
+class LetterNames final : public FragmentNames {
+ public:
+  explicit LetterNames(char letter) : letter_(letter) {}
+  std::string nameOf(unsigned number) const override { return letter_ + std::to_string(number); }
+
+ private:
+  char letter_;
+};
 
 TEST(FragmentID, KnowsNameNumberAndCollection) {
   const auto collection = makeStrong<FragmentIDCollection>();
@@ -84,6 +98,56 @@ TEST(FragmentIDCollection, NoNumberLeftIsAnEmptyHandle) {
   EXPECT_FALSE(collection->makeFragmentID("one more"));
   EXPECT_EQ(collection->size(), 1U);
   EXPECT_EQ(collection->makeFragmentID("last"), last);
+}
+
+TEST(FragmentIDCollection, MadeByTheManyHaveTheNamesToldForThem) {
+  const auto collection = makeStrong<FragmentIDCollection>();
+  const auto own = collection->makeFragmentID("own", 40);
+  const std::vector<unsigned> numbers{3, 40, 4'000'000'000U, 4};
+  const auto made = collection->makeFragmentIDs(numbers, makeStrong<LetterNames>('a'));
+  ASSERT_EQ(made.size(), 4U);
+  EXPECT_EQ(made[0]->name(), "a3");
+  EXPECT_EQ(made[1], own) << "which was there already";
+  EXPECT_EQ(made[2]->name(), "a4000000000");
+  EXPECT_EQ(made[2]->collection(), collection);
+  EXPECT_EQ(collection->makeFragmentIDs(numbers, makeStrong<LetterNames>('b')), made);
+  EXPECT_EQ(collection->findFragmentID("a4"), made[3]);
+  EXPECT_FALSE(collection->findFragmentID("b4"));
+  EXPECT_EQ(collection->size(), 4U);
+}
+
+TEST(FragmentIDCollection, FragmentAloneKeepsItsName) {
+  auto collection = makeStrong<FragmentIDCollection>();
+  const std::vector<unsigned> numbers{8};
+  const auto made = collection->makeFragmentIDs(numbers, makeStrong<LetterNames>('a')).front();
+  collection.reset();
+  EXPECT_EQ(made->name(), "a8");
+  EXPECT_EQ(made->number(), 8U);
+}
+
+TEST(FragmentIDCollection, BehavesAsTwoMaps) {
+  std::mt19937_64 random(LidarLib::TestSupport::testSeed());
+  const auto collection = makeStrong<FragmentIDCollection>();
+  const auto told = makeStrong<LetterNames>('t');
+  std::map<unsigned, std::string> plain;  // by number
+  for (int step = 0; step < 3000; ++step) {
+    const auto number = static_cast<unsigned>(random() % 700 * (random() % 2 == 0 ? 1 : 1000));
+    if (random() % 2 == 0) {
+      collection->makeFragmentID("own " + std::to_string(number), number);
+      plain.try_emplace(number, "own " + std::to_string(number));
+    } else {
+      const std::vector<unsigned> numbers{number, number + 1};
+      collection->makeFragmentIDs(numbers, told);
+      for (const unsigned n : numbers) plain.try_emplace(n, told->nameOf(n));
+    }
+    const auto [sought, name] = *plain.lower_bound(number);
+    if (step < 1000) continue;
+    ASSERT_EQ(collection->findFragmentID(name)->number(), sought);
+  }
+  std::map<unsigned, std::string> found;
+  for (const auto& fragment : collection->all()) found[fragment->number()] = fragment->name();
+  EXPECT_EQ(found, plain);
+  EXPECT_EQ(collection->size(), plain.size());
 }
 
 TEST(FragmentIDCollection, ThreadsThatMakeTheSameFragmentsAgree) {

@@ -71,6 +71,11 @@ TEST(NumberTable, BehavesAsAnOrderedMap) {
   std::vector<unsigned> expected;
   for (const auto& [number, value] : plain) expected.push_back(number);
   EXPECT_EQ(walked(table), expected);
+  Table::Finder finder(table);
+  for (int step = 0; step < 5000; ++step) {
+    const auto number = static_cast<unsigned>(random() % 1600);
+    ASSERT_EQ(finder.find(number), table.find(number)) << number;
+  }
 }
 
 }  // namespace

@@ -59,6 +59,26 @@ TEST(RegularField, PositionBeyond32BitsHasNoFragment) {
   EXPECT_FALSE(huge.fragmentAt({{2, 3, 4}}));
 }
 
+TEST(RegularField, RowOfFragmentsIsThatOfTheSingleOnes) {
+  const MultiIndex<3> counts{{50, 3, 2}};
+  RegularField field(counts, "tiles", nullptr);
+  field.fragmentAt({{7, 1, 1}});
+  for (const MultiIndex<3>& first :
+       {MultiIndex<3>{{0, 0, 0}}, MultiIndex<3>{{5, 1, 1}}, MultiIndex<3>{{49, 2, 1}},
+        MultiIndex<3>{{50, 0, 0}}, MultiIndex<3>{{0, 3, 0}}}) {
+    const auto row = field.fragmentsFrom(first, 4);
+    ASSERT_EQ(row.size(), 4U);
+    for (std::uint64_t n = 0; n < 4; ++n) {
+      EXPECT_EQ(row[n], field.fragmentAt({{first[0] + n, first[1], first[2]}})) << n;
+    }
+  }
+  EXPECT_EQ(field.fragmentsFrom({{0, 1, 0}}, 50).back()->name(), "[49x1x0]");
+  RegularField flat({{std::uint64_t{1} << 33, 1, 1}}, "tiles", nullptr);
+  const auto last = flat.fragmentsFrom({{4294967295U, 0, 0}}, 2);
+  EXPECT_TRUE(last[0]);
+  EXPECT_FALSE(last[1]);
+}
+
 TEST(RegularField, EmptyCopySharesTheFragmentsAndNoCreators) {
   RegularField field({{4, 5, 6}}, "tiles", nullptr);
   field.setCreatorAt({{1, 0, 0}}, creatorOf<double>({1}));
