@@ -43,7 +43,7 @@ struct EncodedBatch {
 struct BatchSizes {
   /// Fragments are taken in groups of this size. The order of chunks in the file follows from it,
   /// so it must not depend on the machine.
-  std::uint64_t group = std::uint64_t{64} << 20U;
+  std::uint64_t group = std::uint64_t{32} << 20U;
   /// Groups are taken until there is this much for every thread.
   std::uint64_t perThread = std::uint64_t{32} << 20U;
 };

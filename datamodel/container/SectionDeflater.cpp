@@ -87,6 +87,7 @@ Bytes SectionDeflater::sampleOf(Bytes section) {
   return sample_;
 }
 
+/// False when the block would take more room than the bytes do: `place` is as it was then.
 /// ISA-L's levels 1 and 2 choose now and then other matches when their state lies at another
 /// address, so that equal input would not give equal bytes. Level 0 is free of that.
 bool SectionDeflater::addBlock(Bytes plain, isal_hufftables& tables, Place& place) {
@@ -101,7 +102,7 @@ bool SectionDeflater::addBlock(Bytes plain, isal_hufftables& tables, Place& plac
   stream_.next_in = readable(plain);
   stream_.avail_in = static_cast<std::uint32_t>(plain.size());
   stream_.next_out = reinterpret_cast<std::uint8_t*>(place.left.data());
-  stream_.avail_out = static_cast<std::uint32_t>(place.left.size());
+  stream_.avail_out = static_cast<std::uint32_t>(std::min(place.left.size(), plain.size()));
   if (isal_deflate_stateless(&stream_) != COMP_OK || stream_.avail_in != 0) return false;
   place.left = place.left.subspan(stream_.total_out);
   return true;
@@ -120,13 +121,16 @@ bool SectionDeflater::addRuns(Bytes runs, Place& place) {
   return addBlock(runs, runTables_, place);
 }
 
-bool SectionDeflater::addSection(Bytes section, Place& place) {
+/// False when the bytes had better be stored; the sample need not have told.
+bool SectionDeflater::addDeflated(Bytes section, Place& place) {
   const Bytes sample = sampleOf(section);
   histogram_ = {};
   isal_update_histogram(readable(sample), static_cast<int>(sample.size()), &histogram_);
-  if (!isNoise(histogram_, sample.size())) {
-    return isal_create_hufftables(&tables_, &histogram_) == 0 && addBlock(section, tables_, place);
-  }
+  return !isNoise(histogram_, sample.size()) &&
+         isal_create_hufftables(&tables_, &histogram_) == 0 && addBlock(section, tables_, place);
+}
+
+void SectionDeflater::addStored(Bytes section, Place& place) {
   constexpr std::size_t kMostStored = 65535;
   while (!section.empty()) {
     const Bytes block = section.first(std::min(section.size(), kMostStored));
@@ -136,7 +140,6 @@ bool SectionDeflater::addSection(Bytes section, Place& place) {
     place.left = place.left.subspan(block.size());
     section = section.subspan(block.size());
   }
-  return true;
 }
 
 std::size_t SectionDeflater::deflate(Bytes plain, std::size_t sectionBytes,
@@ -156,7 +159,8 @@ std::size_t SectionDeflater::deflate(Bytes plain, std::size_t sectionBytes,
     const bool isRuns = end > begin;
     if (!isRuns) end += sectionAt(end).size();
     const Bytes section = plain.subspan(begin, end - begin);
-    if (!(isRuns ? addRuns(section, place) : addSection(section, place))) return 0;
+    const bool isAdded = isRuns ? addRuns(section, place) : addDeflated(section, place);
+    if (!isAdded) addStored(section, place);
     begin = end;
   }
   place.put({1, 0, 0, 0xFF, 0xFF});  // an empty last block

@@ -23,7 +23,7 @@ namespace Fiber::Container {
 class SectionDeflater {
  public:
   /// Writes the zlib stream of `plain`, whose sections are `sectionBytes` long each (the last one
-  /// may be shorter), to `out`. Returns the number of bytes written, 0 on failure.
+  /// may be shorter), to `out`. Returns the number of bytes written, 0 when there are too many.
   /// Requires: sectionBytes > 0; `out` has room for `plain`, a thousandth more, and 1 KiB for each
   /// section and for the frame.
   std::size_t deflate(std::span<const std::byte> plain, std::size_t sectionBytes,
@@ -37,7 +37,8 @@ class SectionDeflater {
   };
 
   bool addRuns(std::span<const std::byte> runs, Place& place);
-  bool addSection(std::span<const std::byte> section, Place& place);
+  bool addDeflated(std::span<const std::byte> section, Place& place);
+  static void addStored(std::span<const std::byte> section, Place& place);
   bool addBlock(std::span<const std::byte> plain, isal_hufftables& tables, Place& place);
   std::span<const std::byte> sampleOf(std::span<const std::byte> section);
 

@@ -17,15 +17,6 @@ using MemCore::Outcome;
 
 namespace {
 
-/// One column of one fragment, to be loaded by any thread.
-struct LoadTask {
-  const Fiber::Field* field = nullptr;
-  std::string name;
-  const ExportFragment* fragment = nullptr;
-  MemCore::StrongPtr<Fiber::MemBase>* into = nullptr;
-  const ExportField* described = nullptr;  ///< may be absent then, and has this type
-};
-
 /// Whether data are what the field's first fragment says of all. Where two fragments differ, bytes
 /// of one would be taken for numbers of the other.
 bool isAsDescribed(const Fiber::MemBase& data, const ExportField& field,
@@ -33,35 +24,6 @@ bool isAsDescribed(const Fiber::MemBase& data, const ExportField& field,
   const auto type = data.type();
   return type && elementTypeOf(type->scalar()) == field.type &&
          data.byteCount() == fragment.pointCount * elementBytes(field.type) * field.components;
-}
-
-Outcome<void> load(const LoadTask& task) {
-  if (task.described != nullptr && !task.field->getCreator(task.fragment->id)) return {};
-  auto column = columnOf(*task.field, task.name, *task.fragment);
-  if (!column) return column.failure();
-  if (task.described != nullptr && !isAsDescribed(**column, *task.described, *task.fragment)) {
-    return Failure{fmt::format("field {}: fragment {}: another type than in other fragments",
-                               task.name, task.fragment->id->name())};
-  }
-  *task.into = std::move(*column);
-  return {};
-}
-
-void addTasks(const ExportSource& source, const ColumnNeeds& needs, FragmentColumns& columns,
-              std::vector<LoadTask>& tasks) {
-  const ExportFragment* fragment = columns.fragment;
-  columns.fields.resize(source.fields.size());
-  // Each once: two threads must not fill the same column.
-  for (const std::size_t number : std::set(needs.fields.begin(), needs.fields.end())) {
-    const ExportField& field = source.fields[number];
-    tasks.push_back({field.field.get(), field.name, fragment, &columns.fields[number], &field});
-  }
-  if (needs.samples) {
-    tasks.push_back({source.samples.get(), "Waveforms", fragment, &columns.samples, nullptr});
-  }
-  if (needs.lengths) {
-    tasks.push_back({source.lengths.get(), "FWFLength", fragment, &columns.lengths, nullptr});
-  }
 }
 
 Outcome<void> loadPositions(const ExportSource& source, FragmentColumns& columns) {
@@ -90,31 +52,74 @@ std::size_t batchSize(std::span<const ExportFragment> fragments, std::uint64_t m
   return count;
 }
 
+FragmentLoad::FragmentLoad(const ExportSource& source, std::span<const ExportFragment> fragments,
+                           const ColumnNeeds& needs)
+    : source_(&source), loaded_(fragments.size()) {
+  for (std::size_t i = 0; i < fragments.size(); ++i) {
+    loaded_[i].fragment = &fragments[i];
+    addTasks(source, needs, i);
+  }
+}
+
+void FragmentLoad::addTasks(const ExportSource& source, const ColumnNeeds& needs, std::size_t i) {
+  FragmentColumns& columns = loaded_[i];
+  columns.fields.resize(source.fields.size());
+  // Each once: two threads must not fill the same column.
+  for (const std::size_t number : std::set(needs.fields.begin(), needs.fields.end())) {
+    const ExportField& field = source.fields[number];
+    tasks_.push_back({field.field.get(), field.name, i, &columns.fields[number], &field});
+  }
+  if (needs.samples) {
+    tasks_.push_back({source.samples.get(), "Waveforms", i, &columns.samples, nullptr});
+  }
+  if (needs.lengths) {
+    tasks_.push_back({source.lengths.get(), "FWFLength", i, &columns.lengths, nullptr});
+  }
+}
+
+/// The large positions come first, so that no thread waits for the last of them.
+Outcome<void> FragmentLoad::run(std::size_t step) {
+  if (step < loaded_.size()) return loadPositions(*source_, loaded_[step]);
+  return load(tasks_[step - loaded_.size()]);
+}
+
+Outcome<void> FragmentLoad::load(const Task& task) const {
+  const ExportFragment& fragment = *loaded_[task.fragment].fragment;
+  if (task.described != nullptr && !task.field->getCreator(fragment.id)) return {};
+  auto column = columnOf(*task.field, task.name, fragment);
+  if (!column) return column.failure();
+  if (task.described != nullptr && !isAsDescribed(**column, *task.described, fragment)) {
+    return Failure{fmt::format("field {}: fragment {}: another type than in other fragments",
+                               task.name, fragment.id->name())};
+  }
+  *task.into = std::move(*column);
+  return {};
+}
+
+std::uint64_t FragmentLoad::workBytes() const {
+  std::uint64_t points = 0;
+  for (const FragmentColumns& columns : loaded_) points += columns.fragment->pointCount;
+  return points * sizeof(Eagle::PhysicalSpace::point);
+}
+
+Outcome<std::vector<FragmentColumns>> FragmentLoad::finish(const PointChooser& choose) {
+  const auto chosen = parallelTexts(loaded_.size(), workBytes(), [&](std::size_t i) {
+    loaded_[i].choice = choose(loaded_[i]);
+    return Outcome<void>();
+  });
+  if (!chosen) return chosen.failure();
+  return std::move(loaded_);
+}
+
 Outcome<std::vector<FragmentColumns>> loadFragments(const ExportSource& source,
                                                     std::span<const ExportFragment> fragments,
                                                     const ColumnNeeds& needs,
                                                     const PointChooser& choose) {
-  std::vector<FragmentColumns> loaded(fragments.size());
-  std::vector<LoadTask> tasks;
-  for (std::size_t i = 0; i < fragments.size(); ++i) {
-    loaded[i].fragment = &fragments[i];
-    addTasks(source, needs, loaded[i], tasks);
-  }
-  std::uint64_t points = 0;
-  for (const ExportFragment& fragment : fragments) points += fragment.pointCount;
-  const std::uint64_t workBytes = points * sizeof(Eagle::PhysicalSpace::point);
-  // In one loop, the large positions first, so that no thread waits for the last of them.
-  const std::size_t count = loaded.size();
-  const auto columns = parallelTexts(count + tasks.size(), workBytes, [&](std::size_t i) {
-    return i < count ? loadPositions(source, loaded[i]) : load(tasks[i - count]);
-  });
-  if (!columns) return columns.failure();
-  const auto chosen = parallelTexts(loaded.size(), workBytes, [&](std::size_t i) {
-    loaded[i].choice = choose(loaded[i]);
-    return Outcome<void>();
-  });
-  if (!chosen) return chosen.failure();
-  return loaded;
+  FragmentLoad load(source, fragments, needs);
+  const auto done = parallelTexts(load.stepCount(), load.workBytes(),
+                                  [&](std::size_t step) { return load.run(step); });
+  if (!done) return done.failure();
+  return load.finish(choose);
 }
 
 ChosenElements::ChosenElements(const Fiber::MemBase& column, const FragmentColumns& fragment,

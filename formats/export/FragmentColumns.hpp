@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <functional>
 #include <span>
+#include <string>
 #include <vector>
 
 #include "datamodel/memcore/Outcome.hpp"
@@ -64,8 +65,43 @@ struct ColumnNeeds {
 /// so many points. Requires: at least one fragment.
 std::size_t batchSize(std::span<const ExportFragment> fragments, std::uint64_t mostPoints);
 
-/// Loads fragments, several columns at once, and chooses their points. A field that is needed twice
-/// is loaded once. Errors: the first column that cannot be had, or that is not of its field's type.
+/// Fragments being loaded, column by column, by whoever has time. A field that is needed twice is
+/// loaded once.
+class FragmentLoad {
+ public:
+  FragmentLoad(const ExportSource& source, std::span<const ExportFragment> fragments,
+               const ColumnNeeds& needs);
+
+  std::size_t stepCount() const { return loaded_.size() + tasks_.size(); }
+  /// Does one step; the first ones are the largest. Errors: a column that cannot be had, or that is
+  /// not of its field's type. Threads: any, each step once.
+  MemCore::Outcome<void> run(std::size_t step);
+  /// Chooses points, several fragments at once, and gives the columns away. Requires: all steps
+  /// were done without failure.
+  MemCore::Outcome<std::vector<FragmentColumns>> finish(const PointChooser& choose);
+  /// About what loading has to handle.
+  std::uint64_t workBytes() const;
+
+ private:
+  /// One column of one fragment.
+  struct Task {
+    const Fiber::Field* field = nullptr;
+    std::string name;
+    std::size_t fragment = 0;                            ///< place in `loaded_`
+    MemCore::StrongPtr<Fiber::MemBase>* into = nullptr;  ///< of that fragment
+    const ExportField* described = nullptr;              ///< may be absent then, and has this type
+  };
+
+  void addTasks(const ExportSource& source, const ColumnNeeds& needs, std::size_t fragment);
+  MemCore::Outcome<void> load(const Task& task) const;
+
+  const ExportSource* source_;
+  std::vector<FragmentColumns> loaded_;
+  std::vector<Task> tasks_;
+};
+
+/// Loads fragments, several columns at once, and chooses their points.
+/// Errors: those of the first step that fails.
 MemCore::Outcome<std::vector<FragmentColumns>> loadFragments(
     const ExportSource& source, std::span<const ExportFragment> fragments, const ColumnNeeds& needs,
     const PointChooser& choose);

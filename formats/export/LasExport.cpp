@@ -3,10 +3,12 @@
 #include "formats/export/LasExport.hpp"
 
 #include <fmt/format.h>
+#include <omp.h>
 
 #include <algorithm>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 #include "datamodel/container/ParallelTexts.hpp"
 #include "formats/cloud/CloudFields.hpp"
@@ -25,8 +27,11 @@ using MemCore::Outcome;
 
 namespace {
 
-/// Points that are loaded together: enough chunks for some threads.
-constexpr std::uint64_t kBatchPoints = 16 * LasWriter::chunkPoints();
+/// Chunks that are encoded together: some for every thread, so that none waits long for the others.
+std::size_t chunksAtOnce() {
+  constexpr std::size_t kPerThread = 5;
+  return kPerThread * static_cast<std::size_t>(std::max(2, omp_get_max_threads()));
+}
 
 /// Chosen points of a fragment that stand in a row.
 struct Stretch {
@@ -63,13 +68,10 @@ class Exporter {
 
   Outcome<PointFileResult> run() {
     if (auto begun = begin(); !begun) return begun.failure();
-    auto rest = job_.fragments;
-    while (!rest.empty()) {
-      const std::size_t count = batchSize(rest, kBatchPoints);
-      if (auto done = exportBatch(rest.first(count)); !done) return done.failure();
-      rest = rest.subspan(count);
-      const std::size_t done = job_.fragments.size() - rest.size();
-      if (job_.listener && !job_.listener(done)) return Failure{kExportStopped};
+    std::optional<FragmentLoad> load;
+    for (std::optional<FragmentLoad> next = nextLoad(); load || next;) {
+      if (auto done = exportBatch(load, next); !done) return done.failure();
+      load = std::exchange(next, nextLoad());
     }
     if (auto done = ordered_ ? writeOrdered() : writeCarried(); !done) return done.failure();
     if (result_.points == 0 && job_.skipsEmpty) return std::move(result_);
@@ -137,19 +139,38 @@ class Exporter {
     return {};
   }
 
-  Outcome<void> exportBatch(std::span<const ExportFragment> fragments) {
-    const auto loaded = loadFragments(*job_.source, fragments, needs_, job_.choose);
-    if (!loaded) return loaded.failure();
-    std::vector<Piece> pieces = cut(*loaded);
-    std::uint64_t bytes = 0;
-    for (const Piece& piece : pieces) bytes += piece.points * recordBytes_;
-    const auto encoded =
-        parallelTexts(pieces.size(), bytes, [&](std::size_t i) { return encode(pieces[i]); });
-    if (!encoded) return encoded.failure();
-    for (Piece& piece : pieces) {
-      if (auto done = append(piece); !done) return done;
+  /// The next fragments, not loaded yet; nothing at the end.
+  std::optional<FragmentLoad> nextLoad() {
+    const auto rest = job_.fragments.subspan(begunFragments_);
+    if (rest.empty()) return std::nullopt;
+    const std::size_t count = batchSize(rest, chunksAtOnce() * LasWriter::chunkPoints());
+    begunFragments_ += count;
+    return std::optional<FragmentLoad>(std::in_place, *job_.source, rest.first(count), needs_);
+  }
+
+  /// Encodes and writes fragments that are loaded, if any, and loads the next ones, if any, at the
+  /// same time: whoever has no chunk left to encode loads columns.
+  Outcome<void> exportBatch(std::optional<FragmentLoad>& load, std::optional<FragmentLoad>& next) {
+    std::vector<FragmentColumns> loaded;
+    if (load) {
+      auto finished = load->finish(job_.choose);
+      if (!finished) return finished.failure();
+      loaded = std::move(*finished);
     }
-    return {};
+    std::vector<Piece> pieces = cut(loaded);
+    std::uint64_t bytes = next ? next->workBytes() : 0;
+    for (const Piece& piece : pieces) bytes += piece.points * recordBytes_;
+    const std::size_t steps = pieces.size() + (next ? next->stepCount() : 0);
+    const auto done = parallelTexts(steps, bytes, [&](std::size_t i) {
+      return i < pieces.size() ? encode(pieces[i]) : next->run(i - pieces.size());
+    });
+    if (!done) return done;
+    for (Piece& piece : pieces) {
+      if (auto appended = append(piece); !appended) return appended;
+    }
+    doneFragments_ += loaded.size();
+    const bool goesOn = loaded.empty() || !job_.listener || job_.listener(doneFragments_);
+    return goesOn ? Outcome<void>() : Outcome<void>(Failure{kExportStopped});
   }
 
   /// The chosen points of the batch as chunks; what was carried over begins the first.
@@ -234,7 +255,7 @@ class Exporter {
   /// Chunk after chunk from the store, some at a time.
   Outcome<void> writeOrdered() {
     const std::size_t chunkBytes = LasWriter::chunkPoints() * recordBytes_;
-    const std::size_t atOnce = kBatchPoints / LasWriter::chunkPoints();
+    const std::size_t atOnce = chunksAtOnce();
     for (auto rest = std::span<const std::byte>(ordered_->store.bytes()); !rest.empty();) {
       std::vector<std::span<const std::byte>> chunks;
       while (!rest.empty() && chunks.size() < atOnce) {
@@ -272,6 +293,8 @@ class Exporter {
   std::optional<Ordered> ordered_;
   std::vector<std::byte> carried_;  ///< records of the last, unfinished chunk
   PointFileResult result_;
+  std::size_t begunFragments_ = 0;  ///< at the front of the job's, loaded or being loaded
+  std::size_t doneFragments_ = 0;   ///< of those, encoded
 };
 
 }  // namespace

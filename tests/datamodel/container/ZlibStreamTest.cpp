@@ -101,6 +101,22 @@ TEST(ZlibStream, NoiseBesideAConstantCostsNoMoreThanTheNoise) {
   EXPECT_LT(stream->size(), kSection + kSection / 20);
 }
 
+/// Constant wherever a sample is likely to look, noise elsewhere.
+TEST(ZlibStream, MisleadingSectionsCostNoMoreThanTheirBytes) {
+  constexpr std::size_t kSection = 131072;
+  Bytes plain = sampleBytes(8 * kSection, 256, 7);
+  for (std::size_t at = 0; at < plain.size(); at += 16384) {
+    std::fill_n(plain.begin() + static_cast<std::ptrdiff_t>(at), 2048, std::byte{1});
+  }
+  ZlibCompressor compressor;
+  for (const std::size_t section : {kSection, 4 * kSection, plain.size()}) {
+    const auto stream = compressor.compress(plain, section);
+    ASSERT_TRUE(stream.ok()) << stream.error();
+    EXPECT_LT(stream->size(), plain.size() + plain.size() / 1000);
+    EXPECT_TRUE(ordinaryZlibReads(*stream, plain)) << section;
+  }
+}
+
 TEST(ZlibStream, ExpandsItsOwnAndOrdinaryStreams) {
   ZlibCompressor compressor;
   ZlibExpander expander;

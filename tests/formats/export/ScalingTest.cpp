@@ -188,7 +188,7 @@ TEST(EncodePositions, DigitsCountWhereLastBitsDiffer) {
   const double beside = std::nextafter(scaled + 100.0, 1e300);
   const auto encoded = encodePositions(std::array{beside, 0.07, 0.0}, grid, false);
   ASSERT_TRUE(encoded.ok()) << encoded.error();
-  EXPECT_EQ(encoded->columns[0], std::vector<std::int32_t>{7});
+  EXPECT_THAT(encoded->columns[0], testing::ElementsAre(7));
   EXPECT_FALSE(encodePositions(std::array{100.0700001, 0.07, 0.0}, grid, false).ok());
 }
 
@@ -203,8 +203,8 @@ TEST(Scaling, DecimalsOfTextAreFound) {
 TEST(EncodePositions, NegativeZeroIsZero) {
   const auto encoded = encodePositions(std::array{-0.0, 0.0, -0.0}, CoordinateGrid{}, false);
   ASSERT_TRUE(encoded.ok()) << encoded.error();
-  EXPECT_EQ(encoded->columns[0], std::vector<std::int32_t>{0});
-  EXPECT_EQ(encoded->columns[2], std::vector<std::int32_t>{0});
+  EXPECT_THAT(encoded->columns[0], testing::ElementsAre(0));
+  EXPECT_THAT(encoded->columns[2], testing::ElementsAre(0));
 }
 
 TEST(EncodePositions, TheFirstThatDoesNotFitIsNamed) {
