@@ -87,7 +87,7 @@ GridForecast forecastGrid(const SelectedGrid& selected, const TilingOptions& til
   if (!forecast.layout.message.empty()) {
     forecast.failure = forecast.layout.message + " Give longer --fragment-length";
   } else {
-    forecast.failure = memoryShortage(forecast.tileCount(), MemCore::machineMemory());
+    forecast.failure = memoryShortage(forecast.tileCount(), MemCore::usableMemory());
   }
   return forecast;
 }

@@ -102,6 +102,17 @@ class OutputFailureTest(ProgramTest):
         self.assert_one_line(done.stderr)
         self.assertEqual(list(self.folder.glob("out*")), [])
 
+    def test_plan_beyond_the_address_space_is_refused_before_anything_is_written(self):
+        if os.environ.get("LIDARLIB_SANITIZE"):
+            self.skipTest("sanitizers need more address space than can be limited")
+        limit = 2 << 30
+        done = self.run_program(
+            "split", "in.las", "-o", "out.f5", "--fragment-length", "0.02,0.02,0", status=1,
+            preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_AS, (limit, limit)))
+        self.assert_one_line(done.stderr)
+        self.assertRegex(done.stderr, r"tiles need about .* GB of memory to plan, found .* GB")
+        self.assertEqual([entry.name for entry in self.folder.iterdir()], ["in.las"])
+
     def test_no_stray_folder_in_the_working_folder(self):
         (self.folder / "here").mkdir()
         self.run_program("split", "../in.las", "-o", "../there/out.f5", "--fragment-length", "50",
