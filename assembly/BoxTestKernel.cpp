@@ -112,7 +112,8 @@ std::size_t expandMarksKernel(std::span<const std::uint64_t> marks, std::uint32_
   const auto countingUp = hn::Iota(d, 0);
   std::size_t written = 0;
   for (const std::uint64_t& word : marks) {
-    const auto before = static_cast<std::uint32_t>((&word - marks.data()) * kWordBits);
+    const auto before =
+        static_cast<std::uint32_t>(static_cast<std::size_t>(&word - marks.data()) * kWordBits);
     auto index = hn::Add(countingUp, hn::Set(d, firstIndex + before));
     for (std::uint64_t rest = word; rest != 0; rest >>= lanes) {
       const std::uint64_t taken = rest & laneBits;
