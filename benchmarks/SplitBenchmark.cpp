@@ -15,6 +15,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <string>
 
 #include "benchmarks/DecodeFloor.hpp"
@@ -145,8 +146,9 @@ Scenario smallBudget(const char* kind, const InputFacts& input) {
 }
 
 void describe(Bench& bench, const InputFacts& input) {
-  bench.report.say(
-      fmt::format("{}: {} points of {} bytes", input.path, input.points, input.recordBytes));
+  bench.report.say(fmt::format("{}: {} points of {} bytes",
+                               std::filesystem::path(input.path).filename().string(), input.points,
+                               input.recordBytes));
 }
 
 void runLas(Bench& bench, const InputFacts& input) {

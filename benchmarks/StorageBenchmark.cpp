@@ -158,8 +158,9 @@ void run(Bench& bench, const Settings& settings) {
   if (!made.ok()) return bench.report.fail(made.error());
   const Paths tiles = filesIn(folder + "/tiles", ".f5");
   const Paths laz = filesIn(folder + "/laz", ".laz");
-  bench.report.say(
-      fmt::format("{}: {} points in {} tiles", survey->path, survey->points, tiles.size()));
+  bench.report.say(fmt::format("{}: {} points in {} tiles",
+                               fs::path(survey->path).filename().string(), survey->points,
+                               tiles.size()));
   compareSizes(bench, "the survey's LAZ", tiles, {survey->path});
   compareSizes(bench, "the tiles' LAZ", tiles, laz);
   compareReading(bench, "the survey's LAZ", tiles, {survey->path}, survey->points);
