@@ -23,7 +23,8 @@ using MemCore::StrongPtr;
 
 namespace {
 
-/// Plans one representation.
+/// Plans one representation. One class of some length: every step goes over the same rows and
+/// parts.
 class RepresentationPlanner {
  public:
   RepresentationPlanner(const Representation& representation, const std::string& file,

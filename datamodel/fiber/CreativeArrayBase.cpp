@@ -94,6 +94,7 @@ MemoryCreator::MemoryCreator(StrongPtr<MemBase> data)
     : CreativeArrayBase({data->type(), data->size(), nullptr, std::nullopt}),
       data_(std::move(data)) {
   enableCaching(false);
+  CreativeArrayBase::data();  // present from the start, to those who only ask what is in memory
 }
 
 std::optional<DynamicSize> getSize(CreativeArrayBase& creator) {

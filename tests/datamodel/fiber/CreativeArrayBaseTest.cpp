@@ -31,6 +31,12 @@ TEST(CreativeArrayBase, MakesItsDataOnFirstUseOnly) {
   EXPECT_EQ(data->creator(), creator);
 }
 
+TEST(MemoryCreator, DataArePresentBeforeAnybodyAsksForThem) {
+  const auto data = arrayOf<double>({1, 2, 3});
+  const auto creator = MemCore::makeStrong<MemoryCreator>(data);
+  EXPECT_EQ(creator->dataIfPresent(), data);
+}
+
 TEST(CreativeArrayBase, ThreadsThatAskAtTheSameMomentShareOneCreation) {
   constexpr int kThreads = 16;
   const auto creator = MemCore::makeStrong<TestCreator>([] {
