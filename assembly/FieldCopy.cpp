@@ -345,14 +345,14 @@ MemCore::Outcome<StrongPtr<PointPart>> gatherPart(Fiber::CreativeArrayBase& posi
   return canBePart ? reader->gather(indices) : StrongPtr<PointPart>();
 }
 
-/// Adds the selected points of one fragment to all fields. Without a creator of positions, or when
-/// they cannot be read, the fragment is skipped.
+/// Adds the selected points of one fragment, gathered already in `part` if that is there, to all
+/// fields. Without a creator of positions, or when they cannot be read, the fragment is skipped.
 void appendFragment(const FieldCopy& copy, const FragmentHandle& fragment,
-                    const StrongPtr<IndexList>& points, TileFields& fields) {
-  StrongPtr<PointPart> part;
+                    const StrongPtr<IndexList>& points, StrongPtr<PointPart> part,
+                    TileFields& fields) {
   const CreatorHandle positions =
       copy.inputPositions ? copy.inputPositions->getCreator(fragment) : nullptr;
-  if (positions) {
+  if (positions && !part) {
     const auto gathered = gatherPart(*positions, *points);
     if (!gathered) return positions->rememberFailure(gathered.error());
     part = *gathered;
@@ -364,12 +364,14 @@ void appendFragment(const FieldCopy& copy, const FragmentHandle& fragment,
 void fillFields(const FieldCopy& copy, TileFields& fields) {
   if (fields.empty()) return;
   const auto& lists = *copy.selection.indexLists;
+  const auto& parts = copy.selection.parts;
   std::size_t k = 0;
   for (const FragmentHandle& fragment : copy.fragments) {
     if (k == lists.size()) break;
-    const StrongPtr<IndexList>& points = lists[k++];
+    const std::size_t at = k++;
+    const StrongPtr<IndexList>& points = lists[at];
     if (!fragment || !points || points->empty()) continue;
-    appendFragment(copy, fragment, points, fields);
+    appendFragment(copy, fragment, points, at < parts.size() ? parts[at] : nullptr, fields);
   }
   for (TileField& field : fields) field.finish();
 }

@@ -5,6 +5,7 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <atomic>
 #include <exception>
 #include <mutex>
 #include <numeric>
@@ -110,16 +111,44 @@ std::size_t mixedRun(Candidates candidates) {
   return length;
 }
 
+/// The selected points of one fragment, and what was gathered of them.
+struct FragmentSelection {
+  StrongPtr<IndexList> points;  ///< empty: the fragment has no usable positions
+  StrongPtr<Fiber::PointPart> part;
+};
+
+/// How many points of one tile may be gathered while they are selected: enough for small tiles,
+/// where blocks are read for a few points each, little beside a large one.
+class GatherAllowance {
+ public:
+  bool take(std::size_t points) {
+    return taken_.fetch_add(points, std::memory_order_relaxed) + points <= kMostPoints;
+  }
+
+ private:
+  static constexpr std::size_t kMostPoints = std::size_t{1} << 16U;
+  std::atomic<std::size_t> taken_ = 0;
+};
+
+/// Gathers selected points whose records the reader has just read. Points that cannot be gathered
+/// will be missed later, and said to be, by whoever needs them.
+StrongPtr<Fiber::PointPart> gatherAtOnce(Fiber::PointPartReader& reader, const IndexList& points,
+                                         GatherAllowance& allowance) {
+  if (points.empty() || !allowance.take(points.size())) return nullptr;
+  const auto part = reader.gather(points.span());
+  return part ? *part : nullptr;
+}
+
 /// Selects by way of a reader, which is asked for the positions of mixed blocks alone.
-Outcome<StrongPtr<IndexList>> selectByParts(Fiber::PointPartReader& reader,
-                                            const TileBounds& bounds) {
+Outcome<FragmentSelection> selectByParts(Fiber::PointPartReader& reader, const TileBounds& bounds,
+                                         GatherAllowance& allowance) {
   const auto boxes = reader.blockBoxes();
   if (!boxes) return boxes.failure();
   // Indices have 32 bits; what lies beyond them cannot be named.
   const auto candidates =
       candidateBlocks(static_cast<std::uint32_t>(reader.pointCount()), *boxes, bounds);
   SelectedPoints selected(candidates, bounds);
-  std::vector<PhysicalSpace::point> points;
+  std::vector<PhysicalSpace::point> points;  // of the mixed blocks last read
   for (std::size_t k = 0; k < candidates.size();) {
     const std::size_t mixed = mixedRun(Candidates(candidates).subspan(k));
     if (mixed == 0) {
@@ -135,7 +164,9 @@ Outcome<StrongPtr<IndexList>> selectByParts(Fiber::PointPartReader& reader,
       selected.mark(k, PointSpan(points).subspan(block.first - first, block.count));
     }
   }
-  return selected.list();
+  FragmentSelection found{selected.list(), nullptr};
+  if (!points.empty()) found.part = gatherAtOnce(reader, *found.points, allowance);
+  return found;
 }
 
 /// What the selection of every fragment of one tile shares.
@@ -143,35 +174,35 @@ struct TileQuery {
   const Fiber::Field& positions;
   const BoundingBox& box;
   const Fiber::MultiIndex<3>& index;
+  GatherAllowance& allowance;
 };
 
-/// The index list of one fragment; empty when it has no usable positions.
-StrongPtr<IndexList> selectFromFragment(const TileQuery& query,
-                                        const Fiber::FragmentHandle& fragment) {
+FragmentSelection selectFromFragment(const TileQuery& query,
+                                     const Fiber::FragmentHandle& fragment) {
   const Fiber::CreatorHandle creator = query.positions.getCreator(fragment);
-  if (!creator) return nullptr;
+  if (!creator) return {};
   if (const auto reader = creator->partReader()) {
-    const auto selected = selectByParts(*reader, {query.box, query.index});
-    if (selected) return *selected;
+    auto selected = selectByParts(*reader, {query.box, query.index}, query.allowance);
+    if (selected) return std::move(*selected);
     creator->rememberFailure(selected.error());
-    return nullptr;
+    return {};
   }
   const auto points = MemCore::handleCast<PositionArray>(creator->data());
-  if (!points) return nullptr;
+  if (!points) return {};
   PointBlockBoxes::attachTo(*points);
-  return selectPointsInBox(*points, query.box, query.index);
+  return {selectPointsInBox(*points, query.box, query.index), nullptr};
 }
 
-/// Several threads share the fragments; each list has one writer. An exception (out of memory)
+/// Several threads share the fragments; each entry has one writer. An exception (out of memory)
 /// leaves on the calling thread.
 void selectInParallel(const TileQuery& query, const std::vector<Fiber::FragmentHandle>& fragments,
-                      std::span<StrongPtr<IndexList>> lists) {
+                      std::span<FragmentSelection> found) {
   std::exception_ptr failure;
   std::mutex failureMutex;
 #pragma omp parallel for schedule(dynamic, 1)
   for (std::size_t k = 0; k < fragments.size(); ++k) {
     try {
-      lists[k] = selectFromFragment(query, fragments[k]);
+      found[k] = selectFromFragment(query, fragments[k]);
     } catch (...) {
       const std::lock_guard lock(failureMutex);
       failure = std::current_exception();
@@ -211,18 +242,22 @@ TileSelection selectPointsInTile(const FragmentSet& fragments,
   selection.indexLists = makeStrong<MemCore::Chunk<StrongPtr<IndexList>>>(fragments.size());
   if (!positions || !box) return selection;
 
-  const std::span<StrongPtr<IndexList>> lists = selection.indexLists->span();
-  const TileQuery query{*positions, *box, index};
+  GatherAllowance allowance;
+  const TileQuery query{*positions, *box, index, allowance};
+  std::vector<FragmentSelection> found(fragments.size());
   if (fragments.size() < 2 || omp_in_parallel() != 0) {
     std::size_t k = 0;
     for (const Fiber::FragmentHandle& fragment : fragments) {
-      lists[k++] = selectFromFragment(query, fragment);
+      found[k++] = selectFromFragment(query, fragment);
     }
   } else {
-    selectInParallel(query, {fragments.begin(), fragments.end()}, lists);
+    selectInParallel(query, {fragments.begin(), fragments.end()}, found);
   }
-  for (const auto& list : lists) {
-    if (list) selection.pointCount += static_cast<std::uint32_t>(list->size());
+  auto list = selection.indexLists->begin();
+  for (FragmentSelection& one : found) {
+    if (one.points) selection.pointCount += static_cast<std::uint32_t>(one.points->size());
+    *list++ = std::move(one.points);
+    selection.parts.push_back(std::move(one.part));
   }
   return selection;
 }

@@ -27,7 +27,9 @@ class RecordPart final : public Fiber::PointPart {
   MemCore::StrongPtr<MemCore::Chunk<std::byte>> records_;
 };
 
-/// Opens the records when they are needed first, and holds them from there on.
+/// Opens the records when they are needed first, and holds them from there on. Keeps the records
+/// that it has read for their positions, so many that they stay in the second-level cache: whoever
+/// has looked at them gathers some of them next.
 class RecordPartReader final : public Fiber::PointPartReader {
  public:
   explicit RecordPartReader(MemCore::StrongPtr<PointFragmentSource> source)
@@ -41,10 +43,19 @@ class RecordPartReader final : public Fiber::PointPartReader {
       std::span<const unsigned int> points) override;
 
  private:
+  struct KeptRun {
+    PointRange range;
+    MemCore::StrongPtr<MemCore::Chunk<std::byte>> records;
+  };
+
   MemCore::Outcome<RecordView*> records();
+  MemCore::Outcome<std::span<const std::byte>> readForPositions(RecordView& view,
+                                                                const PointRange& range);
 
   MemCore::StrongPtr<PointFragmentSource> source_;
   std::optional<RecordView> records_;
+  std::vector<KeptRun> kept_;  ///< ascending, none touches another one
+  std::uint64_t keptBytes_ = 0;
 };
 
 }  // namespace Formats

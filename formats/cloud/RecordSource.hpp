@@ -54,6 +54,7 @@ class RecordView {
 
   std::uint64_t pointCount() const;
   std::size_t recordBytes() const;
+  bool isInMemory() const { return bool(inMemory_); }
 
   /// All records in pieces that are cheap to read one after the other, counted from the fragment's
   /// first one.

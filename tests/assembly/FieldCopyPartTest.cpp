@@ -30,8 +30,10 @@ class PlainPart final : public Fiber::PointPart {
 /// Points on a line: point i stands at (i, 0, 0).
 class LineReader final : public Fiber::PointPartReader {
  public:
-  LineReader(std::uint64_t count, std::string failure)
-      : count_(count), failure_(std::move(failure)) {
+  LineReader(std::uint64_t count, std::string readFailure, std::string gatherFailure)
+      : count_(count),
+        readFailure_(std::move(readFailure)),
+        gatherFailure_(std::move(gatherFailure)) {
     for (std::uint64_t first = 0; first < count; first += Fiber::kBlockPoints) {
       const auto last = static_cast<double>(std::min(count, first + Fiber::kBlockPoints) - 1);
       boxes_.push_back({{static_cast<double>(first), 0, 0}, {last, 0, 0}});
@@ -42,18 +44,19 @@ class LineReader final : public Fiber::PointPartReader {
     return std::span<const Fiber::PointBox>(boxes_);
   }
   Outcome<void> readPositions(std::uint64_t first, std::span<Point> out) override {
-    if (!failure_.empty()) return Failure{failure_};
+    if (!readFailure_.empty()) return Failure{readFailure_};
     for (Point& point : out) point = {static_cast<double>(first++), 0, 0};
     return {};
   }
   Outcome<StrongPtr<Fiber::PointPart>> gather(Indices points) override {
-    if (!failure_.empty()) return Failure{failure_};
+    if (!gatherFailure_.empty()) return Failure{gatherFailure_};
     return StrongPtr<Fiber::PointPart>(makeStrong<PlainPart>(points));
   }
 
  private:
   std::uint64_t count_;
-  std::string failure_;
+  std::string readFailure_;
+  std::string gatherFailure_;
   std::vector<Fiber::PointBox> boxes_;
 };
 
@@ -68,9 +71,10 @@ class PartCreator final : public Fiber::CreativeArrayBase {
         value_(value),
         inParts_(inParts) {}
   std::string readFailure;
+  std::string gatherFailure;
 
   StrongPtr<Fiber::PointPartReader> partReader() override {
-    return makeStrong<LineReader>(count_, readFailure);
+    return makeStrong<LineReader>(count_, readFailure, gatherFailure);
   }
   bool copyPart(const Fiber::PointPart& part, std::span<std::byte> out) override {
     if (!inParts_) return false;
@@ -152,7 +156,7 @@ TEST(FieldCopyPart, IndicesThatDoNotAscendNeedTheWholeArrays) {
 
 TEST(FieldCopyPart, FragmentThatCannotBeReadIsRememberedByItsPositions) {
   const auto positions = lineCreator(10);
-  positions->readFailure = "in.laz: points 0 to 9: damaged";
+  positions->gatherFailure = "in.laz: points 0 to 9: damaged";
   const LineGrid line(positions, doubledCreator(10));
   TileRig rig(line.grid, {{"0", {1, 4}}});
   rig.copyAll(CopyOrder::FragmentByFragment);
@@ -184,6 +188,52 @@ TEST_F(PartSelection, WholeAndMixedBlocksGiveAscendingIndices) {
   const auto& list = *(*selection.indexLists)[0];
   ASSERT_EQ(selection.pointCount, 4150U);
   for (std::size_t i = 0; i < list.size(); ++i) ASSERT_EQ(list[i], 2001 + i);
+}
+
+std::vector<unsigned int> indicesOf(const StrongPtr<Fiber::PointPart>& part) {
+  return part ? std::vector(part->points().begin(), part->points().end())
+              : std::vector<unsigned int>();
+}
+
+TEST_F(PartSelection, PointsOfMixedBlocksAreGatheredAtOnce) {
+  const TileSelection selection = select(lineCreator(kCount), 2000, 2005);
+  ASSERT_EQ(selection.parts.size(), 1U);
+  EXPECT_EQ(indicesOf(selection.parts[0]),
+            (std::vector<unsigned int>{2001, 2002, 2003, 2004, 2005}));
+}
+
+TEST_F(PartSelection, WholeBlocksAloneAreLeftToBeGathered) {
+  const TileSelection selection = select(lineCreator(kCount), 511.5, 1023.5);
+  EXPECT_EQ(selection.pointCount, 512U);
+  EXPECT_FALSE(bool(selection.parts.at(0)));
+}
+
+TEST_F(PartSelection, ManyPointsAreLeftToBeGathered) {
+  const std::uint64_t count = std::uint64_t{1} << 17U;
+  const TileSelection selection = select(lineCreator(count), 2000, 80000);
+  EXPECT_EQ(selection.pointCount, 78000U);
+  EXPECT_FALSE(bool(selection.parts.at(0)));
+}
+
+TEST_F(PartSelection, PartThatCannotBeGatheredIsLeftToTheCopy) {
+  const auto creator = lineCreator(kCount);
+  creator->gatherFailure = "in.las: points 2000 to 2005: gone";
+  const TileSelection selection = select(creator, 2000, 2005);
+  EXPECT_EQ(selection.pointCount, 5U);
+  EXPECT_FALSE(bool(selection.parts.at(0)));
+  EXPECT_EQ(creator->failure(), "");
+}
+
+TEST(FieldCopyPart, PointsGatheredBeforeAreNotReadAgain) {
+  const auto positions = lineCreator(10);
+  const LineGrid line(positions, doubledCreator(10));
+  TileRig rig(line.grid, {{"0", {1, 4}}});
+  const auto& points = *(*rig.copy.selection.indexLists)[0];
+  rig.copy.selection.parts = {makeStrong<PlainPart>(points.span())};
+  positions->gatherFailure = "in.laz: gone";
+  rig.copyAll(CopyOrder::FragmentByFragment);
+  EXPECT_EQ(rig.values<double>("Twice"), (Doubles{2, 8}));
+  EXPECT_EQ(positions->failure(), "");
 }
 
 TEST_F(PartSelection, UnreadablePositionsAreRememberedAndGiveNoList) {

@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+#include <filesystem>
 #include <random>
 
 #include "tests/formats/cloud/CloudTestFiles.hpp"
@@ -53,14 +54,27 @@ std::vector<std::byte> plainPart(Fiber::CreativeArrayBase& creator, const Indice
   return bytes;
 }
 
+/// Reads positions here and there: mostly from front to back, as a selection does, some twice.
+void readSomePositions(Fiber::PointPartReader& reader, std::uint64_t seed) {
+  std::mt19937_64 random(seed);
+  std::uint64_t at = random() % 3000;
+  while (at < reader.pointCount()) {
+    std::vector<Eagle::PhysicalSpace::point> points(
+        std::min<std::uint64_t>(1 + random() % 4096, reader.pointCount() - at));
+    ASSERT_TRUE(reader.readPositions(at, points).ok());
+    if (random() % 8 != 0) at += points.size() + (random() % 2 == 0 ? 0 : random() % 4096);
+  }
+}
+
 /// Compares every field of every fragment at random points with its whole array.
-void expectPartsOfColumns(const TestCloud& cloud, std::uint64_t seed) {
+void expectPartsOfColumns(const TestCloud& cloud, std::uint64_t seed, bool positionsFirst) {
   const auto representation = cloud.grid->getCartesianRepresentation("");
   for (const auto& fragment : cloud.fragments()) {
     const auto positions = cloud.field("Positions")->getCreator(fragment);
     MemCore::Cache::MemCache()->clear();
     const auto reader = positions->partReader();
     ASSERT_TRUE(bool(reader));
+    if (positionsFirst) readSomePositions(*reader, seed);
     const Indices indices = randomIndices(reader->pointCount(), seed++);
     const auto part = reader->gather(indices);
     ASSERT_TRUE(part.ok()) << part.error();
@@ -79,7 +93,9 @@ std::string writeCompressed(const std::string& path, std::uint8_t format, std::s
 
 }  // namespace
 
-TEST(RecordPart, HoldsWhatWholeColumnsHoldOfPlainAndCompressedFiles) {
+class RecordPartAfter : public testing::TestWithParam<bool> {};
+
+TEST_P(RecordPartAfter, HoldsWhatWholeColumnsHoldOfPlainAndCompressedFiles) {
   const TempDir folder;
   const CacheBudget budget(1 << 20);
   // Of different formats, so that fields are converted and supplied.
@@ -88,7 +104,26 @@ TEST(RecordPart, HoldsWhatWholeColumnsHoldOfPlainAndCompressedFiles) {
   CloudOptions options;
   options.fragmentPoints = 25000;
   options.keepOrder = true;
-  expectPartsOfColumns(readCloud(files, options), LidarLib::TestSupport::testSeed());
+  expectPartsOfColumns(readCloud(files, options), LidarLib::TestSupport::testSeed(), GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(All, RecordPartAfter, testing::Bool(), [](const auto& positionsFirst) {
+  return positionsFirst.param ? "ReadingPositions" : "NothingElse";
+});
+
+// A plain file that is gone: what can be gathered still was kept.
+TEST(RecordPart, RecordsReadForTheirPositionsAreNotReadAgain) {
+  const TempDir folder;
+  const std::string path = writeSurvey(folder / "a.las", 3, 10000);
+  const TestCloud cloud = readCloud({path});
+  const auto reader = cloud.field("Positions")->getCreator(cloud.fragments().front())->partReader();
+  ASSERT_TRUE(reader->blockBoxes().ok());
+  std::vector<Eagle::PhysicalSpace::point> points(1000);
+  ASSERT_TRUE(reader->readPositions(2000, points).ok());
+  std::filesystem::resize_file(path, 1000);
+  EXPECT_TRUE(reader->gather(Indices{2000, 2500, 2999}).ok());
+  EXPECT_FALSE(reader->gather(Indices{1999, 2500}).ok());
+  EXPECT_FALSE(reader->gather(Indices{2500, 3000}).ok());
 }
 
 TEST(RecordPart, ReaderTellsBoxesAndPositionsOfEveryBlock) {
