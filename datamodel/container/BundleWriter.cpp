@@ -87,7 +87,9 @@ class BundleWriter {
     while (!hasBegun || !encoder.isFinished()) {
       EncodedBatch batch;
       if (!encoder.isFinished()) {
-        auto next = encoder.next();
+        Outcome<void> appended;
+        auto next = encoder.next([&] { appended = writer.appendChunks(); });
+        if (!appended.ok()) return appended.failure();
         if (!next.ok()) return within(next.error());
         batch = std::move(next).value();
       }
@@ -96,7 +98,7 @@ class BundleWriter {
         writer.begin();
         hasBegun = true;
       }
-      if (auto done = writer.write(batch); !done.ok()) return done.failure();
+      if (auto done = writer.write(std::move(batch)); !done.ok()) return done.failure();
       if (!mayContinue(encoder.doneCount())) return within("saving was interrupted");
     }
     done_ += encoder.totalCount();

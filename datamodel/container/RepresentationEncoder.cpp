@@ -263,23 +263,29 @@ void RepresentationEncoder::takeComplete(const Group& group, EncodedBatch& encod
   }
 }
 
-Outcome<void> RepresentationEncoder::encodeChunks(const Batch& batch, EncodedBatch& encoded) {
-  const auto encodeOne = [&](std::size_t c) -> Outcome<void> {
-    BatchChunk& target = encoded.chunks[c];
+Outcome<void> RepresentationEncoder::encodeChunks(const Batch& batch, EncodedBatch& encoded,
+                                                  const std::function<void()>& alongside) {
+  const std::size_t before = alongside ? 1 : 0;
+  const auto encodeOne = [&](std::size_t step) -> Outcome<void> {
+    if (step < before) {
+      alongside();
+      return {};
+    }
+    BatchChunk& target = encoded.chunks[step - before];
     auto chunk = encoders_[target.field]->encode(target.range, threadEncoder(omp_get_thread_num()));
     if (!chunk.ok()) return chunk.failure();
     target.chunk = std::move(chunk).value();
     target.checksum = crc32(target.chunk.bytes);
     return {};
   };
-  auto done = parallelTexts(encoded.chunks.size(), batch.bytes, encodeOne);
+  auto done = parallelTexts(before + encoded.chunks.size(), batch.bytes, encodeOne);
   for (auto& encoder : encoders_) {
     if (encoder) encoder->dropEncoded();
   }
   return done;
 }
 
-Outcome<EncodedBatch> RepresentationEncoder::next() {
+Outcome<EncodedBatch> RepresentationEncoder::next(const std::function<void()>& alongside) {
   Batch batch = takeRows();
   if (auto made = makeArrays(batch); !made.ok()) return made.failure();
   if (auto done = putOnGrid(batch); !done.ok()) return done.failure();
@@ -294,7 +300,7 @@ Outcome<EncodedBatch> RepresentationEncoder::next() {
     }
     takeComplete(group, encoded);
   }
-  if (auto done = encodeChunks(batch, encoded); !done.ok()) return done.failure();
+  if (auto done = encodeChunks(batch, encoded, alongside); !done.ok()) return done.failure();
   return encoded;
 }
 

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -60,8 +61,9 @@ class RepresentationEncoder {
   std::size_t totalCount() const { return ownRows_.size(); }
 
   /// Makes and encodes the next fragments. Errors: "field <f>, fragment <n>: ..." when data cannot
-  /// be made or are not as planned. Requires: not finished.
-  MemCore::Outcome<EncodedBatch> next();
+  /// be made or are not as planned. Requires: not finished. `alongside`, if there is one, is called
+  /// by one thread while the others encode; not at all after an error.
+  MemCore::Outcome<EncodedBatch> next(const std::function<void()>& alongside = {});
   /// Whether points turned out to lie on no grid after others had been handed out as if they did:
   /// the file must be begun again, with the field marked in the plan.
   bool mustRestart() const { return mustRestart_; }
@@ -107,7 +109,8 @@ class RepresentationEncoder {
   void addPieces(Batch& batch, std::size_t i, EncodedBatch& encoded);
   MemCore::Outcome<void> settleFilters();
   void takeComplete(const Group& group, EncodedBatch& encoded);
-  MemCore::Outcome<void> encodeChunks(const Batch& batch, EncodedBatch& encoded);
+  MemCore::Outcome<void> encodeChunks(const Batch& batch, EncodedBatch& encoded,
+                                      const std::function<void()>& alongside);
   std::uint64_t endOf(std::size_t field, const Group& group) const;
   std::optional<CoordinateGrid> hintFor(std::size_t row) const;
   ChunkEncoder& threadEncoder(int thread);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "datamodel/container/FieldAttributes.hpp"
 #include "datamodel/container/TableBuilder.hpp"
@@ -73,8 +74,15 @@ void RepresentationWriter::makeDataset(std::size_t f) {
   if (encoder != nullptr && bytes != 0) dataset.address = output_.reserve(bytes);
 }
 
-Outcome<void> RepresentationWriter::write(const EncodedBatch& batch) {
-  if (auto done = writeChunks(batch); !done.ok()) return done;
+Outcome<void> RepresentationWriter::write(EncodedBatch batch) {
+  if (auto done = appendChunks(); !done.ok()) return done;
+  waiting_ = std::move(batch.chunks);
+  for (const BatchChunk& chunk : waiting_) {
+    output_.contents().add(chunk.field);
+    output_.contents().add(chunk.range.row);
+    output_.contents().add(chunk.range.column);
+    output_.contents().add(chunk.checksum);
+  }
   for (const BatchRows& rows : batch.rows) {
     if (auto done = writeRows(rows); !done.ok()) return done;
     output_.contents().add(rows.field);
@@ -84,22 +92,19 @@ Outcome<void> RepresentationWriter::write(const EncodedBatch& batch) {
   return {};
 }
 
-Outcome<void> RepresentationWriter::writeChunks(const EncodedBatch& batch) {
+Outcome<void> RepresentationWriter::appendChunks() {
+  const std::vector<BatchChunk> chunks = std::exchange(waiting_, {});
   std::vector<std::span<const std::byte>> pieces;
-  pieces.reserve(batch.chunks.size());
-  for (const BatchChunk& chunk : batch.chunks) pieces.emplace_back(chunk.chunk.bytes);
+  pieces.reserve(chunks.size());
+  for (const BatchChunk& chunk : chunks) pieces.emplace_back(chunk.chunk.bytes);
   auto address = output_.append(pieces);
   if (!address.ok()) return address.failure();
-  for (const BatchChunk& chunk : batch.chunks) {
+  for (const BatchChunk& chunk : chunks) {
     ObjectDataset& dataset = *datasets_[chunk.field];
     const std::size_t bytes = chunk.chunk.bytes.size();
     dataset.chunks[chunkNumber(plan_.fields[chunk.field].stored, dataset, chunk.range)] = {
         *address, static_cast<std::uint32_t>(bytes), 0};
     *address += bytes;
-    output_.contents().add(chunk.field);
-    output_.contents().add(chunk.range.row);
-    output_.contents().add(chunk.range.column);
-    output_.contents().add(chunk.checksum);
   }
   return {};
 }
@@ -149,6 +154,7 @@ Outcome<void> RepresentationWriter::finishField(std::size_t f) {
 }
 
 Outcome<void> RepresentationWriter::finish(const TableContents& table) {
+  if (auto done = appendChunks(); !done.ok()) return done;
   for (std::size_t f = 0; f < plan_.fields.size(); ++f) {
     if (auto done = finishField(f); !done.ok()) return within(f, done.error());
   }

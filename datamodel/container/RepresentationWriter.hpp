@@ -24,13 +24,15 @@ class RepresentationWriter {
 
   /// Makes the group and its datasets. Requires: the encoder has made its first batch, if any.
   void begin();
-  MemCore::Outcome<void> write(const EncodedBatch& batch);
-  /// Adds attributes and table.
+  /// Takes the next batch: rows are written, chunks wait for appendChunks. Errors: see OutputFile.
+  MemCore::Outcome<void> write(EncodedBatch batch);
+  /// Writes the chunks that wait, if any. Errors: see OutputFile.
+  MemCore::Outcome<void> appendChunks();
+  /// Writes what waits, adds attributes and table.
   MemCore::Outcome<void> finish(const TableContents& table);
 
  private:
   void makeDataset(std::size_t field);
-  MemCore::Outcome<void> writeChunks(const EncodedBatch& batch);
   MemCore::Outcome<void> writeRows(const BatchRows& rows);
   MemCore::Outcome<void> writeNarrowRows(const BatchRows& rows, std::uint64_t address);
   MemCore::Outcome<void> finishField(std::size_t field);
@@ -41,6 +43,7 @@ class RepresentationWriter {
   const RepresentationEncoder& encoder_;
   ObjectGroup* group_ = nullptr;          ///< in the tree of the output
   std::vector<ObjectDataset*> datasets_;  ///< by field, in the group
+  std::vector<BatchChunk> waiting_;       ///< in the order in which they go into the file
 };
 
 }  // namespace Fiber::Container
