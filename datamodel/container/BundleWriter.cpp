@@ -102,7 +102,7 @@ class BundleWriter {
       if (!mayContinue(encoder.doneCount())) return within("saving was interrupted");
     }
     done_ += encoder.totalCount();
-    const TableContents table = buildTable(representation, encoder, plan_.file);
+    const TableToWrite table = planTable(representation, encoder, plan_.file);
     if (auto done = writer.finish(table); !done.ok()) return done.failure();
     return WriteResult::kWritten;
   }

@@ -9,6 +9,7 @@
 
 #include "datamodel/container/AttributeValues.hpp"
 #include "datamodel/container/FormatNames.hpp"
+#include "datamodel/container/ParallelTexts.hpp"
 #include "datamodel/container/StoredValue.hpp"
 
 namespace Fiber::Container {
@@ -140,17 +141,67 @@ Outcome<std::vector<std::string>> readTexts(const ObjectFile& file, const Object
   return texts;
 }
 
-/// Small tables lie in the object's header, so that one look finds all.
-Outcome<void> storeRows(OutputFile& output, const FragmentTable& table, ObjectDataset& dataset) {
-  dataset.value = {tableRowType(table), ObjectExtents::list(table.rowCount()), {}};
-  const std::span<const std::byte> bytes(table.bytes());
-  if (bytes.size() <= kLargestInHeader) {
-    dataset.storage = ObjectDataset::Storage::kInHeader;
-    dataset.value.bytes.assign(bytes.begin(), bytes.end());
+/// Fills one piece, many rows at a time, and calls alongside() on one of the threads.
+template <class Alongside>
+Outcome<void> fillPiece(const TableToWrite& table, FragmentTable& piece, std::size_t pieceBegin,
+                        const Alongside& alongside) {
+  constexpr std::size_t kBlock = 1024;
+  const std::size_t blocks = (piece.rowCount() + kBlock - 1) / kBlock;
+  const std::uint64_t workBytes = blocks < 4 ? 0 : kWorthThreadsBytes;
+  return parallelTexts(1 + blocks, workBytes, [&](std::size_t step) -> Outcome<void> {
+    if (step == 0) {
+      alongside();
+      return {};
+    }
+    const std::size_t begin = (step - 1) * kBlock;
+    const std::size_t end = std::min(piece.rowCount(), begin + kBlock);
+    table.fill(piece, pieceBegin, pieceBegin + begin, pieceBegin + end);
     return {};
+  });
+}
+
+/// Writes rows in pieces from `address` on: while one is written, the next is filled. Returns their
+/// checksum.
+Outcome<std::uint32_t> writePieces(const OutputFile& output, const TableToWrite& table,
+                                   std::uint64_t address) {
+  constexpr std::size_t kPieceBytes = std::size_t{16} << 20U;
+  const std::size_t rowBytes = packedRowBytes(tableLayout(table.shape));
+  const std::size_t pieceRows = std::max<std::size_t>(1, kPieceBytes / rowBytes);
+  std::uint32_t checksum = 0;
+  FragmentTable full;  // filled, not yet written
+  const auto writeFull = [&]() -> Outcome<void> {
+    checksum = libdeflate_crc32(checksum, full.bytes().data(), full.bytes().size());
+    auto written = output.write(address, full.bytes());
+    address += full.bytes().size();
+    return written;
+  };
+  for (std::size_t begin = 0; begin < table.rowCount; begin += pieceRows) {
+    FragmentTable next(table.shape, std::min(pieceRows, table.rowCount - begin));
+    Outcome<void> written;
+    const auto filled = fillPiece(table, next, begin, [&] { written = writeFull(); });
+    if (!written.ok()) return written.failure();
+    if (!filled.ok()) return Failure{fmt::format("{}: {}", output.name(), filled.error())};
+    full = std::move(next);
   }
-  dataset.address = output.reserve(bytes.size());
-  return output.write(dataset.address, bytes);
+  if (auto written = writeFull(); !written.ok()) return written.failure();
+  return checksum;
+}
+
+/// Small tables lie in the object's header, so that one look finds all. Returns the checksum.
+Outcome<std::uint32_t> storeRows(OutputFile& output, const TableToWrite& table,
+                                 ObjectDataset& dataset) {
+  FragmentTable none(table.shape, 0);
+  dataset.value = {tableRowType(none), ObjectExtents::list(table.rowCount), {}};
+  const std::uint64_t byteCount = table.rowCount * none.rowBytes();
+  if (byteCount > kLargestInHeader) {
+    dataset.address = output.reserve(byteCount);
+    return writePieces(output, table, dataset.address);
+  }
+  FragmentTable all(table.shape, table.rowCount);
+  table.fill(all, 0, 0, table.rowCount);
+  dataset.storage = ObjectDataset::Storage::kInHeader;
+  dataset.value.bytes.assign(all.bytes().begin(), all.bytes().end());
+  return checksumOf(all);
 }
 
 }  // namespace
@@ -174,14 +225,14 @@ std::uint32_t checksumOf(const FragmentTable& table) {
 }
 
 Outcome<std::uint32_t> writeFragmentTable(OutputFile& output, ObjectGroup& group,
-                                          const TableContents& contents) {
+                                          const TableToWrite& table) {
   ObjectDataset& dataset = group.datasets[kFragments];
-  if (auto done = storeRows(output, contents.table, dataset); !done.ok()) return done.failure();
-  const std::uint32_t checksum = checksumOf(contents.table);
-  setTexts(dataset.attributes, kFieldsAttribute, contents.fieldNames);
-  setNumber(dataset.attributes, kChecksumAttribute, checksum);
-  if (contents.sourceGroups.empty()) return checksum;
-  const auto added = output.addDataset(group, kSourceGroups, textListOf(contents.sourceGroups));
+  const auto checksum = storeRows(output, table, dataset);
+  if (!checksum.ok()) return checksum;
+  setTexts(dataset.attributes, kFieldsAttribute, table.fieldNames);
+  setNumber(dataset.attributes, kChecksumAttribute, *checksum);
+  if (table.sourceGroups.empty()) return checksum;
+  const auto added = output.addDataset(group, kSourceGroups, textListOf(table.sourceGroups));
   if (!added.ok()) return added.failure();
   return checksum;
 }

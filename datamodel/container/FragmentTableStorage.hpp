@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -22,15 +23,29 @@ struct TableContents {
   std::vector<std::string> sourceGroups;  ///< what column source_group counts
 };
 
+/// A table that is made while it is written, so that no more than a few pieces of it are in memory.
+struct TableToWrite {
+  TableShape shape;
+  std::size_t rowCount = 0;
+  /// Fills rows `begin` to `end` (half-open) of the table, which lie in `piece`; its first row is
+  /// row `pieceBegin` of the table. Called once for every row, by several threads.
+  std::function<void(FragmentTable& piece, std::size_t pieceBegin, std::size_t begin,
+                     std::size_t end)>
+      fill;
+  std::vector<std::string> fieldNames;
+  std::vector<std::string> sourceGroups;
+};
+
 /// CRC-32 of all rows.
 std::uint32_t checksumOf(const FragmentTable& table);
 
 /// The type of a table's rows.
 ObjectType tableRowType(const FragmentTable& table);
 
-/// Writes the table as the dataset "fragments" of a group. Errors: "<file>: ...".
+/// Writes the table as the dataset "fragments" of a group. Returns its checksum.
+/// Errors: "<file>: ...".
 MemCore::Outcome<std::uint32_t> writeFragmentTable(OutputFile& output, ObjectGroup& group,
-                                                   const TableContents& contents);
+                                                   const TableToWrite& table);
 
 /// Reads it back. `wideFields` is the number of fields of rank above 1. Errors: "fragments: ..."
 /// when columns are missing or of other types, the table claims more than the file holds, or its

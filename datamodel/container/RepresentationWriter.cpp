@@ -153,7 +153,7 @@ Outcome<void> RepresentationWriter::finishField(std::size_t f) {
                               kind, grid);
 }
 
-Outcome<void> RepresentationWriter::finish(const TableContents& table) {
+Outcome<void> RepresentationWriter::finish(const TableToWrite& table) {
   if (auto done = appendChunks(); !done.ok()) return done;
   for (std::size_t f = 0; f < plan_.fields.size(); ++f) {
     if (auto done = finishField(f); !done.ok()) return within(f, done.error());

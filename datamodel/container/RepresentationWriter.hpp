@@ -29,7 +29,7 @@ class RepresentationWriter {
   /// Writes the chunks that wait, if any. Errors: see OutputFile.
   MemCore::Outcome<void> appendChunks();
   /// Writes what waits, adds attributes and table.
-  MemCore::Outcome<void> finish(const TableContents& table);
+  MemCore::Outcome<void> finish(const TableToWrite& table);
 
  private:
   void makeDataset(std::size_t field);

@@ -36,26 +36,64 @@ std::string contentsOf(const Attributes& attributes) {
   return contents;
 }
 
+/// One row of a piece of the table.
+struct TableRow {
+  FragmentTable& piece;
+  std::size_t row;
+
+  bool has(Column column) const { return piece.has(column); }
+  template <class T>
+  void set(Column column, T value, std::size_t entry = 0) const {
+    piece.set<T>(row, column, value, entry);
+  }
+  void setText(Column column, std::string_view text, std::size_t offset = 0) const {
+    piece.setText(row, column, text, offset);
+  }
+};
+
 class TableBuilder {
  public:
   TableBuilder(PlannedRepresentation& plan, const RepresentationEncoder& encoder,
                const std::string& file)
       : plan_(plan), encoder_(encoder), folder_(paths_.of(file).parent_path()) {}
 
-  TableContents build() {
+  /// Everything but how rows are filled.
+  TableToWrite plan() {
     numberAttributeSets();
-    contents_.table = FragmentTable(survey(), plan_.rows.size());
-    for (const PlannedField& field : plan_.fields) contents_.fieldNames.push_back(field.dataset);
-    eachBlock((plan_.rows.size() + kBlock - 1) / kBlock, [this](std::size_t b) {
-      for (std::size_t row = b * kBlock; row < endOf(b); ++row) fillRow(row);
-    });
-    return std::move(contents_);
+    TableToWrite table;
+    table.shape = survey();
+    table.rowCount = plan_.rows.size();
+    for (const PlannedField& field : plan_.fields) table.fieldNames.push_back(field.dataset);
+    table.sourceGroups = groups_.texts();
+    return table;
+  }
+
+  /// Fills the row of a planned fragment.
+  void fill(TableRow out, std::size_t row) const {
+    const PlannedRow& planned = plan_.rows[row];
+    const std::string name = planned.fragment->name();
+    out.setText(Column::kName, storedName(name));
+    out.set<std::uint32_t>(Column::kNumber, planned.fragment->number());
+    out.set<std::uint64_t>(Column::kStart, planned.start);
+    out.set<std::uint64_t>(Column::kPointCount, planned.pointCount);
+    if (out.has(Column::kIndex)) fillIndex(out, name);
+    fillBox(out, planned.linkedBox.get());
+    std::size_t wide = 0;
+    for (std::size_t f = 0; f < plan_.fields.size(); ++f) {
+      const std::size_t* place = plan_.fields[f].stored.rank > 1 ? &wide : nullptr;
+      if (planned.link) {
+        fillLinkedPart(out, row, f, place);
+      } else {
+        fillOwnPart(out, row, f, place);
+      }
+      wide += place != nullptr ? 1 : 0;
+    }
+    if (hasGrids_) fillGrid(out, row);
+    if (planned.link) fillLink(out, row);
   }
 
  private:
   static constexpr std::size_t kBlock = 1024;  ///< rows that a thread takes at a time
-
-  FragmentTable& table() { return contents_.table; }
 
   void numberAttributeSets() {
     std::vector<std::size_t> rows;  // those that may have some
@@ -134,7 +172,6 @@ class TableBuilder {
     hasGrids_ = needsGrids();
     TableShape shape;
     for (std::size_t b = 0; b < blocks.size(); ++b) joinBlock(blocks[b], b, shape);
-    contents_.sourceGroups = groups_.texts();
     shape.fieldCount = plan_.fields.size();
     for (const PlannedField& field : plan_.fields) {
       shape.wideFieldCount += field.stored.rank > 1 ? 1 : 0;
@@ -225,75 +262,52 @@ class TableBuilder {
     return anyOwn && !sharedGrid(plan_, encoder_);
   }
 
-  void fillRow(std::size_t row) {
-    const PlannedRow& planned = plan_.rows[row];
-    const std::string name = planned.fragment->name();
-    table().setText(row, Column::kName, storedName(name));
-    table().set<std::uint32_t>(row, Column::kNumber, planned.fragment->number());
-    table().set<std::uint64_t>(row, Column::kStart, planned.start);
-    table().set<std::uint64_t>(row, Column::kPointCount, planned.pointCount);
-    if (table().has(Column::kIndex)) fillIndex(row, name);
-    fillBox(row, planned.linkedBox.get());
-    std::size_t wide = 0;
-    for (std::size_t f = 0; f < plan_.fields.size(); ++f) {
-      const std::size_t* place = plan_.fields[f].stored.rank > 1 ? &wide : nullptr;
-      if (planned.link) {
-        fillLinkedPart(row, f, place);
-      } else {
-        fillOwnPart(row, f, place);
-      }
-      wide += place != nullptr ? 1 : 0;
-    }
-    if (hasGrids_) fillGrid(row);
-    if (planned.link) fillLink(row);
-  }
-
-  void fillIndex(std::size_t row, const std::string& name) {
+  static void fillIndex(TableRow out, const std::string& name) {
     constexpr std::uint64_t kNone = std::numeric_limits<std::uint64_t>::max();
     const auto index = parseTileIndex(name).value_or(MultiIndex<3>{{kNone, kNone, kNone}});
     for (std::size_t axis = 0; axis < kAxes; ++axis) {
-      table().set<std::uint64_t>(row, Column::kIndex, index[axis], axis);
+      out.set<std::uint64_t>(Column::kIndex, index[axis], axis);
     }
   }
 
-  void fillVector(std::size_t row, Column column, const std::array<double, kAxes>& values) {
+  static void fillVector(TableRow out, Column column, const std::array<double, kAxes>& values) {
     for (std::size_t axis = 0; axis < kAxes; ++axis) {
-      table().set<double>(row, column, values[axis], axis);
+      out.set<double>(column, values[axis], axis);
     }
   }
 
-  void fillBox(std::size_t row, const Eagle::BoundingBox* box) {
+  static void fillBox(TableRow out, const Eagle::BoundingBox* box) {
     constexpr Eagle::PhysicalSpace::point kNowhere = {kUnknown, kUnknown, kUnknown};
     const auto& min = box == nullptr ? kNowhere : box->min();
     const auto& max = box == nullptr ? kNowhere : box->max();
-    fillVector(row, Column::kBoxMin, {min.x, min.y, min.z});
-    fillVector(row, Column::kBoxMax, {max.x, max.y, max.z});
+    fillVector(out, Column::kBoxMin, {min.x, min.y, min.z});
+    fillVector(out, Column::kBoxMax, {max.x, max.y, max.z});
   }
 
-  void fillExtents(std::size_t row, std::size_t f, std::uint64_t start, std::uint64_t rows) {
-    if (!table().has(Column::kFieldStart)) return;
-    table().set<std::uint64_t>(row, Column::kFieldStart, start, f);
-    table().set<std::uint64_t>(row, Column::kFieldRows, rows, f);
+  static void fillExtents(TableRow out, std::size_t f, std::uint64_t start, std::uint64_t rows) {
+    if (!out.has(Column::kFieldStart)) return;
+    out.set<std::uint64_t>(Column::kFieldStart, start, f);
+    out.set<std::uint64_t>(Column::kFieldRows, rows, f);
   }
 
-  void fillRange(std::size_t row, std::size_t f, const ValueRange& range) {
-    table().set<double>(row, Column::kFieldMin, range.min, f);
-    table().set<double>(row, Column::kFieldMax, range.max, f);
+  static void fillRange(TableRow out, std::size_t f, const ValueRange& range) {
+    out.set<double>(Column::kFieldMin, range.min, f);
+    out.set<double>(Column::kFieldMax, range.max, f);
   }
 
   /// `wide`: the field's place among those of rank above 1; null for the others.
-  void fillOwnPart(std::size_t row, std::size_t f, const std::size_t* wide) {
+  void fillOwnPart(TableRow out, std::size_t row, std::size_t f, const std::size_t* wide) const {
     const PlannedPart& part = plan_.rows[row].parts[f];
-    fillExtents(row, f, part.start, part.rows);
-    if (wide != nullptr) fillShape(row, part.size, *wide);
-    if (!part.creator) return fillRange(row, f, kUnknownRange);
+    fillExtents(out, f, part.start, part.rows);
+    if (wide != nullptr) fillShape(out, part.size, *wide);
+    if (!part.creator) return fillRange(out, f, kUnknownRange);
     const ArrayFacts facts = part.creator->facts();
-    if (facts.box && plan_.fields[f].stored.name == kPositions) fillBox(row, facts.box.get());
-    fillRange(row, f, facts.range.value_or(kUnknownRange));
-    fillPresent(row, f, encoder_.hasChecksums() ? encoder_.checksumOf(row, f) : 0);
+    if (facts.box && plan_.fields[f].stored.name == kPositions) fillBox(out, facts.box.get());
+    fillRange(out, f, facts.range.value_or(kUnknownRange));
+    fillPresent(out, row, f, encoder_.hasChecksums() ? encoder_.checksumOf(row, f) : 0);
   }
 
-  void fillLinkedPart(std::size_t row, std::size_t f, const std::size_t* wide) {
+  void fillLinkedPart(TableRow out, std::size_t row, std::size_t f, const std::size_t* wide) const {
     const PlannedRow& planned = plan_.rows[row];
     const LinkedPart& part = plan_.linkedPart(planned, f);
     LinkedDetails details;
@@ -302,53 +316,52 @@ class TableBuilder {
     } else if (part.isPresent) {
       details = {planned.start, planned.pointCount, nullptr};
     }
-    fillExtents(row, f, details.start, details.rows);
-    fillRange(row, f, part.range);
+    fillExtents(out, f, details.start, details.rows);
+    fillRange(out, f, part.range);
     if (!part.isPresent) return;
     if (wide != nullptr) {
-      fillShape(row, details.creator->facts().size.value_or(DynamicSize()), *wide);
+      fillShape(out, details.creator->facts().size.value_or(DynamicSize()), *wide);
     }
-    fillPresent(row, f, details.creator ? details.creator->place().checksum.value_or(0) : 0);
+    fillPresent(out, row, f, details.creator ? details.creator->place().checksum.value_or(0) : 0);
   }
 
-  void fillPresent(std::size_t row, std::size_t f, std::uint32_t checksum) {
-    table().set<std::uint8_t>(row, Column::kPresent, 1, f);
+  void fillPresent(TableRow out, std::size_t row, std::size_t f, std::uint32_t checksum) const {
+    out.set<std::uint8_t>(Column::kPresent, 1, f);
     if (hasAttributeSets_) {
-      table().set<std::uint32_t>(row, Column::kAttributeSet,
-                                 setNumbers_[row * plan_.fields.size() + f], f);
+      out.set<std::uint32_t>(Column::kAttributeSet, setNumbers_[row * plan_.fields.size() + f], f);
     }
-    if (table().has(Column::kChecksum)) {
-      table().set<std::uint32_t>(row, Column::kChecksum, checksum, f);
+    if (out.has(Column::kChecksum)) {
+      out.set<std::uint32_t>(Column::kChecksum, checksum, f);
     }
   }
 
-  void fillShape(std::size_t row, const DynamicSize& size, std::size_t wide) {
+  static void fillShape(TableRow out, const DynamicSize& size, std::size_t wide) {
     for (std::size_t d = 0; d + 1 < size.rank(); ++d) {
-      table().set<std::uint64_t>(row, Column::kRowShape, size[d], kAxes * wide + d);
+      out.set<std::uint64_t>(Column::kRowShape, size[d], kAxes * wide + d);
     }
   }
 
-  void fillGrid(std::size_t row) {
+  void fillGrid(TableRow out, std::size_t row) const {
     const CoordinateGrid* linked = plan_.rows[row].linkedGrid.get();
     const auto own = encoder_.gridOf(row);
     for (std::size_t axis = 0; axis < kAxes; ++axis) {
       const AxisGrid grid = linked != nullptr ? (*linked)[axis]
                             : own             ? (*own)[axis]
                                               : AxisGrid{kUnknown, kUnknown};
-      table().set<double>(row, Column::kGridScale, grid.scale, axis);
-      table().set<double>(row, Column::kGridOffset, grid.offset, axis);
+      out.set<double>(Column::kGridScale, grid.scale, axis);
+      out.set<double>(Column::kGridOffset, grid.offset, axis);
     }
   }
 
-  void fillLink(std::size_t row) {
+  void fillLink(TableRow out, std::size_t row) const {
     const FileIdentity& file = plan_.rows[row].link->file;
     const std::string& folder = relativeFolders_[links_[row].folder];
-    table().setText(row, Column::kFile, folder);
-    table().setText(row, Column::kFile, std::string_view(file.path).substr(links_[row].nameAt),
-                    folder.size());
-    table().set<std::uint64_t>(row, Column::kFileSize, file.sizeBytes);
-    table().set<std::uint64_t>(row, Column::kContentId, file.contentId);
-    table().set<std::uint32_t>(row, Column::kSourceGroup, links_[row].group);
+    out.setText(Column::kFile, folder);
+    out.setText(Column::kFile, std::string_view(file.path).substr(links_[row].nameAt),
+                folder.size());
+    out.set<std::uint64_t>(Column::kFileSize, file.sizeBytes);
+    out.set<std::uint64_t>(Column::kContentId, file.contentId);
+    out.set<std::uint32_t>(Column::kSourceGroup, links_[row].group);
   }
 
   PlannedRepresentation& plan_;
@@ -358,7 +371,6 @@ class TableBuilder {
   NumberedTexts folders_;
   std::vector<std::string> relativeFolders_;  ///< by folder
   NumberedTexts groups_;
-  TableContents contents_;
   std::vector<LinkName> links_;            ///< by row; nothing where the data are in this file
   std::vector<std::uint32_t> setNumbers_;  ///< by row and field; 0 = none
   bool hasAttributeSets_ = false;
@@ -379,9 +391,15 @@ std::optional<CoordinateGrid> sharedGrid(const PlannedRepresentation& plan,
   return shared;
 }
 
-TableContents buildTable(PlannedRepresentation& plan, const RepresentationEncoder& encoder,
-                         const std::string& file) {
-  return TableBuilder(plan, encoder, file).build();
+TableToWrite planTable(PlannedRepresentation& plan, const RepresentationEncoder& encoder,
+                       const std::string& file) {
+  const auto builder = std::make_shared<TableBuilder>(plan, encoder, file);
+  TableToWrite table = builder->plan();
+  table.fill = [builder](FragmentTable& piece, std::size_t pieceBegin, std::size_t begin,
+                         std::size_t end) {
+    for (std::size_t row = begin; row < end; ++row) builder->fill({piece, row - pieceBegin}, row);
+  };
+  return table;
 }
 
 }  // namespace Fiber::Container

@@ -13,10 +13,11 @@
 
 namespace Fiber::Container {
 
-/// Makes the table, and sorts the attributes of the creators into the sets of each planned field
-/// that its columns refer to. Links are made relative to the folder of `file`.
-TableContents buildTable(PlannedRepresentation& plan, const RepresentationEncoder& encoder,
-                         const std::string& file);
+/// Settles what the table looks like, and sorts the attributes of the creators into the sets of
+/// each planned field that its columns refer to; its rows are made when they are written. Links are
+/// relative to the folder of `file`. Requires: plan and encoder outlive the table.
+TableToWrite planTable(PlannedRepresentation& plan, const RepresentationEncoder& encoder,
+                       const std::string& file);
 
 /// The one grid of all coordinates in this file's dataset; empty when there are none, or several.
 std::optional<CoordinateGrid> sharedGrid(const PlannedRepresentation& plan,

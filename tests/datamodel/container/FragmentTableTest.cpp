@@ -26,11 +26,39 @@ FragmentTable filledTable(const TableShape& shape, std::size_t rows) {
   return table;
 }
 
+/// A table that is there already, and its lists.
+struct WholeTable {
+  TableShape shape;
+  FragmentTable table;
+  std::vector<std::string> fieldNames;
+  std::vector<std::string> sourceGroups;
+
+  WholeTable(const TableShape& itsShape, std::size_t rows, std::vector<std::string> fields,
+             std::vector<std::string> groups)
+      : shape(itsShape),
+        table(filledTable(itsShape, rows)),
+        fieldNames(std::move(fields)),
+        sourceGroups(std::move(groups)) {}
+
+  TableToWrite toWrite() const {
+    return {
+        shape, table.rowCount(),
+        [this](FragmentTable& piece, std::size_t pieceBegin, std::size_t begin, std::size_t end) {
+          const std::size_t rowBytes = table.rowBytes();
+          EXPECT_LE(end - pieceBegin, piece.rowCount());
+          std::copy_n(table.bytes().data() + begin * rowBytes, (end - begin) * rowBytes,
+                      piece.bytes().data() + (begin - pieceBegin) * rowBytes);
+        },
+        fieldNames, sourceGroups};
+  }
+};
+
 /// Writes a table into the root of a file.
-void writeTable(const std::string& path, const TableContents& contents) {
+void writeTable(const std::string& path, const WholeTable& table) {
   writeObjects(path, [&](OutputFile& output) {
-    const auto written = writeFragmentTable(output, output.root(), contents);
+    const auto written = writeFragmentTable(output, output.root(), table.toWrite());
     ASSERT_TRUE(written.ok()) << written.error();
+    EXPECT_EQ(*written, checksumOf(table.table));
   });
 }
 
@@ -85,9 +113,12 @@ class StoredFragmentTable : public testing::TestWithParam<bool> {
 };
 
 TEST_P(StoredFragmentTable, ReturnsFromTheFile) {
-  // A small one lies in the object's header, a large one outside.
-  for (const std::size_t rows : {0U, 1U, 3U, 5000U}) {
-    const TableContents written{filledTable(fullShape(), rows), {"a", "Bb", "c%2Fd"}, {"/0/x"}};
+  // A small one lies in the object's header, a large one outside, the largest in several pieces.
+  const std::size_t severalPieces =
+      (std::size_t{40} << 20U) / FragmentTable(fullShape(), 0).rowBytes();
+  for (const std::size_t rows :
+       {std::size_t{0}, std::size_t{1}, std::size_t{3}, std::size_t{5000}, severalPieces}) {
+    const WholeTable written{fullShape(), rows, {"a", "Bb", "c%2Fd"}, {"/0/x"}};
     writeTable(path_, written);
     const auto read = readTable(path_, GetParam(), 1);
     ASSERT_TRUE(read.ok()) << read.error();
@@ -99,9 +130,7 @@ TEST_P(StoredFragmentTable, ReturnsFromTheFile) {
 }
 
 TEST_P(StoredFragmentTable, WrongNumberOfEntriesIsNamed) {
-  writeTable(
-      path_,
-      {filledTable({2, 0, 8, 0, false, false, false, false, false}, 1), {"a", "b", "c"}, {}});
+  writeTable(path_, {{2, 0, 8, 0, false, false, false, false, false}, 1, {"a", "b", "c"}, {}});
   EXPECT_THAT(readTable(path_, GetParam(), 0).error(),
               HasSubstr("column present has the wrong number of entries, found 2, expected 3"));
 }
