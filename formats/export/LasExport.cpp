@@ -30,7 +30,7 @@ namespace {
 /// Chunks that are encoded together: some for every thread, so that none waits long for the others.
 std::size_t chunksAtOnce() {
   constexpr std::size_t kPerThread = 5;
-  return kPerThread * static_cast<std::size_t>(std::max(2, omp_get_max_threads()));
+  return kPerThread * static_cast<std::size_t>(std::max(1, omp_get_max_threads()));
 }
 
 /// Chosen points of a fragment that stand in a row.
