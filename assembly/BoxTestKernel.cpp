@@ -8,12 +8,15 @@
 #include <algorithm>
 #include <array>
 #include <cassert>
+#include <cmath>
+#include <cstdint>
 #include <limits>
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "assembly/BoxTestKernel.cpp"
 #include <hwy/foreach_target.h>  // must precede highway.h
 
+#include <hwy/cache_control.h>
 #include <hwy/highway.h>
 
 HWY_BEFORE_NAMESPACE();
@@ -38,15 +41,25 @@ constexpr double kInfinity = std::numeric_limits<double>::infinity();
 // Vectors of scalable size cannot be members of a class: they travel as plain arguments.
 
 /// Which lanes belong to the tile along their axes; bit l of the result tells of lane l.
-HWY_INLINE std::uint64_t belongs(const double* coordinates, DoubleVector min, DoubleVector max,
-                                 DoubleVector face) {
+HWY_INLINE std::uint64_t belongs(const double* coordinates, DoubleVector low, DoubleVector max) {
   const Doubles d;
   const DoubleVector value = hn::LoadU(d, coordinates);
-  const DoubleMask inside =
-      hn::AndNot(hn::Gt(value, max), hn::Or(hn::Gt(value, min), hn::Eq(value, face)));
+  const DoubleMask inside = hn::AndNot(hn::Gt(value, max), hn::Ge(value, low));
   MaskBytes bytes = {};
   hn::StoreMaskBits(d, inside, bytes.data());
   return bytes[0] | std::uint64_t{bytes[1]} << 8;
+}
+
+/// Asks for the coordinates of a group that comes later, maybe in the next run: what lies in
+/// another page the processor does not fetch by itself. Where nothing comes later it is a wasted
+/// hint.
+HWY_INLINE void prefetch(const double* group) {
+  constexpr std::uintptr_t kAheadBytes = 6144;
+  constexpr std::size_t kLineBytes = 64;
+  const std::uintptr_t later = reinterpret_cast<std::uintptr_t>(group) + kAheadBytes;
+  for (std::size_t at = 0; at < kGroupCoordinates * sizeof(double); at += kLineBytes) {
+    hwy::Prefetch(reinterpret_cast<const char*>(later + at));
+  }
 }
 
 /// Bits 0, 3, 6 ... 45 as bits 0 to 15.
@@ -64,23 +77,18 @@ std::size_t markInsideKernel(std::span<const Eagle::PhysicalSpace::point> points
   // compared with bounds in the same order, so that no coordinate has to change its place.
   const Doubles d;
   const std::size_t lanes = hn::Lanes(d);
-  double min[kGroupCoordinates];
+  double low[kGroupCoordinates];
   double max[kGroupCoordinates];
-  double face[kGroupCoordinates];
   for (std::size_t c = 0; c < kGroupCoordinates; ++c) {
-    min[c] = bounds.min[c % 3];
+    low[c] = bounds.low[c % 3];
     max[c] = bounds.max[c % 3];
-    face[c] = bounds.face[c % 3];
   }
-  const DoubleVector minA = hn::LoadU(d, min);
-  const DoubleVector minB = hn::LoadU(d, min + lanes);
-  const DoubleVector minC = hn::LoadU(d, min + 2 * lanes);
+  const DoubleVector lowA = hn::LoadU(d, low);
+  const DoubleVector lowB = hn::LoadU(d, low + lanes);
+  const DoubleVector lowC = hn::LoadU(d, low + 2 * lanes);
   const DoubleVector maxA = hn::LoadU(d, max);
   const DoubleVector maxB = hn::LoadU(d, max + lanes);
   const DoubleVector maxC = hn::LoadU(d, max + 2 * lanes);
-  const DoubleVector faceA = hn::LoadU(d, face);
-  const DoubleVector faceB = hn::LoadU(d, face + lanes);
-  const DoubleVector faceC = hn::LoadU(d, face + 2 * lanes);
   std::size_t marked = 0;
   for (std::size_t first = 0; first < points.size(); first += kWordBits) {
     const std::size_t end = std::min(points.size(), first + kWordBits);
@@ -88,11 +96,12 @@ std::size_t markInsideKernel(std::span<const Eagle::PhysicalSpace::point> points
     std::size_t i = first;
     for (; i + kGroupPoints <= end; i += kGroupPoints) {
       const double* group = reinterpret_cast<const double*>(points.data() + i);
+      prefetch(group);
       std::uint64_t belonging = 0;
       for (std::size_t at = 0; at < kGroupCoordinates; at += 3 * lanes) {
-        belonging |= belongs(group + at, minA, maxA, faceA) << at;
-        belonging |= belongs(group + at + lanes, minB, maxB, faceB) << (at + lanes);
-        belonging |= belongs(group + at + 2 * lanes, minC, maxC, faceC) << (at + 2 * lanes);
+        belonging |= belongs(group + at, lowA, maxA) << at;
+        belonging |= belongs(group + at + lanes, lowB, maxB) << (at + lanes);
+        belonging |= belongs(group + at + 2 * lanes, lowC, maxC) << (at + 2 * lanes);
       }
       word |= everyThirdBit(belonging & belonging >> 1 & belonging >> 2) << (i - first);
     }
@@ -201,10 +210,21 @@ HWY_EXPORT(markInsideKernel);
 HWY_EXPORT(expandMarksKernel);
 HWY_EXPORT(boxOfPointsKernel);
 
+namespace {
+
+/// The lowest number above another one; NaN when there is none.
+double nextAbove(double value) {
+  constexpr double kHighest = std::numeric_limits<double>::infinity();
+  return value == kHighest ? std::numeric_limits<double>::quiet_NaN()
+                           : std::nextafter(value, kHighest);
+}
+
+}  // namespace
+
 TileBounds::TileBounds(const Eagle::BoundingBox& box, const Fiber::MultiIndex<3>& index)
-    : min(box.min()), max(box.max()) {
+    : low(box.min()), max(box.max()) {
   for (std::size_t axis = 0; axis < 3; ++axis) {
-    face[axis] = index[axis] == 0 ? min[axis] : std::numeric_limits<double>::quiet_NaN();
+    if (index[axis] != 0) low[axis] = nextAbove(low[axis]);
   }
 }
 

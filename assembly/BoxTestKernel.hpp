@@ -15,22 +15,21 @@
 
 namespace LidarLib {
 
-/// What belongs to a tile. Range: per axis (min, max], and [min, max] where `face` equals min. NaN
-/// coordinates never belong; a NaN in the box compares as written.
+/// What belongs to a tile. Range: per axis (min, max], and [min, max] for tiles of index 0 along
+/// it. NaN coordinates never belong; a NaN in the box compares as written.
 struct TileBounds {
   /// The lower face belongs to tiles of index 0 along the axis.
   TileBounds(const Eagle::BoundingBox& box, const Fiber::MultiIndex<3>& index);
 
-  Eagle::PhysicalSpace::point min;
+  /// The lowest coordinate that belongs: that of the lower face, or the next number above it. NaN
+  /// where nothing lies above the face.
+  Eagle::PhysicalSpace::point low;
   Eagle::PhysicalSpace::point max;
-  Eagle::PhysicalSpace::point face;  ///< min where the lower face belongs, otherwise NaN
 
-  bool isAboveLower(double value, std::size_t axis) const {
-    return value > min[axis] || value == face[axis];
-  }
+  bool isAboveLower(double value, std::size_t axis) const { return value >= low[axis]; }
   bool contains(const Eagle::PhysicalSpace::point& p) const {
-    return isAboveLower(p.x, 0) && !(p.x > max.x) && isAboveLower(p.y, 1) && !(p.y > max.y) &&
-           isAboveLower(p.z, 2) && !(p.z > max.z);
+    return p.x >= low.x && !(p.x > max.x) && p.y >= low.y && !(p.y > max.y) && p.z >= low.z &&
+           !(p.z > max.z);
   }
 };
 

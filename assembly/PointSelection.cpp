@@ -6,12 +6,11 @@
 
 #include <algorithm>
 #include <atomic>
-#include <exception>
-#include <mutex>
 #include <numeric>
 #include <vector>
 
 #include "assembly/PointBlockBoxes.hpp"
+#include "datamodel/memcore/ParallelFor.hpp"
 
 namespace LidarLib {
 
@@ -117,24 +116,24 @@ struct FragmentSelection {
   StrongPtr<Fiber::PointPart> part;
 };
 
-/// How many points of one tile may be gathered while they are selected: enough for small tiles,
-/// where blocks are read for a few points each, little beside a large one.
+/// How much of one tile may be gathered while it is selected: enough for small tiles, where blocks
+/// are read for a few points each, little beside a large one.
 class GatherAllowance {
  public:
-  bool take(std::size_t points) {
-    return taken_.fetch_add(points, std::memory_order_relaxed) + points <= kMostPoints;
+  bool take(std::uint64_t bytes) {
+    return taken_.fetch_add(bytes, std::memory_order_relaxed) + bytes <= kMostBytes;
   }
 
  private:
-  static constexpr std::size_t kMostPoints = std::size_t{1} << 16U;
-  std::atomic<std::size_t> taken_ = 0;
+  static constexpr std::uint64_t kMostBytes = std::uint64_t{2} << 20U;
+  std::atomic<std::uint64_t> taken_ = 0;
 };
 
 /// Gathers selected points whose records the reader has just read. Points that cannot be gathered
 /// will be missed later, and said to be, by whoever needs them.
 StrongPtr<Fiber::PointPart> gatherAtOnce(Fiber::PointPartReader& reader, const IndexList& points,
                                          GatherAllowance& allowance) {
-  if (points.empty() || !allowance.take(points.size())) return nullptr;
+  if (points.empty() || !allowance.take(points.size() * reader.bytesPerPoint())) return nullptr;
   const auto part = reader.gather(points.span());
   return part ? *part : nullptr;
 }
@@ -197,18 +196,8 @@ FragmentSelection selectFromFragment(const TileQuery& query,
 /// leaves on the calling thread.
 void selectInParallel(const TileQuery& query, const std::vector<Fiber::FragmentHandle>& fragments,
                       std::span<FragmentSelection> found) {
-  std::exception_ptr failure;
-  std::mutex failureMutex;
-#pragma omp parallel for schedule(dynamic, 1)
-  for (std::size_t k = 0; k < fragments.size(); ++k) {
-    try {
-      found[k] = selectFromFragment(query, fragments[k]);
-    } catch (...) {
-      const std::lock_guard lock(failureMutex);
-      failure = std::current_exception();
-    }
-  }
-  if (failure) std::rethrow_exception(failure);
+  MemCore::parallelFor(fragments.size(),
+                       [&](std::size_t k) { found[k] = selectFromFragment(query, fragments[k]); });
 }
 
 }  // namespace

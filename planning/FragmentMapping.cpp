@@ -11,12 +11,13 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cmath>
-#include <exception>
 
 #include "datamodel/memcore/Allocator.hpp"
 #include "datamodel/memcore/Console.hpp"
+#include "datamodel/memcore/ParallelFor.hpp"
 #include "planning/AxisMatcher.hpp"
 
 namespace LidarLib {
@@ -195,30 +196,15 @@ class TileMatcher {
   std::vector<std::vector<std::size_t>> runs_;  ///< fragments in ascending order
 };
 
-void rethrowFirst(const std::vector<std::exception_ptr>& failures) {
-  for (const std::exception_ptr& failure : failures) {
-    if (failure) std::rethrow_exception(failure);
-  }
-}
-
 /// Fills all sets in parallel and returns how many are not empty. Errors: what a thread could not
 /// allocate is raised again on the calling thread.
 std::uint64_t matchTilesToFragments(TileMatcher& matcher, TileCells& cells) {
   constexpr std::uint64_t kRunsPerThread = 16;  // evens out tiles of differing cost
   const auto wantedRuns = static_cast<std::uint64_t>(omp_get_max_threads()) * kRunsPerThread;
   matcher.divideIntoRuns((matcher.tileCount() + wantedRuns - 1) / wantedRuns);
-  const std::uint64_t runCount = matcher.runCount();
-  std::vector<std::exception_ptr> failures(runCount);
-  std::uint64_t tilesWithData = 0;
-#pragma omp parallel for schedule(dynamic, 1) reduction(+ : tilesWithData)
-  for (std::uint64_t run = 0; run < runCount; ++run) {
-    try {
-      tilesWithData += matcher.fill(run, cells);
-    } catch (...) {
-      failures[run] = std::current_exception();
-    }
-  }
-  rethrowFirst(failures);
+  std::atomic<std::uint64_t> tilesWithData = 0;
+  MemCore::parallelFor(matcher.runCount(),
+                       [&](std::size_t run) { tilesWithData += matcher.fill(run, cells); });
   return tilesWithData;
 }
 
@@ -250,18 +236,20 @@ StrongPtr<const BoundingBox> boxOfFragment(Fiber::CreativeArrayBase& creator,
   return box;
 }
 
-/// The boxes of one run of fragments; adds their points to `pointTotal`.
-void fillBoxes(FragmentBoxes& fragments, const Fiber::Field& positions, const IndexRange& run,
-               std::uint64_t& pointTotal) {
+/// The boxes of one run of fragments; returns the number of their points.
+std::uint64_t fillBoxes(FragmentBoxes& fragments, const Fiber::Field& positions,
+                        const IndexRange& run) {
   std::vector<unsigned> numbers;
   for (std::uint64_t f = run.begin; f < run.end; ++f) {
     numbers.push_back(fragments.ids[f] ? fragments.ids[f]->number() : 0);
   }
   const auto creators = positions.getCreators(numbers);
+  std::uint64_t pointTotal = 0;
   for (std::uint64_t f = run.begin; f < run.end; ++f) {
     const auto& creator = creators[f - run.begin];
     if (fragments.ids[f] && creator) fragments.boxes[f] = boxOfFragment(*creator, pointTotal);
   }
+  return pointTotal;
 }
 
 /// Boxes that are not known yet are computed first, by several threads at once, and remembered;
@@ -274,17 +262,10 @@ FragmentBoxes fragmentBoxes(const std::vector<FragmentHandle>& fragmentIDs,
   const std::uint64_t count = fragmentIDs.size();
   const std::uint64_t runs = (count + kRun - 1) / kRun;
   FragmentBoxes fragments{fragmentIDs, std::vector<StrongPtr<const BoundingBox>>(count)};
-  std::vector<std::exception_ptr> failures(runs);
-  std::uint64_t points = 0;
-#pragma omp parallel for schedule(dynamic, 1) reduction(+ : points) if (runs > 1)
-  for (std::uint64_t run = 0; run < runs; ++run) {
-    try {
-      fillBoxes(fragments, *positions, {run * kRun, std::min((run + 1) * kRun, count)}, points);
-    } catch (...) {
-      failures[run] = std::current_exception();
-    }
-  }
-  rethrowFirst(failures);
+  std::atomic<std::uint64_t> points = 0;
+  MemCore::parallelFor(runs, [&](std::size_t run) {
+    points += fillBoxes(fragments, *positions, {run * kRun, std::min((run + 1) * kRun, count)});
+  });
   pointTotal += points;
   return fragments;
 }

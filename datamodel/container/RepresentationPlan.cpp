@@ -121,7 +121,7 @@ class RepresentationPlanner {
   /// Whether a fragment has the name and number that its place in a tiling gives it.
   static bool isPlaceOf(const FragmentID& fragment, const MultiIndex<3>& counts) {
     const auto index = parseTileIndex(fragment.name());
-    return index && (*index)[0] < counts[0] && (*index)[1] < counts[1] &&
+    return index && (*index)[0] < counts[0] && (*index)[1] < counts[1] && (*index)[2] < counts[2] &&
            (*index)[0] + counts[0] * ((*index)[1] + counts[1] * (*index)[2]) == fragment.number();
   }
 

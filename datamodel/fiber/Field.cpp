@@ -7,6 +7,8 @@
 #include <charconv>
 #include <limits>
 
+#include "datamodel/memcore/ParallelFor.hpp"
+
 namespace Fiber {
 
 using Eagle::BoundingBox;
@@ -225,14 +227,14 @@ std::vector<Answer> askCreators(const Field& field, const Question& ask) {
   // One at a time where each may have to be decoded; many at a time only where there are so many
   // that handing them out would take as long as asking.
   const std::size_t atOnce = std::clamp<std::size_t>(numbers.size() / 4096, 1, 256);
-#pragma omp parallel for schedule(dynamic, 1) if (numbers.size() > 1)
-  for (std::size_t begin = 0; begin < numbers.size(); begin += atOnce) {
+  MemCore::parallelFor((numbers.size() + atOnce - 1) / atOnce, [&](std::size_t block) {
+    const std::size_t begin = block * atOnce;
     const std::size_t count = std::min(atOnce, numbers.size() - begin);
     const auto creators = field.getCreators(std::span(numbers).subspan(begin, count));
     for (std::size_t i = 0; i < count; ++i) {
       if (creators[i]) answers[begin + i] = ask(*creators[i]);
     }
-  }
+  });
   return answers;
 }
 

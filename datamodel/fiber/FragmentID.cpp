@@ -130,13 +130,15 @@ const std::shared_ptr<const FragmentOrigin>& FragmentIDCollection::originLocked(
 
 void FragmentIDCollection::indexNamesLocked() const {
   if (names_) return;
-  names_.emplace();
-  names_->reserve(size_);
+  // There as a whole or not at all: who runs out of memory here must not leave a part of it.
+  std::unordered_map<std::string, unsigned> names;
+  names.reserve(size_);
   for (const auto& [number, page] : pages_) {
     for (const FragmentID& place : page->places) {
-      if (place.origin_) names_->try_emplace(place.name(), place.number());
+      if (place.origin_) names.try_emplace(place.name(), place.number());
     }
   }
+  names_ = std::move(names);
 }
 
 FragmentHandle FragmentIDCollection::findNameLocked(const std::string& name) const {

@@ -62,6 +62,8 @@ class FIBER_API PointPartReader {
   PointPartReader& operator=(const PointPartReader&) = delete;
 
   virtual std::uint64_t pointCount() const = 0;
+  /// What a gathered point takes in memory.
+  virtual std::uint64_t bytesPerPoint() const = 0;
   /// The boxes of blocks of kBlockPoints consecutive points, which live as long as the fragment's
   /// creators do. Errors: those of the source.
   virtual MemCore::Outcome<std::span<const PointBox>> blockBoxes() = 0;

@@ -36,6 +36,7 @@ class RecordPartReader final : public Fiber::PointPartReader {
       : source_(std::move(source)) {}
 
   std::uint64_t pointCount() const override { return source_->range().pointCount; }
+  std::uint64_t bytesPerPoint() const override { return source_->columns().file->recordBytes(); }
   MemCore::Outcome<std::span<const Fiber::PointBox>> blockBoxes() override;
   MemCore::Outcome<void> readPositions(std::uint64_t first,
                                        std::span<Eagle::PhysicalSpace::point> out) override;

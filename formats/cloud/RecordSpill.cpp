@@ -25,13 +25,13 @@ std::string notKept(const std::string& folder, const std::string& cause) {
       folder, cause);
 }
 
-/// Moves all bytes by calls that may move a part of them; false with errno set (0: end of file).
+/// Moves all bytes by calls that may move a part of them; false with errno set.
 template <class Call, class Byte>
 bool moveAll(const Call& call, int file, std::span<Byte> bytes, std::uint64_t offset) {
   while (!bytes.empty()) {
     const ssize_t moved = call(file, bytes.data(), bytes.size(), static_cast<off_t>(offset));
     if (moved < 0 && errno == EINTR) continue;
-    if (moved == 0) errno = 0;
+    if (moved == 0) errno = EIO;  // the end of a file that has been cut
     if (moved <= 0) return false;
     bytes = bytes.subspan(static_cast<std::size_t>(moved));
     offset += static_cast<std::uint64_t>(moved);
@@ -63,9 +63,11 @@ bool RecordSpill::write(std::uint64_t offset, std::span<const std::byte> bytes) 
   return !isGivenUp_;
 }
 
-bool RecordSpill::read(std::uint64_t offset, std::span<std::byte> bytes) const {
-  // What is read while the spill is given up may be zeros already: hence the second look.
-  return !isGivenUp_ && moveAll(::pread, file_, bytes, offset) && !isGivenUp_;
+bool RecordSpill::read(std::uint64_t offset, std::span<std::byte> bytes) {
+  if (isGivenUp_) return false;
+  if (!moveAll(::pread, file_, bytes, offset)) giveUp(errno);
+  // What is read while another thread gives the spill up may be zeros: hence the second look.
+  return !isGivenUp_;
 }
 
 std::string RecordSpill::failure() const {

@@ -2,8 +2,8 @@
 //
 // RecordSpill: decoded point records that memory has no room for, in a nameless file on the disk.
 // Decoding a LAZ chunk costs a hundred times what reading its records does, so what is decoded once
-// and needed again later is kept there. A spill that cannot be written is given up, with all that
-// it holds: its users decode again, and the disk is left to what the program is to write.
+// and needed again later is kept there. A spill that cannot be written or read is given up, with
+// all that it holds: its users decode again, and the disk is left to what the program is to write.
 
 #pragma once
 
@@ -32,8 +32,8 @@ class RecordSpill {
 
   /// Keeps bytes at a place of the caller's choice. False: they are not kept, nor is anything else.
   bool write(std::uint64_t offset, std::span<const std::byte> bytes);
-  /// Gets back what was written there. False: it is lost.
-  bool read(std::uint64_t offset, std::span<std::byte> bytes) const;
+  /// Gets back what was written there. False: it is lost, and so is everything else.
+  bool read(std::uint64_t offset, std::span<std::byte> bytes);
   /// Why the spill was given up; empty while it works.
   std::string failure() const;
 

@@ -27,10 +27,15 @@ using MemCore::Outcome;
 
 namespace {
 
+/// Threads that take part.
+std::size_t threadCount() {
+  return omp_in_parallel() != 0 ? 1 : static_cast<std::size_t>(omp_get_max_threads());
+}
+
 /// Chunks that are encoded together: some for every thread, so that none waits long for the others.
 std::size_t chunksAtOnce() {
   constexpr std::size_t kPerThread = 5;
-  return kPerThread * static_cast<std::size_t>(std::max(1, omp_get_max_threads()));
+  return kPerThread * threadCount();
 }
 
 /// Chosen points of a fragment that stand in a row.
@@ -68,10 +73,8 @@ class Exporter {
 
   Outcome<PointFileResult> run() {
     if (auto begun = begin(); !begun) return begun.failure();
-    std::optional<FragmentLoad> load;
-    for (std::optional<FragmentLoad> next = nextLoad(); load || next;) {
-      if (auto done = exportBatch(load, next); !done) return done.failure();
-      load = std::exchange(next, nextLoad());
+    if (auto done = threadCount() > 1 ? exportOverlapping() : exportInTurn(); !done) {
+      return done.failure();
     }
     if (auto done = ordered_ ? writeOrdered() : writeCarried(); !done) return done.failure();
     if (result_.points == 0 && job_.skipsEmpty) return std::move(result_);
@@ -146,6 +149,26 @@ class Exporter {
     const std::size_t count = batchSize(rest, chunksAtOnce() * LasWriter::chunkPoints());
     begunFragments_ += count;
     return std::optional<FragmentLoad>(std::in_place, *job_.source, rest.first(count), needs_);
+  }
+
+  /// Loads fragments while those before them are encoded.
+  Outcome<void> exportOverlapping() {
+    std::optional<FragmentLoad> load;
+    for (std::optional<FragmentLoad> next = nextLoad(); load || next;) {
+      if (auto done = exportBatch(load, next); !done) return done;
+      load = std::exchange(next, nextLoad());
+    }
+    return {};
+  }
+
+  /// What a single thread would gain nothing from is not loaded before it is needed.
+  Outcome<void> exportInTurn() {
+    std::optional<FragmentLoad> none;
+    while (std::optional<FragmentLoad> load = nextLoad()) {
+      if (auto done = exportBatch(none, load); !done) return done;
+      if (auto done = exportBatch(load, none); !done) return done;
+    }
+    return {};
   }
 
   /// Encodes and writes fragments that are loaded, if any, and loads the next ones, if any, at the

@@ -40,6 +40,7 @@ class LineReader final : public Fiber::PointPartReader {
     }
   }
   std::uint64_t pointCount() const override { return count_; }
+  std::uint64_t bytesPerPoint() const override { return 40; }
   Outcome<std::span<const Fiber::PointBox>> blockBoxes() override {
     return std::span<const Fiber::PointBox>(boxes_);
   }

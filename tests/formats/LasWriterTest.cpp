@@ -5,8 +5,6 @@
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/resource.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -16,6 +14,7 @@
 #include "formats/las/RecordColumns.hpp"
 #include "formats/las/WaveformSource.hpp"
 #include "tests/formats/LasTestFiles.hpp"
+#include "tests/support/FileSizeLimit.hpp"
 #include "tests/support/TempDir.hpp"
 
 namespace Formats {
@@ -225,21 +224,15 @@ TEST(LasWriter, SaysWhereItCannotWrite) {
 
 TEST(LasWriter, FullDiskIsAFailureAndLeavesNothing) {
   const TempDir folder;
-  rlimit before{};
-  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
-  const auto oldHandler = ::signal(SIGXFSZ, SIG_IGN);
   {
     const auto writer = created(folder / "x.las", optionsFor(4, 6));
-    const rlimit small{1 << 20, before.rlim_max};
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    const LidarLib::TestSupport::FileSizeLimit limit(1 << 20);
     const std::vector<std::byte> records = surveyRecords(6, 0, 100000, 1);
     const auto written = writer->writeRecords(records);
     EXPECT_FALSE(written.ok());
     EXPECT_EQ(written.error(), folder / "x.las" + ": cannot be written, File too large");
     EXPECT_FALSE(writer->finish().ok());
   }
-  EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
-  ::signal(SIGXFSZ, oldHandler);
   EXPECT_THAT(entriesOf(folder), IsEmpty());
 }
 

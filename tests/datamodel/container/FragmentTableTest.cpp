@@ -8,6 +8,7 @@
 
 #include "datamodel/container/FragmentTableStorage.hpp"
 #include "tests/datamodel/container/ObjectSteps.hpp"
+#include "tests/support/FileSizeLimit.hpp"
 #include "tests/support/TempDir.hpp"
 
 namespace Fiber::Container {
@@ -127,6 +128,42 @@ TEST_P(StoredFragmentTable, ReturnsFromTheFile) {
     EXPECT_EQ(read->fieldNames, written.fieldNames);
     EXPECT_EQ(read->sourceGroups, written.sourceGroups);
   }
+}
+
+/// What writing a table of several pieces says when `spoil` is called from the second one on.
+std::string failureOfLargeTable(
+    const std::string& path, const std::function<void()>& spoil,
+    const std::function<void()>& afterwards = [] {}) {
+  const std::size_t rows = (std::size_t{40} << 20U) / FragmentTable(fullShape(), 0).rowBytes();
+  const WholeTable whole{fullShape(), rows, {"a", "Bb", "c%2Fd"}, {}};
+  TableToWrite table = whole.toWrite();
+  table.fill = [&, fill = table.fill](FragmentTable& piece, std::size_t pieceBegin,
+                                      std::size_t begin, std::size_t end) {
+    if (pieceBegin > 0) spoil();
+    fill(piece, pieceBegin, begin, end);
+  };
+  std::string failure;
+  writeObjects(path, [&](OutputFile& output) {
+    const auto written = writeFragmentTable(output, output.root(), table);
+    if (!written.ok()) failure = written.error();
+    afterwards();
+  });
+  return failure;
+}
+
+TEST(FragmentTablePieces, MemoryThatRunsOutIsAText) {
+  const TempDir folder;
+  EXPECT_EQ(failureOfLargeTable(folder / "t.h5", [] { throw std::bad_alloc(); }),
+            folder / "t.h5" + ": not enough memory");
+}
+
+TEST(FragmentTablePieces, PieceThatCannotBeWrittenIsAText) {
+  const TempDir folder;
+  const LidarLib::TestSupport::FileSizeLimit limit;
+  const std::string failure = failureOfLargeTable(
+      folder / "t.h5", [&] { limit.set(1000); }, [&] { limit.lift(); });
+  EXPECT_THAT(failure, HasSubstr("t.h5: "));
+  EXPECT_THAT(failure, HasSubstr("File too large"));
 }
 
 TEST_P(StoredFragmentTable, WrongNumberOfEntriesIsNamed) {

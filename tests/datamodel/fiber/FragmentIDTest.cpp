@@ -181,8 +181,10 @@ TEST(FragmentSet, HashIsTheNumberAndEqualityIsIdentity) {
 }
 
 TEST(FragmentSet, IsWalkedInTheSameOrderEveryTime) {
-  const auto walk = [] {
-    const auto collection = makeStrong<FragmentIDCollection>();
+  // Both live at once, so that no address is the same.
+  std::vector<MemCore::StrongPtr<FragmentIDCollection>> collections;
+  const auto walk = [&] {
+    const auto& collection = collections.emplace_back(makeStrong<FragmentIDCollection>());
     std::unordered_set<FragmentHandle> set;
     for (unsigned n = 0; n < 100; ++n) {
       set.insert(collection->makeFragmentID(std::to_string(n), n * 7 % 100));

@@ -8,11 +8,13 @@
 #include <thread>
 
 #include "tests/formats/cloud/CloudTestFiles.hpp"
+#include "tests/support/NamelessFiles.hpp"
 
 namespace Formats {
 
 namespace {
 
+using LidarLib::TestSupport::cutNamelessFiles;
 using LidarLib::TestSupport::TempDir;
 using Bytes = std::vector<std::byte>;
 
@@ -134,6 +136,20 @@ TEST(RecordSource, SpillThatIsLostMeanwhileCostsAnotherDecoding) {
   const auto at = static_cast<std::ptrdiff_t>((kChunkPoints + 5) * file->recordBytes());
   EXPECT_TRUE(std::equal(read->begin(), read->end(), expected.begin() + at));
   EXPECT_EQ(readAll(sources, 7001), expected);
+}
+
+TEST(RecordSource, SpillThatCannotBeReadCostsAnotherDecoding) {
+  const TempDir folder;
+  const TempDir spillFolder;
+  const auto file = fourChunks(folder);
+  const Bytes expected = readAllRecords(*file);
+  const CacheBudget budget(0);
+  Sources sources(file, kChunkPoints);
+  sources.spillInto(spillFolder);
+  readAll(sources, 7001);
+  ASSERT_EQ(cutNamelessFiles(spillFolder), 1);
+  EXPECT_EQ(readAll(sources, 7001), expected);
+  EXPECT_NE(sources.shared->spill->failure(), "");
 }
 
 TEST(RecordSource, ThreadsThatAskAtOnceShareOneDecoding) {

@@ -3,18 +3,20 @@
 #include "formats/cloud/RecordSpill.hpp"
 
 #include <gmock/gmock.h>
-#include <sys/resource.h>
 
-#include <csignal>
 #include <filesystem>
 #include <vector>
 
+#include "tests/support/FileSizeLimit.hpp"
+#include "tests/support/NamelessFiles.hpp"
 #include "tests/support/TempDir.hpp"
 
 namespace Formats {
 
 namespace {
 
+using LidarLib::TestSupport::cutNamelessFiles;
+using LidarLib::TestSupport::FileSizeLimit;
 using LidarLib::TestSupport::TempDir;
 
 constexpr std::uint64_t kAll = 1000;
@@ -22,26 +24,6 @@ constexpr std::uint64_t kAll = 1000;
 std::vector<std::byte> bytesOf(unsigned char value, std::size_t count) {
   return std::vector<std::byte>(count, std::byte{value});
 }
-
-/// No file may grow beyond a size for as long as it lives.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-    ::getrlimit(RLIMIT_FSIZE, &before_);
-    const rlimit limited{bytes, before_.rlim_max};
-    ::setrlimit(RLIMIT_FSIZE, &limited);
-  }
-  ~FileSizeLimit() {
-    ::setrlimit(RLIMIT_FSIZE, &before_);
-    std::signal(SIGXFSZ, handler_);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-  rlimit before_{};
-  void (*handler_)(int);
-};
 
 }  // namespace
 
@@ -57,6 +39,19 @@ TEST(RecordSpill, GivesBackWhatWasWrittenAtItsPlace) {
   EXPECT_TRUE((*spill)->read(40, read));
   EXPECT_EQ(read, bytesOf(1, 60));
   EXPECT_EQ((*spill)->failure(), "");
+}
+
+TEST(RecordSpill, OneThatCannotBeReadIsGivenUp) {
+  const TempDir folder;
+  const auto spill = RecordSpill::make(folder.path().string(), kAll);
+  ASSERT_TRUE(spill.ok()) << spill.error();
+  EXPECT_TRUE((*spill)->write(0, bytesOf(1, 100)));
+  ASSERT_EQ(cutNamelessFiles(folder), 1);
+  std::vector<std::byte> read(60);
+  EXPECT_FALSE((*spill)->read(0, read));
+  EXPECT_THAT((*spill)->failure(), testing::HasSubstr("Input/output error"));
+  EXPECT_FALSE((*spill)->write(0, bytesOf(1, 100)));
+  EXPECT_FALSE((*spill)->read(0, read));
 }
 
 TEST(RecordSpill, FolderShowsNothingOfIt) {

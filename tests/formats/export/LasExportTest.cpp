@@ -2,7 +2,9 @@
 
 #include "formats/export/LasExport.hpp"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
+#include <omp.h>
 
 #include "tests/formats/export/ExportTestGrids.hpp"
 
@@ -55,6 +57,64 @@ TEST_F(LasExport, WritesFragmentsInTheirOrder) {
   ASSERT_TRUE(file.ok()) << file.error();
   EXPECT_THAT(fieldValues<std::uint8_t>(**file, "UserData"), ElementsAre(10, 11, 12));
   EXPECT_THAT(entriesOf(folder_), ElementsAre("a.las"));
+}
+
+/// Many chunks, of which most begin and end within fragments, and several batches.
+class LasExportOfManyChunks : public testing::Test {
+ protected:
+  LasExportOfManyChunks() {
+    for (const std::size_t count : {110000U, 70001U, 300000U, 5U, 120000U}) {
+      std::vector<Point> points(count);
+      std::vector<std::uint8_t> numbers(count);
+      for (std::size_t i = 0; i < count; ++i, ++total_) {
+        points[i] = {static_cast<double>(total_ % 1009), static_cast<double>(total_ / 1009), 0};
+        numbers[i] = static_cast<std::uint8_t>(total_ % 251);
+      }
+      addFragment(cloud_, points, numbers);
+    }
+  }
+  ~LasExportOfManyChunks() override { omp_set_num_threads(formerThreads_); }
+
+  std::vector<std::byte> bytesOfExport(const std::string& path, int threads) {
+    omp_set_num_threads(threads);
+    const auto result = exportSourceTo(path, sourceOf(cloud_));
+    EXPECT_TRUE(result.ok() && result->points == total_);
+    return readFile(path);
+  }
+
+  const TempDir folder_;
+  CloudBuilder cloud_;
+  std::size_t total_ = 0;
+
+ private:
+  const int formerThreads_ = omp_get_max_threads();
+};
+
+TEST_F(LasExportOfManyChunks, KeepsEveryPointInItsPlace) {
+  for (const char* name : {"a.las", "a.laz"}) {
+    const std::string path = folder_ / name;
+    const auto expected = bytesOfExport(path, 1);
+    const auto file = LasFile::open(path);
+    ASSERT_TRUE(file.ok()) << file.error();
+    const auto numbers = fieldValues<std::uint8_t>(**file, "UserData");
+    ASSERT_EQ(numbers.size(), total_);
+    for (std::size_t i = 0; i < total_; ++i) ASSERT_EQ(numbers[i], i % 251) << i;
+    for (const int threads : {2, 3}) EXPECT_TRUE(bytesOfExport(path, threads) == expected);
+  }
+}
+
+TEST_F(LasExportOfManyChunks, IsTheSameWithinAParallelRegion) {
+  const auto expected = bytesOfExport(folder_ / "a.laz", 1);
+  const ExportSource source = sourceOf(cloud_);
+  std::array<bool, 2> isWritten{};
+#pragma omp parallel for num_threads(2)
+  for (std::size_t i = 0; i < isWritten.size(); ++i) {
+    isWritten[i] = exportSourceTo(folder_ / fmt::format("{}.laz", i), source).ok();
+  }
+  for (std::size_t i = 0; i < isWritten.size(); ++i) {
+    ASSERT_TRUE(isWritten[i]);
+    EXPECT_TRUE(readFile(folder_ / fmt::format("{}.laz", i)) == expected);
+  }
 }
 
 TEST_F(LasExport, WritesOnlyChosenPoints) {

@@ -4,20 +4,20 @@
 // in SyntheticSurveyTest.cpp.
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <algorithm>
-#include <csignal>
 #include <filesystem>
 #include <stdexcept>
 #include <vector>
 
 #include "host/synth/SyntheticSurvey.hpp"
+#include "tests/support/FileSizeLimit.hpp"
 #include "tests/support/TempDir.hpp"
 
 namespace Synth {
 namespace {
 
+using LidarLib::TestSupport::FileSizeLimit;
 using LidarLib::TestSupport::TempDir;
 
 /// A survey of a few hundred metres.
@@ -75,26 +75,6 @@ TEST(SyntheticSurveyRun, FolderInTheWayStaysAndNothingElseIsLeft) {
   EXPECT_TRUE(std::filesystem::is_directory(path));
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()), {}), 1);
 }
-
-/// Lets files of this process grow to so many bytes only, as a full disk would.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-    EXPECT_EQ(::getrlimit(RLIMIT_FSIZE, &former_), 0);
-    const rlimit limited{bytes, former_.rlim_max};
-    EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &limited), 0);
-  }
-  ~FileSizeLimit() {
-    ::setrlimit(RLIMIT_FSIZE, &former_);
-    std::signal(SIGXFSZ, handler_);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-  rlimit former_{};
-  void (*handler_)(int);
-};
 
 TEST(SyntheticSurveyRun, FailedWriteGivesATextAndLeavesNothing) {
   const TempDir folder;

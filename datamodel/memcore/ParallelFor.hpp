@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A parallel loop whose steps may throw. An exception must not leave a parallel region, or the
+// program ends: it is kept, and raised again on the calling thread.
+
+#pragma once
+
+#include <cstddef>
+#include <exception>
+#include <mutex>
+
+namespace MemCore {
+
+/// Runs step(i) for every i below `count`, in any order and by any thread; within a parallel region
+/// by the calling one alone. Raises what one of the steps has thrown once all are done.
+template <class Step>
+void parallelFor(std::size_t count, const Step& step) {
+  std::exception_ptr failure;
+  std::mutex failureMutex;
+#pragma omp parallel for schedule(dynamic, 1) if (count > 1)
+  for (std::size_t i = 0; i < count; ++i) {
+    try {
+      step(i);
+    } catch (...) {
+      const std::lock_guard lock(failureMutex);
+      failure = std::current_exception();
+    }
+  }
+  if (failure) std::rethrow_exception(failure);
+}
+
+}  // namespace MemCore
