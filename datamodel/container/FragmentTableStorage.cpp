@@ -227,7 +227,7 @@ std::uint32_t checksumOf(const FragmentTable& table) {
 Outcome<std::uint32_t> writeFragmentTable(OutputFile& output, ObjectGroup& group,
                                           const TableToWrite& table) {
   ObjectDataset& dataset = group.datasets[kFragments];
-  const auto checksum = storeRows(output, table, dataset);
+  auto checksum = storeRows(output, table, dataset);
   if (!checksum.ok()) return checksum;
   setTexts(dataset.attributes, kFieldsAttribute, table.fieldNames);
   setNumber(dataset.attributes, kChecksumAttribute, *checksum);

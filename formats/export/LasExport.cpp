@@ -184,7 +184,7 @@ class Exporter {
     std::uint64_t bytes = next ? next->workBytes() : 0;
     for (const Piece& piece : pieces) bytes += piece.points * recordBytes_;
     const std::size_t steps = pieces.size() + (next ? next->stepCount() : 0);
-    const auto done = parallelTexts(steps, bytes, [&](std::size_t i) {
+    auto done = parallelTexts(steps, bytes, [&](std::size_t i) {
       return i < pieces.size() ? encode(pieces[i]) : next->run(i - pieces.size());
     });
     if (!done) return done;

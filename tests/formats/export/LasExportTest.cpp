@@ -67,7 +67,8 @@ class LasExportOfManyChunks : public testing::Test {
       std::vector<Point> points(count);
       std::vector<std::uint8_t> numbers(count);
       for (std::size_t i = 0; i < count; ++i, ++total_) {
-        points[i] = {static_cast<double>(total_ % 1009), static_cast<double>(total_ / 1009), 0};
+        const std::size_t row = total_ / 1009;
+        points[i] = {static_cast<double>(total_ % 1009), static_cast<double>(row), 0};
         numbers[i] = static_cast<std::uint8_t>(total_ % 251);
       }
       addFragment(cloud_, points, numbers);
