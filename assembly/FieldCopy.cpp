@@ -56,7 +56,8 @@ struct FragmentElements {
   StrongPtr<MemBase> data;
 };
 
-/// One field of the tile while it is being filled.
+/// One field of the tile while it is being filled. One class of some length: each way of copying
+/// (parts, points, samples) moves the same array, its filled end and its warnings.
 class TileField {
  public:
   TileField(const FieldCopy& copy, StrongPtr<Fiber::Representation> representation,

@@ -51,6 +51,8 @@ struct TableRow {
   }
 };
 
+/// Surveys the rows of a table and fills them. One class of some length: both passes go over the
+/// same planned rows and link names, and a column is filled beside what says that it is needed.
 class TableBuilder {
  public:
   TableBuilder(PlannedRepresentation& plan, const RepresentationEncoder& encoder,
