@@ -177,17 +177,6 @@ bool encodeOnGrid(std::span<const double> xyz, const CoordinateGrid& grid,
   return true;
 }
 
-void decodeFromGrid(std::span<const std::int32_t> column, const AxisGrid& grid, std::size_t axis,
-                    std::span<double> xyz) {
-  assert(axis < 3 && xyz.size() == 3 * column.size());
-  const double scale = grid.scale;
-  const double offset = grid.offset;
-  const std::size_t count = column.size();
-  const std::int32_t* __restrict in = column.data();
-  double* __restrict out = xyz.data() + axis;
-  for (std::size_t i = 0; i < count; ++i) out[3 * i] = fromGrid(in[i], scale, offset);
-}
-
 std::optional<CoordinateGrid> findGrid(std::span<const double> xyz,
                                        const std::optional<CoordinateGrid>& hint) {
   assert(xyz.size() % 3 == 0);

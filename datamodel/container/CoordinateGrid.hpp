@@ -17,21 +17,10 @@
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <vector>
 
-#include "datamodel/memcore/Chunk.hpp"
+#include "datamodel/fiber/GridPoints.hpp"
 
 namespace Fiber::Container {
-
-/// The grid of one axis. Units: those of the coordinates.
-struct AxisGrid {
-  double scale = 1.0;
-  double offset = 0.0;
-  bool operator==(const AxisGrid&) const = default;
-};
-
-/// One grid per axis: x, y, z.
-using CoordinateGrid = std::array<AxisGrid, 3>;
 
 /// Encodes interleaved points into one column per axis and proves every value.
 /// Shape: xyz [points][3]; each column [points]. Requires: matching sizes.
@@ -39,23 +28,11 @@ using CoordinateGrid = std::array<AxisGrid, 3>;
 [[nodiscard]] bool encodeOnGrid(std::span<const double> xyz, const CoordinateGrid& grid,
                                 const std::array<std::span<std::int32_t>, 3>& columns);
 
-/// Decodes one column into its place among interleaved points: xyz[3 * i + axis].
-/// Requires: axis < 3, xyz.size() == 3 * column.size().
-void decodeFromGrid(std::span<const std::int32_t> column, const AxisGrid& grid, std::size_t axis,
-                    std::span<double> xyz);
-
 /// A grid that holds every one of the points: the hint if it does, else one found among powers of
 /// ten with offsets that surveys use. Empty: none was found (or there are no points to judge by
 /// and no hint). Cost: one pass over the points per axis and candidate that survives a sample.
 [[nodiscard]] std::optional<CoordinateGrid> findGrid(std::span<const double> xyz,
                                                      const std::optional<CoordinateGrid>& hint);
-
-/// Points as integers on their grid, one column per axis.
-struct GridPoints {
-  CoordinateGrid grid;
-  using Column = std::vector<std::int32_t, MemCore::UninitialisedAllocator<std::int32_t>>;
-  std::array<Column, 3> columns;
-};
 
 /// The points on the hinted grid, or on one that findGrid finds; empty when there is none.
 [[nodiscard]] std::optional<GridPoints> encodeExactly(std::span<const double> xyz,

@@ -142,7 +142,7 @@ std::span<const std::byte> FieldEncoder::wholeChunk(const ChunkRange& chunk) con
     if (!covers) continue;
     const std::uint64_t first = chunk.row - piece.start;
     if (encoding_ == Encoding::kGridColumns) {
-      const auto& column = piece.points.columns[static_cast<std::size_t>(chunk.column)];
+      const auto& column = piece.points->columns[static_cast<std::size_t>(chunk.column)];
       return std::as_bytes(std::span(column).subspan(first, chunkRows_));
     }
     if (encoding_ == Encoding::kRows && piece.width == chunkColumns_ &&
@@ -173,7 +173,7 @@ void FieldEncoder::copyPiece(const FieldPiece& piece, const ChunkRange& chunk,
   copy.to = plain + (first - chunk.row) * copy.toRow;
   const std::uint64_t columns = std::min(chunkColumns_, piece.width - chunk.column);
   if (encoding_ == Encoding::kGridColumns) {
-    const auto& column = piece.points.columns[static_cast<std::size_t>(chunk.column)];
+    const auto& column = piece.points->columns[static_cast<std::size_t>(chunk.column)];
     copy.fromRow = numberBytes_;
     copy.from = reinterpret_cast<const std::byte*>(column.data() + (first - piece.start));
   } else {

@@ -145,21 +145,43 @@ void RepresentationEncoder::takeGroup(Batch& batch) {
 
 Outcome<void> RepresentationEncoder::makeRowArrays(Batch& batch, std::size_t i) {
   const PlannedRow& row = plan_.rows[batch.rows[i]];
-  auto& arrays = batch.arrays[i];
-  arrays.resize(plan_.fields.size());
+  batch.arrays[i].resize(plan_.fields.size());
+  // Positions come first: a source that makes all columns at once then makes no doubles of them.
+  if (takesGridPoints()) batch.points[i] = gridPointsOf(row.parts[*positions_]);
   for (std::size_t f = 0; f < plan_.fields.size(); ++f) {
-    if (!row.parts[f].creator) continue;
-    auto array = arrayOf(plan_.fields[f], row.parts[f]);
-    if (!array.ok()) {
-      return Failure{fmt::format("field {}, fragment {}: {}", plan_.fields[f].stored.name,
-                                 row.fragment->name(), array.error())};
-    }
-    arrays[f] = std::move(array).value();
-    if (kind_ == StorageKind::Raw) {
-      checksums_[batch.rows[i] * plan_.fields.size() + f] = crc32(bytesOf(*arrays[f]));
-    }
+    if (!row.parts[f].creator || (f == positions_ && batch.points[i])) continue;
+    if (auto made = makeArray(batch, i, f); !made.ok()) return made;
   }
   return {};
+}
+
+Outcome<void> RepresentationEncoder::makeArray(Batch& batch, std::size_t i, std::size_t field) {
+  const PlannedRow& row = plan_.rows[batch.rows[i]];
+  auto array = arrayOf(plan_.fields[field], row.parts[field]);
+  if (!array.ok()) {
+    return Failure{fmt::format("field {}, fragment {}: {}", plan_.fields[field].stored.name,
+                               row.fragment->name(), array.error())};
+  }
+  if (kind_ == StorageKind::Raw) {
+    checksums_[batch.rows[i] * plan_.fields.size() + field] = crc32(bytesOf(**array));
+  }
+  batch.arrays[i][field] = std::move(array).value();
+  return {};
+}
+
+bool RepresentationEncoder::takesGridPoints() const {
+  return positions_ && encoders_[*positions_] &&
+         encoders_[*positions_]->encoding() == Encoding::kGridColumns;
+}
+
+/// What the source has on the grid that it names; empty when doubles have to be asked for.
+GridPointsHandle RepresentationEncoder::gridPointsOf(const PlannedPart& part) const {
+  if (!part.creator || part.rows == 0) return nullptr;
+  const auto grid = namedGrid(part);
+  const GridPointsHandle points = grid ? part.creator->gridPoints(*grid) : nullptr;
+  if (!points || points->count() != part.rows) return nullptr;
+  rememberFacts(plan_.fields[*positions_].stored, *part.creator);
+  return points;
 }
 
 Outcome<void> RepresentationEncoder::makeArrays(Batch& batch) {
@@ -167,29 +189,29 @@ Outcome<void> RepresentationEncoder::makeArrays(Batch& batch) {
                        [&](std::size_t i) { return makeRowArrays(batch, i); });
 }
 
-/// What is said about a fragment, else about the field, else the grid of the first fragment: one
-/// grid for all makes the simplest file.
-std::optional<CoordinateGrid> RepresentationEncoder::hintFor(std::size_t row) const {
-  const PlannedPart& part = plan_.rows[row].parts[*positions_];
-  if (auto own = gridIn(part.creator->attributes())) return own;
-  if (auto shared = gridIn(plan_.fields[*positions_].field->properties())) return shared;
-  return firstGrid_;
+/// The grid that is named for a fragment, else for the field.
+std::optional<CoordinateGrid> RepresentationEncoder::namedGrid(const PlannedPart& positions) const {
+  if (auto own = gridIn(positions.creator->attributes())) return own;
+  return gridIn(plan_.fields[*positions_].field->properties());
 }
 
 Outcome<void> RepresentationEncoder::putOnGrid(Batch& batch) {
-  if (!positions_ || !encoders_[*positions_] ||
-      encoders_[*positions_]->encoding() != Encoding::kGridColumns) {
-    return {};
-  }
+  if (!takesGridPoints()) return {};
+  const auto partOf = [&](std::size_t i) -> const PlannedPart& {
+    return plan_.rows[batch.rows[i]].parts[*positions_];
+  };
   const auto encodeRow = [&](std::size_t i) -> Outcome<void> {
     const auto& array = batch.arrays[i][*positions_];
     if (!array || batch.points[i]) return {};
-    batch.points[i] = encodeExactly(coordinatesOf(*array), hintFor(batch.rows[i]));
+    // Without a grid of its own, that of the first fragment: one for all makes the simplest file.
+    const auto named = namedGrid(partOf(i));
+    auto points = encodeExactly(coordinatesOf(*array), named ? named : firstGrid_);
+    if (points) batch.points[i] = MemCore::makeStrong<GridPoints>(std::move(*points));
     return {};
   };
   // The first fragment with points goes ahead: the others take its grid as a hint.
   for (std::size_t i = 0; i < batch.rows.size() && !firstGrid_; ++i) {
-    if (!batch.arrays[i][*positions_] || plan_.rows[batch.rows[i]].pointCount == 0) continue;
+    if (!partOf(i).creator || partOf(i).rows == 0) continue;
     if (auto done = encodeRow(i); !done.ok()) return done;
     if (!batch.points[i]) break;
     firstGrid_ = batch.points[i]->grid;
@@ -197,23 +219,26 @@ Outcome<void> RepresentationEncoder::putOnGrid(Batch& batch) {
   auto done = parallelTexts(batch.rows.size(), batch.bytes, encodeRow);
   if (!done.ok()) return done;
   for (std::size_t i = 0; i < batch.rows.size(); ++i) {
-    if (!batch.arrays[i][*positions_] || plan_.rows[batch.rows[i]].pointCount == 0) continue;
-    if (!batch.points[i]) {
-      refuseGrid(batch);
-      return done;
-    }
+    if (!partOf(i).creator || partOf(i).rows == 0) continue;
+    if (!batch.points[i]) return refuseGrid(batch);
     grids_[batch.rows[i]] = batch.points[i]->grid;
   }
   return done;
 }
 
 /// Falls back to doubles: at once in the first batch, by beginning again after it.
-void RepresentationEncoder::refuseGrid(Batch& batch) {
+Outcome<void> RepresentationEncoder::refuseGrid(Batch& batch) {
   plan_.fields[*positions_].gridRefused = true;
   std::fill(grids_.begin(), grids_.end(), std::nullopt);
-  std::fill(batch.points.begin(), batch.points.end(), std::nullopt);
+  std::fill(batch.points.begin(), batch.points.end(), nullptr);
   mustRestart_ = batch.rows.front() != ownRows_.front();
   makeEncoder(*positions_);
+  if (mustRestart_) return {};
+  return parallelTexts(batch.rows.size(), batch.bytes, [&](std::size_t i) -> Outcome<void> {
+    const bool isMissing = plan_.rows[batch.rows[i]].parts[*positions_].creator &&
+                           !batch.arrays[i][*positions_];
+    return isMissing ? makeArray(batch, i, *positions_) : Outcome<void>();
+  });
 }
 
 void RepresentationEncoder::addPieces(Batch& batch, std::size_t i, EncodedBatch& encoded) {
@@ -221,7 +246,7 @@ void RepresentationEncoder::addPieces(Batch& batch, std::size_t i, EncodedBatch&
   for (std::size_t f = 0; f < plan_.fields.size(); ++f) {
     StrongPtr<MemBase>& array = batch.arrays[i][f];
     const PlannedPart& part = row.parts[f];
-    if (!array || part.rows == 0) continue;
+    if (!part.creator || part.rows == 0) continue;
     const std::uint64_t width =
         part.size.elementCount() / part.rows * plan_.fields[f].stored.type->componentCount();
     const Encoding encoding = encoders_[f]->encoding();
@@ -230,9 +255,9 @@ void RepresentationEncoder::addPieces(Batch& batch, std::size_t i, EncodedBatch&
           kind_ == StorageKind::Raw ? checksumOf(batch.rows[i], f) : crc32(bytesOf(*array));
       encoded.rows.push_back({f, part.start, width, std::move(array), checksum});
     } else if (encoding == Encoding::kGridColumns) {
-      encoders_[f]->add({part.start, part.rows, width, nullptr, std::move(*batch.points[i])});
+      encoders_[f]->add({part.start, part.rows, width, nullptr, std::move(batch.points[i])});
     } else {
-      encoders_[f]->add({part.start, part.rows, width, std::move(array), {}});
+      encoders_[f]->add({part.start, part.rows, width, std::move(array), nullptr});
     }
   }
 }

@@ -92,7 +92,7 @@ class RepresentationEncoder {
   struct Batch {
     std::vector<std::size_t> rows;                                 ///< places in the plan
     std::vector<std::vector<MemCore::StrongPtr<MemBase>>> arrays;  ///< [fragment][field]
-    std::vector<std::optional<GridPoints>> points;                 ///< [fragment]
+    std::vector<GridPointsHandle> points;  ///< [fragment]; in place of the array of positions
     std::vector<Group> groups;
     std::uint64_t bytes = 0;  ///< of all arrays
   };
@@ -104,15 +104,18 @@ class RepresentationEncoder {
   void takeGroup(Batch& batch);
   MemCore::Outcome<void> makeArrays(Batch& batch);
   MemCore::Outcome<void> makeRowArrays(Batch& batch, std::size_t i);
+  MemCore::Outcome<void> makeArray(Batch& batch, std::size_t i, std::size_t field);
+  bool takesGridPoints() const;
+  GridPointsHandle gridPointsOf(const PlannedPart& part) const;
   MemCore::Outcome<void> putOnGrid(Batch& batch);
-  void refuseGrid(Batch& batch);
+  MemCore::Outcome<void> refuseGrid(Batch& batch);
   void addPieces(Batch& batch, std::size_t i, EncodedBatch& encoded);
   MemCore::Outcome<void> settleFilters();
   void takeComplete(const Group& group, EncodedBatch& encoded);
   MemCore::Outcome<void> encodeChunks(const Batch& batch, EncodedBatch& encoded,
                                       const std::function<void()>& alongside);
   std::uint64_t endOf(std::size_t field, const Group& group) const;
-  std::optional<CoordinateGrid> hintFor(std::size_t row) const;
+  std::optional<CoordinateGrid> namedGrid(const PlannedPart& positions) const;
   ChunkEncoder& threadEncoder(int thread);
 
   PlannedRepresentation& plan_;

@@ -110,6 +110,14 @@ Outcome<void> readPiece(const DatasetLayout& layout, int descriptor, const RowRa
   return {};
 }
 
+Outcome<void> requireGridColumns(const DatasetLayout& layout) {
+  if (layout.isChunked && layout.chunkColumns == 1 && layout.kind == ScalarKind::Int32 &&
+      layout.columns == CoordinateGrid().size()) {
+    return {};
+  }
+  return Failure{"coordinates on a grid are not stored in columns of 32-bit integers"};
+}
+
 }  // namespace
 
 Outcome<void> requireRange(const DatasetLayout& layout, const RowRange& range) {
@@ -151,10 +159,7 @@ Outcome<void> readRows(const DatasetLayout& layout, int descriptor, const RowRan
 Outcome<void> readGridRows(const DatasetLayout& layout, int descriptor, const RowRange& range,
                            const CoordinateGrid& grid, std::span<double> xyz) {
   if (xyz.empty()) return {};
-  if (!layout.isChunked || layout.chunkColumns != 1 || layout.kind != ScalarKind::Int32 ||
-      layout.columns != grid.size()) {
-    return Failure{"coordinates on a grid are not stored in columns of 32-bit integers"};
-  }
+  if (auto suited = requireGridColumns(layout); !suited.ok()) return suited;
   ChunkWalk walk(layout, descriptor, range);
   const auto none = [](const ChunkPart&) { return std::span<std::byte>(); };
   return walk.run(none, [&](const ChunkPart& part, std::span<const std::byte> plain) {
@@ -162,6 +167,23 @@ Outcome<void> readGridRows(const DatasetLayout& layout, int descriptor, const Ro
     const auto axis = static_cast<std::size_t>(part.column);
     decodeFromGrid({integers, static_cast<std::size_t>(part.rows)}, grid[axis], axis,
                    xyz.subspan(3 * part.outputRow, 3 * part.rows));
+  });
+}
+
+Outcome<void> readGridColumns(const DatasetLayout& layout, int descriptor, const RowRange& range,
+                              const std::array<std::span<std::int32_t>, 3>& columns) {
+  if (columns[0].empty()) return {};
+  if (auto suited = requireGridColumns(layout); !suited.ok()) return suited;
+  ChunkWalk walk(layout, descriptor, range);
+  const auto placeOf = [&](const ChunkPart& part) {
+    return std::as_writable_bytes(columns[part.column].subspan(part.outputRow, part.rows));
+  };
+  const auto target = [&](const ChunkPart& part) {
+    return part.rows == layout.chunkRows ? placeOf(part) : std::span<std::byte>();
+  };
+  return walk.run(target, [&](const ChunkPart& part, std::span<const std::byte> plain) {
+    const std::span<std::byte> place = placeOf(part);
+    std::memcpy(place.data(), plain.data() + part.firstRow * sizeof(std::int32_t), place.size());
   });
 }
 

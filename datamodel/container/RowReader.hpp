@@ -5,6 +5,7 @@
 
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <span>
 
@@ -27,10 +28,15 @@ MemCore::Outcome<void> requireRange(const DatasetLayout& layout, const RowRange&
 MemCore::Outcome<void> readRows(const DatasetLayout& layout, int descriptor, const RowRange& range,
                                 std::span<std::byte> values);
 
-/// Reads coordinates stored as integers on a grid. Shape: [count][3]. Requires: as readRows, with
-/// 32-bit integers in chunks of one column.
+/// Reads coordinates stored as integers on a grid. Shape: [count][3]. Requires: as readRows.
+/// Errors: as there, and numbers that are no 32-bit integers in chunks of one column.
 MemCore::Outcome<void> readGridRows(const DatasetLayout& layout, int descriptor,
                                     const RowRange& range, const CoordinateGrid& grid,
                                     std::span<double> xyz);
+
+/// Reads the integers themselves. Shape: each column [count]. Requires and errors: as readGridRows.
+MemCore::Outcome<void> readGridColumns(const DatasetLayout& layout, int descriptor,
+                                       const RowRange& range,
+                                       const std::array<std::span<std::int32_t>, 3>& columns);
 
 }  // namespace Fiber::Container

@@ -32,6 +32,12 @@ Outcome<void> requireChecksum(std::span<const std::byte> bytes, const StoredPlac
       fmt::format("damaged, found checksum {:08x}, expected {:08x}", found, *place.checksum)};
 }
 
+/// The grid of coordinates that are stored as integers; empty when there is none.
+const CoordinateGrid* gridOf(const DatasetLayout& layout, const StoredPlace& place) {
+  if (place.grid) return place.grid.get();
+  return layout.grid.has_value() ? &*layout.grid : nullptr;
+}
+
 Outcome<void> fill(MemBase& array, const DatasetLayout& layout, int descriptor,
                    const RowRange& range, const StoredPlace& place) {
   MemCore::ChunkBase& elements = *array.elements();
@@ -42,9 +48,7 @@ Outcome<void> fill(MemBase& array, const DatasetLayout& layout, int descriptor,
     if (auto read = readRows(layout, descriptor, range, bytes); !read.ok()) return read;
     return requireChecksum(bytes, place);
   }
-  const CoordinateGrid* grid = place.grid                ? place.grid.get()
-                               : layout.grid.has_value() ? &*layout.grid
-                                                         : nullptr;
+  const CoordinateGrid* grid = gridOf(layout, place);
   if (grid == nullptr || type.scalar() != ScalarKind::Float64) {
     return Failure{"stored numbers are of another type than the field"};
   }
@@ -94,6 +98,25 @@ Outcome<StrongPtr<MemBase>> StoredCreator::create() {
   const auto filled = fill(*array, *rows->layout, rows->file->descriptor(), rows->range, place_);
   if (!filled.ok()) return within(filled.error());
   return array;
+}
+
+Outcome<GridPointsHandle> StoredCreator::createGridPoints(const CoordinateGrid& grid) {
+  const auto rows = openRows();
+  if (!rows.ok()) return rows.failure();
+  const DatasetLayout& layout = *rows->layout;
+  const CoordinateGrid* own = gridOf(layout, place_);
+  const bool isOnGrid = own != nullptr && layout.kind == ScalarKind::Int32 &&
+                        facts().type->scalar() == ScalarKind::Float64 &&
+                        rows->range.columns == grid.size();
+  if (!isOnGrid || !isSameGrid(*own, grid)) return GridPointsHandle();
+  const auto points = MemCore::makeStrong<GridPoints>();
+  points->grid = grid;
+  for (auto& column : points->columns) column.resize(rows->range.count);
+  const auto read =
+      readGridColumns(layout, rows->file->descriptor(), rows->range,
+                      {points->columns[0], points->columns[1], points->columns[2]});
+  if (!read.ok()) return within(read.error());
+  return GridPointsHandle(points);
 }
 
 }  // namespace Fiber::Container

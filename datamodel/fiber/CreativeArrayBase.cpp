@@ -51,6 +51,17 @@ StrongPtr<MemBase> CreativeArrayBase::makeData() {
   return data;
 }
 
+GridPointsHandle CreativeArrayBase::gridPoints(const CoordinateGrid& grid) {
+  try {
+    auto made = createGridPoints(grid);
+    if (made.ok()) return std::move(made).value();
+    rememberFailure(made.error());
+  } catch (const std::bad_alloc&) {
+    rememberFailure("point data: not enough memory to hold them");
+  }
+  return nullptr;
+}
+
 StrongPtr<MemBase> CreativeArrayBase::dataIfPresent() const {
   const std::lock_guard lock(stateMutex_);
   return data_.lock();

@@ -18,6 +18,7 @@
 
 #include "datamodel/eagle/BoundingBox.hpp"
 #include "datamodel/fiber/DataRange.hpp"
+#include "datamodel/fiber/GridPoints.hpp"
 #include "datamodel/fiber/MemBase.hpp"
 #include "datamodel/fiber/PointPart.hpp"
 #include "datamodel/memcore/Attributes.hpp"
@@ -49,6 +50,10 @@ class FIBER_API CreativeArrayBase : public MemCore::Intercube,
   MemCore::StrongPtr<MemBase> data();
   /// The data when they are in memory already; otherwise empty.
   MemCore::StrongPtr<MemBase> dataIfPresent() const;
+  /// Of positions: whole numbers of this very grid that stand for exactly data(), where the source
+  /// has such, for whoever has no use for the doubles; empty where data() are to be asked, also
+  /// because the numbers cannot be had (failure() then tells why). Made anew by every call.
+  GridPointsHandle gridPoints(const CoordinateGrid& grid);
   /// The text of the first failed attempt to make the data; empty when none failed. It stays even
   /// when a later attempt succeeds: whoever got the empty handle must be able to tell.
   std::string failure() const;
@@ -91,6 +96,11 @@ class FIBER_API CreativeArrayBase : public MemCore::Intercube,
   /// Makes the data, or says why it cannot. Called by one thread at a time per creator; must not
   /// throw but std::bad_alloc, which data() turns into a failure text.
   virtual MemCore::Outcome<MemCore::StrongPtr<MemBase>> create() = 0;
+  /// Makes what gridPoints() hands out, or nothing. Called by any number of threads at once; must
+  /// not throw but std::bad_alloc.
+  virtual MemCore::Outcome<GridPointsHandle> createGridPoints(const CoordinateGrid& /*grid*/) {
+    return GridPointsHandle();
+  }
   /// Called whenever present data are handed out: tells the cache. Creators whose cached unit is
   /// larger than this one array override it.
   virtual void noteUse(const MemBase& data) { data.markAsUsed(); }

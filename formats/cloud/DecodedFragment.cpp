@@ -12,7 +12,10 @@ using MemCore::StrongPtr;
 
 std::uint64_t DecodedFragment::byteCount() const {
   std::uint64_t bytes = 0;
-  for (const auto& column : columns_) bytes += column->byteCount();
+  for (const auto& column : columns_) {
+    if (column) bytes += column->byteCount();
+  }
+  if (gridPoints_) bytes += gridPoints_->count() * 3 * sizeof(std::int32_t);
   return bytes;
 }
 
@@ -42,12 +45,15 @@ void DecodedFragmentSource::noteUse() const {
 }
 
 void DecodedFragmentSource::adopt(const DecodedHandle& fragment) {
+  DecodedHandle former;
   {
     const std::lock_guard lock(stateMutex_);
-    if (fragment_.lock() == fragment) return;  // adopted already, on the way to another one
+    former = fragment_.lock();
+    if (former == fragment) return;  // adopted already, on the way to another one
     fragment->setCreator(StrongPtr<MemCore::Creature>(weak_from_this().lock()));
     fragment_ = fragment;
   }
+  if (former) Cache::MemCache()->remove(*former);
   if (cachingEnabled()) Cache::MemCache()->insert(fragment);
 }
 

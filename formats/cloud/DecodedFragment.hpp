@@ -21,17 +21,22 @@ namespace Formats {
 /// Invariant: never changes once made. Threads: reads may run at once.
 class DecodedFragment final : public MemCore::Cacheable {
  public:
-  explicit DecodedFragment(std::vector<MemCore::StrongPtr<Fiber::MemBase>> columns)
-      : columns_(std::move(columns)) {}
+  explicit DecodedFragment(std::vector<MemCore::StrongPtr<Fiber::MemBase>> columns,
+                           Fiber::GridPointsHandle gridPoints = nullptr)
+      : columns_(std::move(columns)), gridPoints_(std::move(gridPoints)) {}
 
   const MemCore::StrongPtr<Fiber::MemBase>& column(std::size_t index) const {
     return columns_[index];
   }
+  const std::vector<MemCore::StrongPtr<Fiber::MemBase>>& columns() const { return columns_; }
+  /// Positions as whole numbers, where the fragment was decoded so: their column is empty then.
+  const Fiber::GridPointsHandle& gridPoints() const { return gridPoints_; }
   /// Sum of the columns.
   std::uint64_t byteCount() const override;
 
  private:
   std::vector<MemCore::StrongPtr<Fiber::MemBase>> columns_;
+  Fiber::GridPointsHandle gridPoints_;
 };
 
 using DecodedHandle = MemCore::StrongPtr<DecodedFragment>;
@@ -52,7 +57,8 @@ class DecodedFragmentSource : public MemCore::Creature,
  protected:
   /// Decodes, or says why it cannot. Called by one thread at a time per source.
   virtual MemCore::Outcome<DecodedHandle> decode() = 0;
-  /// Takes over a fragment that was decoded on the way to another one.
+  /// Takes over a fragment that was decoded on the way to another one, or that is another form of
+  /// the present one, which it replaces.
   void adopt(const DecodedHandle& fragment);
 
  private:

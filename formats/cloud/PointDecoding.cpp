@@ -24,15 +24,19 @@ constexpr std::size_t kBlockRecords = 4 * Fiber::kBlockPoints;
 /// The columns of one fragment being filled from front to back.
 class ColumnFiller {
  public:
-  ColumnFiller(const PointColumns& columns, std::uint64_t pointCount)
-      : columns_(columns),
-        positions_(Fiber::makeArray(MemCore::Chunk<PhysicalSpace::point>::uninitialised(
-            static_cast<std::size_t>(pointCount)))) {
-    for (const PointColumns::Field& field : columns.fields) {
-      fieldColumns_.push_back(
-          makeColumn(field.conversion.to, static_cast<std::size_t>(pointCount)));
+  ColumnFiller(const PointColumns& columns, PositionForm form, std::uint64_t pointCount)
+      : columns_(columns) {
+    const auto count = static_cast<std::size_t>(pointCount);
+    if (form == PositionForm::GridPoints) {
+      gridPoints_ = MemCore::makeStrong<Fiber::GridPoints>();
+      gridPoints_->grid = gridOf(columns);
+      for (auto& column : gridPoints_->columns) column.resize(count);
+    } else {
+      positions_ = Fiber::makeArray(MemCore::Chunk<PhysicalSpace::point>::uninitialised(count));
     }
-    outputs_.resize(columns.fields.size());
+    for (const PointColumns::Field& field : columns.fields) {
+      fieldColumns_.push_back(makeColumn(field.conversion.to, count));
+    }
     converted_.resize(columns.fields.size());
   }
 
@@ -48,19 +52,26 @@ class ColumnFiller {
   DecodedHandle finish() {
     std::vector<StrongPtr<Fiber::MemBase>> all{positions_};
     all.insert(all.end(), fieldColumns_.begin(), fieldColumns_.end());
-    return MemCore::makeStrong<DecodedFragment>(std::move(all));
+    return MemCore::makeStrong<DecodedFragment>(std::move(all), gridPoints_);
   }
 
  private:
   void addBlock(std::span<const std::byte> records, std::size_t recordBytes) {
     const std::size_t count = records.size() / recordBytes;
-    const auto points = positions_->span().subspan(done_, count);
-    extractPositions(records, recordBytes, columns_.scaling, {&points.front().x, count * 3});
-    for (std::size_t i = 0; i < outputs_.size(); ++i) {
-      outputs_[i] = {columns_.fields[i].field, storedPlace(i, count)};
+    if (positions_) {
+      const auto points = positions_->span().subspan(done_, count);
+      extractPositions(records, recordBytes, columns_.scaling, {&points.front().x, count * 3});
+    }
+    outputs_.clear();
+    for (std::size_t i = 0; i < columns_.fields.size(); ++i) {
+      outputs_.push_back({columns_.fields[i].field, storedPlace(i, count)});
+    }
+    for (std::size_t axis = 0; gridPoints_ && axis < gridPoints_->columns.size(); ++axis) {
+      const auto place = std::span(gridPoints_->columns[axis]).subspan(done_, count);
+      outputs_.push_back({&PointLayout::axis(axis), std::as_writable_bytes(place)});
     }
     extractColumns(records, recordBytes, outputs_);
-    for (std::size_t i = 0; i < outputs_.size(); ++i) {
+    for (std::size_t i = 0; i < columns_.fields.size(); ++i) {
       const ValueConversion& conversion = columns_.fields[i].conversion;
       if (conversion.isIdentity()) continue;
       convertElements(conversion, outputs_[i].column, columnPlace(i, count));
@@ -85,7 +96,8 @@ class ColumnFiller {
   }
 
   const PointColumns& columns_;
-  StrongPtr<Points> positions_;
+  StrongPtr<Points> positions_;               ///< empty: as whole numbers
+  StrongPtr<Fiber::GridPoints> gridPoints_;  ///< empty: as points
   std::vector<StrongPtr<Fiber::MemBase>> fieldColumns_;
   std::vector<ColumnOutput> outputs_;
   std::vector<std::vector<std::byte>> converted_;  ///< per field: one block of stored values
@@ -171,18 +183,26 @@ void extractColumn(const PointColumns& columns, std::size_t column,
   convertElements(field.conversion, stored, out);
 }
 
+Fiber::CoordinateGrid gridOf(const PointColumns& columns) {
+  Fiber::CoordinateGrid grid;
+  for (std::size_t axis = 0; axis < grid.size(); ++axis) {
+    grid[axis] = {columns.scaling.scale[axis], columns.scaling.offset[axis]};
+  }
+  return grid;
+}
+
 Outcome<DecodedHandle> decodePoints(const PointColumns& columns, RecordView& records,
-                                    PointSurveyor* surveyor) {
+                                    PositionForm form, PointSurveyor* surveyor) {
   // The columns come after the first piece: a file that only claims to have so many points fails
   // before memory is taken for them.
   std::optional<ColumnFiller> filler;
   const auto done = forEachPiece(records, [&](std::span<const std::byte> piece) {
-    if (!filler) filler.emplace(columns, records.pointCount());
+    if (!filler) filler.emplace(columns, form, records.pointCount());
     if (surveyor != nullptr) surveyor->add(piece);
     filler->add(piece);
   });
   if (!done) return done.failure();
-  return filler ? filler->finish() : ColumnFiller(columns, 0).finish();
+  return filler ? filler->finish() : ColumnFiller(columns, form, 0).finish();
 }
 
 }  // namespace Formats

@@ -67,9 +67,15 @@ MemCore::Outcome<PointSurvey> surveyPoints(const PointColumns& columns, RecordVi
 void extractColumn(const PointColumns& columns, std::size_t column,
                    std::span<const std::byte> records, std::span<std::byte> out);
 
+/// The grid that a file has its coordinates on.
+Fiber::CoordinateGrid gridOf(const PointColumns& columns);
+
+/// What positions are wanted as.
+enum class PositionForm { Points, GridPoints };
+
 /// Makes all columns of a fragment, and shows the records to a surveyor if there is one.
 /// Errors: unreadable or damaged records, naming file and points. May throw std::bad_alloc.
 MemCore::Outcome<DecodedHandle> decodePoints(const PointColumns& columns, RecordView& records,
-                                             PointSurveyor* surveyor);
+                                             PositionForm form, PointSurveyor* surveyor);
 
 }  // namespace Formats

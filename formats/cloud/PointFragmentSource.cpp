@@ -22,6 +22,25 @@ StrongPtr<PointFragmentSource> PointFragmentSource::make(
   return made;
 }
 
+Outcome<Fiber::GridPointsHandle> PointFragmentSource::gridPoints() {
+  if (!decodedIfPresent()) form_ = PositionForm::GridPoints;
+  const Outcome<DecodedHandle> fragment = decoded();
+  if (!fragment) return fragment.failure();
+  return (*fragment)->gridPoints();
+}
+
+Outcome<StrongPtr<Fiber::MemBase>> PointFragmentSource::column(std::size_t number) {
+  const Outcome<DecodedHandle> fragment = decoded();
+  if (!fragment) return fragment.failure();
+  if (const auto& column = (*fragment)->column(number)) return column;
+  // Who asks for points will do so again: they take the place of the whole numbers.
+  std::vector<StrongPtr<Fiber::MemBase>> columns = (*fragment)->columns();
+  columns[kPositionColumn] = Fiber::pointsOf(*(*fragment)->gridPoints());
+  const auto withPoints = makeStrong<DecodedFragment>(std::move(columns));
+  adopt(withPoints);
+  return withPoints->column(number);
+}
+
 Outcome<const PointSurvey*> PointFragmentSource::survey() {
   if (const PointSurvey* known = knownSurvey()) return known;
   Outcome<RecordView> records = openRecords();
@@ -37,7 +56,9 @@ Outcome<DecodedHandle> PointFragmentSource::decode() {
   if (!records) return records.failure();
   PointSurveyor surveyor(*columns_);
   const bool isSurveyed = knownSurvey() != nullptr;
-  Outcome<DecodedHandle> made = decodePoints(*columns_, *records, isSurveyed ? nullptr : &surveyor);
+  const PositionForm form = form_.exchange(PositionForm::Points);
+  Outcome<DecodedHandle> made =
+      decodePoints(*columns_, *records, form, isSurveyed ? nullptr : &surveyor);
   if (!made) return made;
   if (!isSurveyed) keepSurvey(surveyor.finish());
   // Who asks for whole columns will do so again.
@@ -86,6 +107,16 @@ StrongPtr<Eagle::BoundingBox> PointColumnCreator::surveyBox() {
 StrongPtr<Fiber::PointPartReader> PointColumnCreator::partReader() {
   if (column_ != kPositionColumn || points_->decodedIfPresent()) return nullptr;
   return makeStrong<RecordPartReader>(points_);
+}
+
+Outcome<StrongPtr<Fiber::MemBase>> PointColumnCreator::create() {
+  return points_->column(column_);
+}
+
+Outcome<Fiber::GridPointsHandle> PointColumnCreator::createGridPoints(
+    const Fiber::CoordinateGrid& grid) {
+  const bool isOwn = column_ == kPositionColumn && isSameGrid(grid, gridOf(points_->columns()));
+  return isOwn ? points_->gridPoints() : Fiber::GridPointsHandle();
 }
 
 bool PointColumnCreator::copyPart(const Fiber::PointPart& part, std::span<std::byte> out) {

@@ -6,6 +6,7 @@
 
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <mutex>
@@ -34,6 +35,12 @@ class PointFragmentSource final : public DecodedFragmentSource {
     positions_ = creator;
   }
 
+  /// The positions as whole numbers of the file's own grid; empty when they are in memory as points.
+  /// Whatever else of the fragment is asked for right after comes out of the same decoding.
+  /// Errors: unreadable records. May throw std::bad_alloc.
+  MemCore::Outcome<Fiber::GridPointsHandle> gridPoints();
+  /// A column of the fragment. Errors: unreadable records. May throw std::bad_alloc.
+  MemCore::Outcome<MemCore::StrongPtr<Fiber::MemBase>> column(std::size_t number);
   /// Where the points lie: known, or found now; it lives as long as the source.
   /// Errors: unreadable records.
   MemCore::Outcome<const PointSurvey*> survey();
@@ -53,6 +60,7 @@ class PointFragmentSource final : public DecodedFragmentSource {
   MemCore::WeakPtr<Fiber::CreativeArrayBase> positions_;
   mutable std::mutex surveyMutex_;     ///< guards `survey_`
   std::optional<PointSurvey> survey_;  ///< Invariant: unchanged once there
+  std::atomic<PositionForm> form_ = PositionForm::Points;  ///< of the next decoding
 };
 
 /// The creator of one column of a fragment's points.
@@ -64,6 +72,11 @@ class PointColumnCreator final : public ColumnCreator {
   MemCore::StrongPtr<Eagle::BoundingBox> surveyBox() override;
   MemCore::StrongPtr<Fiber::PointPartReader> partReader() override;
   bool copyPart(const Fiber::PointPart& part, std::span<std::byte> out) override;
+
+ protected:
+  MemCore::Outcome<MemCore::StrongPtr<Fiber::MemBase>> create() override;
+  MemCore::Outcome<Fiber::GridPointsHandle> createGridPoints(
+      const Fiber::CoordinateGrid& grid) override;
 
  private:
   MemCore::StrongPtr<PointFragmentSource> points_;

@@ -26,17 +26,6 @@ bool isAsDescribed(const Fiber::MemBase& data, const ExportField& field,
          data.byteCount() == fragment.pointCount * elementBytes(field.type) * field.components;
 }
 
-Outcome<void> loadPositions(const ExportSource& source, FragmentColumns& columns) {
-  const auto data = columnOf(*source.positions, "Positions", *columns.fragment);
-  if (!data) return data.failure();
-  columns.positions = MemCore::handleCast<PositionArray>(*data);
-  if (!columns.positions) {
-    return Failure{fmt::format("field Positions: fragment {}: no points in space",
-                               columns.fragment->id->name())};
-  }
-  return {};
-}
-
 }  // namespace
 
 PointChooser everyPoint() {
@@ -54,7 +43,7 @@ std::size_t batchSize(std::span<const ExportFragment> fragments, std::uint64_t m
 
 FragmentLoad::FragmentLoad(const ExportSource& source, std::span<const ExportFragment> fragments,
                            const ColumnNeeds& needs)
-    : source_(&source), loaded_(fragments.size()) {
+    : source_(&source), grid_(needs.grid), loaded_(fragments.size()) {
   for (std::size_t i = 0; i < fragments.size(); ++i) {
     loaded_[i].fragment = &fragments[i];
     addTasks(source, needs, i);
@@ -79,8 +68,26 @@ void FragmentLoad::addTasks(const ExportSource& source, const ColumnNeeds& needs
 
 /// The large positions come first, so that no thread waits for the last of them.
 Outcome<void> FragmentLoad::run(std::size_t step) {
-  if (step < loaded_.size()) return loadPositions(*source_, loaded_[step]);
+  if (step < loaded_.size()) return loadPositions(loaded_[step]);
   return load(tasks_[step - loaded_.size()]);
+}
+
+Outcome<void> FragmentLoad::loadPositions(FragmentColumns& columns) const {
+  const ExportFragment& fragment = *columns.fragment;
+  if (grid_) {
+    const auto creator = source_->positions->getCreator(fragment.id);
+    columns.gridPoints = creator ? creator->gridPoints(*grid_) : nullptr;
+    if (columns.gridPoints && columns.gridPoints->count() == fragment.pointCount) return {};
+    columns.gridPoints = nullptr;
+  }
+  const auto data = columnOf(*source_->positions, "Positions", fragment);
+  if (!data) return data.failure();
+  columns.positions = MemCore::handleCast<PositionArray>(*data);
+  if (!columns.positions) {
+    return Failure{
+        fmt::format("field Positions: fragment {}: no points in space", fragment.id->name())};
+  }
+  return {};
 }
 
 Outcome<void> FragmentLoad::load(const Task& task) const {
@@ -122,9 +129,8 @@ Outcome<std::vector<FragmentColumns>> loadFragments(const ExportSource& source,
   return load.finish(choose);
 }
 
-ChosenElements::ChosenElements(const Fiber::MemBase& column, const FragmentColumns& fragment,
+ChosenElements::ChosenElements(std::span<const std::byte> all, const FragmentColumns& fragment,
                                std::size_t first, std::size_t count) {
-  const std::span<const std::byte> all(column.elements()->bytes(), column.elements()->byteCount());
   const std::size_t width = all.size() / fragment.fragment->pointCount;
   if (fragment.choice.takesAll) {
     bytes_ = all.subspan(first * width, count * width);

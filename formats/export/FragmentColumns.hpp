@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -34,12 +35,19 @@ using PositionArray = Fiber::MemArray<1, Eagle::PhysicalSpace::point>;
 struct FragmentColumns {
   const ExportFragment* fragment = nullptr;
   MemCore::StrongPtr<PositionArray> positions;
+  Fiber::GridPointsHandle gridPoints;  ///< in place of `positions`, see ColumnNeeds
   /// By number of the field in ExportSource; empty where the field is not needed or the fragment
   /// has none, which stands for zeros.
   std::vector<MemCore::StrongPtr<Fiber::MemBase>> fields;
   MemCore::StrongPtr<Fiber::MemBase> samples;
   MemCore::StrongPtr<Fiber::MemBase> lengths;
   PointChoice choice;
+
+  /// The positions as points, made now from whole numbers where these were loaded.
+  /// May throw std::bad_alloc.
+  MemCore::StrongPtr<PositionArray> points() const {
+    return positions ? positions : Fiber::pointsOf(*gridPoints);
+  }
 };
 
 /// Chooses points of a fragment whose columns are loaded. Threads: several fragments at once.
@@ -59,6 +67,8 @@ struct ColumnNeeds {
   std::vector<std::size_t> fields;  ///< numbers in ExportSource::fields
   bool samples = false;
   bool lengths = false;
+  /// Positions that are stored as whole numbers of this very grid are loaded as such.
+  std::optional<Fiber::CoordinateGrid> grid;
 };
 
 /// How many of the first fragments to load together: at least one, and as many more as keep within
@@ -93,9 +103,11 @@ class FragmentLoad {
   };
 
   void addTasks(const ExportSource& source, const ColumnNeeds& needs, std::size_t fragment);
+  MemCore::Outcome<void> loadPositions(FragmentColumns& columns) const;
   MemCore::Outcome<void> load(const Task& task) const;
 
   const ExportSource* source_;
+  std::optional<Fiber::CoordinateGrid> grid_;
   std::vector<FragmentColumns> loaded_;
   std::vector<Task> tasks_;
 };
@@ -109,9 +121,9 @@ MemCore::Outcome<std::vector<FragmentColumns>> loadFragments(
 /// The elements of some chosen points of a column. Shape: [count][width bytes].
 class ChosenElements {
  public:
-  /// Points `first` to `first + count` (half-open) among the chosen ones. The column must outlive
-  /// the object.
-  ChosenElements(const Fiber::MemBase& column, const FragmentColumns& fragment, std::size_t first,
+  /// Points `first` to `first + count` (half-open) among the chosen ones. The column, whose
+  /// elements are `all` (of all points of the fragment), must outlive the object.
+  ChosenElements(std::span<const std::byte> all, const FragmentColumns& fragment, std::size_t first,
                  std::size_t count);
   std::span<const std::byte> bytes() const { return bytes_; }
 

@@ -12,6 +12,7 @@
 
 #include "datamodel/container/ParallelTexts.hpp"
 #include "formats/cloud/CloudFields.hpp"
+#include "formats/export/InOrder.hpp"
 #include "formats/export/OriginalOrder.hpp"
 #include "formats/export/PacketPlan.hpp"
 #include "formats/export/RecordEncoder.hpp"
@@ -51,6 +52,7 @@ struct Piece {
   std::vector<std::byte> records;
   std::size_t carriedPoints = 0;  ///< at the front, encoded before
   std::size_t points = 0;         ///< all of them
+  bool isComplete = false;        ///< encoded as a chunk
   EncodedChunk encoded;
 };
 
@@ -101,6 +103,7 @@ class Exporter {
     LasWriterOptions options = writerOptions(job_);
     needs_.fields = encoder_.neededFields();
     needs_.fields.insert(needs_.fields.end(), job_.choosesBy.begin(), job_.choosesBy.end());
+    needs_.grid = job_.grid;
     if (auto begun = beginOrder(); !begun) return begun;
     if (options.waveforms != WaveformPlace::Nowhere) {
       if (auto planned = planPackets(options); !planned) return planned;
@@ -146,7 +149,9 @@ class Exporter {
   std::optional<FragmentLoad> nextLoad() {
     const auto rest = job_.fragments.subspan(begunFragments_);
     if (rest.empty()) return std::nullopt;
-    const std::size_t count = batchSize(rest, chunksAtOnce() * LasWriter::chunkPoints());
+    // At first no more than a chunk for each thread: nothing can be encoded until it is there.
+    const std::size_t chunks = begunFragments_ == 0 ? threadCount() : chunksAtOnce();
+    const std::size_t count = batchSize(rest, chunks * LasWriter::chunkPoints());
     begunFragments_ += count;
     return std::optional<FragmentLoad>(std::in_place, *job_.source, rest.first(count), needs_);
   }
@@ -181,16 +186,17 @@ class Exporter {
       loaded = std::move(*finished);
     }
     std::vector<Piece> pieces = cut(loaded);
+    const bool isLast = !next && begunFragments_ == job_.fragments.size();
     std::uint64_t bytes = next ? next->workBytes() : 0;
     for (const Piece& piece : pieces) bytes += piece.points * recordBytes_;
     const std::size_t steps = pieces.size() + (next ? next->stepCount() : 0);
+    InOrder appending(pieces.size());
     auto done = parallelTexts(steps, bytes, [&](std::size_t i) {
-      return i < pieces.size() ? encode(pieces[i]) : next->run(i - pieces.size());
+      if (i >= pieces.size()) return next->run(i - pieces.size());
+      if (auto encoded = encode(pieces[i], isLast); !encoded) return encoded;
+      return appending.complete(i, [&](std::size_t piece) { return append(pieces[piece]); });
     });
     if (!done) return done;
-    for (Piece& piece : pieces) {
-      if (auto appended = append(piece); !appended) return appended;
-    }
     doneFragments_ += loaded.size();
     const bool goesOn = loaded.empty() || !job_.listener || job_.listener(doneFragments_);
     return goesOn ? Outcome<void>() : Outcome<void>(Failure{kExportStopped});
@@ -219,7 +225,8 @@ class Exporter {
     return pieces;
   }
 
-  Outcome<void> encode(Piece& piece) {
+  /// What does not fill a chunk waits for more, except at the end of the file.
+  Outcome<void> encode(Piece& piece, bool isLast) {
     piece.records.resize(piece.points * recordBytes_);
     auto rest = std::span(piece.records).subspan(piece.carriedPoints * recordBytes_);
     std::vector<std::uint64_t> waveOffsets;
@@ -235,7 +242,8 @@ class Exporter {
       rest = rest.subspan(records.size());
     }
     if (ordered_) return scatter(piece);
-    if (piece.points < LasWriter::chunkPoints()) return {};
+    piece.isComplete = isLast || piece.points == LasWriter::chunkPoints();
+    if (!piece.isComplete) return {};
     auto encoded = writer_->encodeChunk(piece.records);
     if (!encoded) return encoded.failure();
     piece.encoded = std::move(*encoded);
@@ -261,11 +269,13 @@ class Exporter {
   Outcome<void> append(Piece& piece) {
     result_.points += piece.points - piece.carriedPoints;
     if (ordered_) return {};
-    if (piece.points < LasWriter::chunkPoints()) {
+    if (!piece.isComplete) {
       carried_ = std::move(piece.records);
       return {};
     }
-    return writer_->writeChunk(piece.records, piece.encoded);
+    auto written = writer_->writeChunk(piece.records, piece.encoded);
+    piece = Piece();
+    return written;
   }
 
   Outcome<void> writeCarried() {
@@ -286,16 +296,15 @@ class Exporter {
         rest = rest.subspan(chunks.back().size());
       }
       std::vector<EncodedChunk> encoded(chunks.size());
+      InOrder writing(chunks.size());
       auto done = parallelTexts(chunks.size(), chunks.size() * chunkBytes, [&](auto i) {
         auto chunk = writer_->encodeChunk(chunks[i]);
         if (!chunk) return Outcome<void>(chunk.failure());
         encoded[i] = std::move(*chunk);
-        return Outcome<void>();
+        return writing.complete(
+            i, [&](std::size_t k) { return writer_->writeChunk(chunks[k], encoded[k]); });
       });
       if (!done) return done;
-      for (std::size_t i = 0; i < chunks.size(); ++i) {
-        if (auto written = writer_->writeChunk(chunks[i], encoded[i]); !written) return written;
-      }
       if (job_.listener && !job_.listener(job_.fragments.size())) return Failure{kExportStopped};
     }
     return {};

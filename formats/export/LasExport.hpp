@@ -2,7 +2,7 @@
 //
 // LasExport: writes fragments of a grid as one LAS or LAZ file. Fragments are loaded some at a
 // time, in their order; their points are cut into chunks, which all threads encode (and compress)
-// while one appends what is done. Within a parallel region everything runs in the calling thread.
+// and append in their order. Within a parallel region everything runs in the calling thread.
 // Memory: the columns of the fragments that make some chunks per thread, at least one fragment, and
 // their records; with several threads the columns of the next ones, too. Where the points' former
 // order is to be restored, records go through a temporary file of all records in between. The file

@@ -22,12 +22,8 @@ std::optional<PointField> standardField(std::uint8_t format, const char* name) {
   return field == nullptr ? std::nullopt : std::optional(*field);
 }
 
-/// X, Y or Z.
-PointField axisField(std::size_t axis) {
-  PointField field;
-  field.type = ElementType::Int32;
-  field.byteOffset = static_cast<std::uint16_t>(axis * sizeof(std::int32_t));
-  return field;
+std::span<const std::byte> bytesOf(const Fiber::MemBase& column) {
+  return {column.elements()->bytes(), column.elements()->byteCount()};
 }
 
 }  // namespace
@@ -49,7 +45,7 @@ RecordEncoder::RecordEncoder(const ExportSource& source, const LasTarget& target
 
 struct RecordEncoder::Prepared {
   std::vector<ColumnInput> inputs;
-  std::optional<ChosenElements> chosen;
+  std::vector<ChosenElements> chosen;
   FittedColumn fitted;
   RawPositions raw;
 };
@@ -59,7 +55,8 @@ Outcome<void> RecordEncoder::encode(const FragmentColumns& fragment, std::size_t
                                     std::span<std::byte> records) const {
   const std::size_t count = records.size() / recordBytes_;
   std::vector<Prepared> columns;
-  auto positions = preparePositions(fragment, first, count);
+  auto positions = fragment.gridPoints ? prepareGridPoints(fragment, first, count)
+                                       : preparePositions(fragment, first, count);
   if (!positions) return positions.failure();
   columns.push_back(std::move(*positions));
   for (std::size_t m = 0; m < target_.mappings.size(); ++m) {
@@ -83,8 +80,7 @@ Outcome<void> RecordEncoder::encode(const FragmentColumns& fragment, std::size_t
 Outcome<RecordEncoder::Prepared> RecordEncoder::preparePositions(const FragmentColumns& fragment,
                                                                  std::size_t first,
                                                                  std::size_t count) const {
-  static const std::array kAxes{axisField(0), axisField(1), axisField(2)};
-  const ChosenElements points(*fragment.positions, fragment, first, count);
+  const ChosenElements points(bytesOf(*fragment.positions), fragment, first, count);
   const std::span<const double> xyz(reinterpret_cast<const double*>(points.bytes().data()),
                                     3 * count);
   auto raw = encodePositions(xyz, grid_, isLossy_);
@@ -92,8 +88,22 @@ Outcome<RecordEncoder::Prepared> RecordEncoder::preparePositions(const FragmentC
   Prepared prepared;
   prepared.raw = std::move(*raw);
   if (prepared.raw.isRounded) wasRounded_.store(true, std::memory_order_relaxed);
-  for (std::size_t axis = 0; axis < kAxes.size(); ++axis) {
-    prepared.inputs.push_back({&kAxes[axis], std::as_bytes(std::span(prepared.raw.columns[axis]))});
+  for (std::size_t axis = 0; axis < prepared.raw.columns.size(); ++axis) {
+    prepared.inputs.push_back(
+        {&PointLayout::axis(axis), std::as_bytes(std::span(prepared.raw.columns[axis]))});
+  }
+  return prepared;
+}
+
+/// Positions that are whole numbers of the file's grid already.
+RecordEncoder::Prepared RecordEncoder::prepareGridPoints(const FragmentColumns& fragment,
+                                                         std::size_t first, std::size_t count) {
+  Prepared prepared;
+  for (const auto& column : fragment.gridPoints->columns) {
+    prepared.chosen.emplace_back(std::as_bytes(std::span(column)), fragment, first, count);
+  }
+  for (std::size_t axis = 0; axis < prepared.chosen.size(); ++axis) {
+    prepared.inputs.push_back({&PointLayout::axis(axis), prepared.chosen[axis].bytes()});
   }
   return prepared;
 }
@@ -107,8 +117,8 @@ Outcome<RecordEncoder::Prepared> RecordEncoder::prepareField(std::size_t number,
   Prepared prepared;
   if (!column) return prepared;
   const ExportField& field = source_.fields[mapping.field];
-  prepared.chosen.emplace(*column, fragment, first, count);
-  const ColumnView view{prepared.chosen->bytes(), field.type, field.components, mapping.component,
+  prepared.chosen.emplace_back(bytesOf(*column), fragment, first, count);
+  const ColumnView view{prepared.chosen.front().bytes(), field.type, field.components, mapping.component,
                         mapping.factor};
   if (fitsAsItStands(view, mapping.target)) {
     prepared.inputs.push_back({&mapping.target, view.values});

@@ -27,6 +27,7 @@ class RecordEncoder {
   /// The fields to load.
   const std::vector<std::size_t>& neededFields() const { return needed_; }
 
+  /// Requires: positions that were loaded as whole numbers are on the encoder's grid.
   /// Fills records, which are zero, with the chosen points from `first` on; as many as there is
   /// room for. `waveOffsets`, where not empty, stand in for the points' own. Points in the margin
   /// are marked as overlap, or as withheld in formats without such a flag.
@@ -44,6 +45,8 @@ class RecordEncoder {
 
   MemCore::Outcome<Prepared> preparePositions(const FragmentColumns& fragment, std::size_t first,
                                               std::size_t count) const;
+  static Prepared prepareGridPoints(const FragmentColumns& fragment, std::size_t first,
+                                    std::size_t count);
   MemCore::Outcome<Prepared> prepareField(std::size_t mapping, const FragmentColumns& fragment,
                                           std::size_t first, std::size_t count) const;
   void markMargin(const FragmentColumns& fragment, std::size_t first,

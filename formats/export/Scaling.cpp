@@ -9,9 +9,11 @@
 #include <cstdlib>
 #include <limits>
 
+#include "datamodel/container/CoordinateGrid.hpp"
+
 namespace Formats {
 
-using Fiber::Container::AxisGrid;
+using Fiber::AxisGrid;
 using MemCore::Failure;
 using MemCore::Outcome;
 

@@ -15,14 +15,14 @@
 #include <string>
 #include <vector>
 
-#include "datamodel/container/CoordinateGrid.hpp"
+#include "datamodel/fiber/GridPoints.hpp"
 #include "datamodel/memcore/Outcome.hpp"
 #include "formats/export/ExportSource.hpp"
 #include "formats/export/LasExportOptions.hpp"
 
 namespace Formats {
 
-using CoordinateGrid = Fiber::Container::CoordinateGrid;
+using CoordinateGrid = Fiber::CoordinateGrid;
 
 /// Scale and offset for all positions of a grid: what the options say; else those that the grid was
 /// read with, when all its files share them; else ones that hold a sample of all fragments exactly:
@@ -35,7 +35,7 @@ MemCore::Outcome<CoordinateGrid> settleScaling(const ExportSource& source,
 
 /// Coordinates as integers, one column per axis.
 struct RawPositions {
-  std::array<Fiber::Container::GridPoints::Column, 3> columns;
+  std::array<Fiber::GridPoints::Column, 3> columns;
   bool isRounded = false;  ///< some integer is not exact
 };
 

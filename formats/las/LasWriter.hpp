@@ -76,7 +76,7 @@ class LasWriter {
   static constexpr std::size_t chunkPoints() { return kUsualChunkPoints; }
 
   /// Compresses (where the file is compressed) and counts whole records. Errors: a part of a
-  /// record, too long a chunk. Threads: any number of them at once.
+  /// record, too long a chunk. Threads: any number of them at once, also while chunks are written.
   MemCore::Outcome<EncodedChunk> encodeChunk(std::span<const std::byte> records) const;
 
   /// Appends what encodeChunk returned for these records, which a compressed file does not look at

@@ -219,6 +219,19 @@ bool formatHasWaveforms(std::uint8_t pointFormat) {
   return pointFormat == 4 || pointFormat == 5 || pointFormat == 9 || pointFormat == 10;
 }
 
+const PointField& PointLayout::axis(std::size_t axis) {
+  static const auto kFields = [] {
+    std::array<PointField, 3> fields;
+    for (std::size_t a = 0; a < fields.size(); ++a) {
+      fields[a].name = std::string(1, "XYZ"[a]);
+      fields[a].type = ElementType::Int32;
+      fields[a].byteOffset = static_cast<std::uint16_t>(a * sizeof(std::int32_t));
+    }
+    return fields;
+  }();
+  return kFields[axis];
+}
+
 Outcome<PointLayout> PointLayout::make(std::uint8_t pointFormat, std::uint16_t recordBytes,
                                        const std::vector<VariableRecord>& records) {
   if (pointFormat > kMaxPointFormat) {

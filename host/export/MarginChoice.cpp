@@ -19,7 +19,7 @@ PointChooser marginChooser(const TileOwnership& ownership, OverlapRule rule) {
   return [ownership, rule](const FragmentColumns& fragment) {
     PointChoice choice;
     if (!fragment.fragment->index) return choice;
-    auto owned = ownership.ownedRows(*fragment.positions, *fragment.fragment->index);
+    auto owned = ownership.ownedRows(*fragment.points(), *fragment.fragment->index);
     if (rule == OverlapRule::Drop) {
       choice.takesAll = false;
       choice.rows = std::move(owned);
