@@ -235,8 +235,8 @@ Outcome<void> RepresentationEncoder::refuseGrid(Batch& batch) {
   makeEncoder(*positions_);
   if (mustRestart_) return {};
   return parallelTexts(batch.rows.size(), batch.bytes, [&](std::size_t i) -> Outcome<void> {
-    const bool isMissing = plan_.rows[batch.rows[i]].parts[*positions_].creator &&
-                           !batch.arrays[i][*positions_];
+    const bool isMissing =
+        plan_.rows[batch.rows[i]].parts[*positions_].creator && !batch.arrays[i][*positions_];
     return isMissing ? makeArray(batch, i, *positions_) : Outcome<void>();
   });
 }

@@ -5,10 +5,13 @@
 #include <libdeflate.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <limits>
+
+#include "datamodel/container/HuffmanBlock.hpp"
 
 namespace Fiber::Container {
 namespace {
@@ -42,27 +45,44 @@ bool isFewRuns(Bytes bytes) {
   return end == bytes.size();
 }
 
-/// Bits that an ideal code takes for symbols that occur so often.
-double codeBits(std::span<const std::uint64_t> counts) {
-  double total = 0;
-  double bits = 0;
-  for (const std::uint64_t count : counts) total += static_cast<double>(count);
-  for (const std::uint64_t count : counts) {
-    const auto occurrences = static_cast<double>(count);
-    if (count > 0) bits += occurrences * std::log2(total / occurrences);
-  }
-  return bits;
+/// count * log2(count), as often as it is asked for.
+double timesItsLogarithm(std::uint64_t count) {
+  constexpr std::size_t kMostKnown = 1024;
+  static const auto kKnown = [] {
+    std::array<double, kMostKnown> known{};
+    for (std::size_t n = 1; n < kMostKnown; ++n) {
+      known[n] = static_cast<double>(n) * std::log2(static_cast<double>(n));
+    }
+    return known;
+  }();
+  if (count < kMostKnown) return kKnown[count];
+  return static_cast<double>(count) * std::log2(static_cast<double>(count));
 }
 
-/// Whether deflating would hardly save anything.
-bool isNoise(const isal_huff_histogram& histogram, std::size_t byteCount) {
-  constexpr double kNoiseBitsPerByte = 7.6;
+/// Bits that an ideal code takes for symbols that occur so often.
+double codeBits(std::span<const std::uint64_t> counts) {
+  std::uint64_t total = 0;
+  double saved = 0;
+  for (const std::uint64_t count : counts) {
+    total += count;
+    saved += timesItsLogarithm(count);
+  }
+  return timesItsLogarithm(total) - saved;
+}
+
+/// Bits that literals and matches take which were counted so.
+double deflatedBits(const isal_huff_histogram& histogram) {
   double bits = codeBits(histogram.lit_len_histogram) + codeBits(histogram.dist_histogram);
   // From the fifth code of distances on every second one has another bit beside the code.
   for (std::size_t code = 4; code < std::size(histogram.dist_histogram); ++code) {
     bits += static_cast<double>(histogram.dist_histogram[code] * (code / 2 - 1));
   }
-  return bits > kNoiseBitsPerByte * static_cast<double>(byteCount);
+  return bits;
+}
+
+/// Bits of literals alone; no code is shorter than one.
+double literalBits(const isal_huff_histogram& histogram, std::size_t byteCount) {
+  return std::max(codeBits(histogram.lit_len_histogram), static_cast<double>(byteCount));
 }
 
 }  // namespace
@@ -123,11 +143,31 @@ bool SectionDeflater::addRuns(Bytes runs, Place& place) {
 
 /// False when the bytes had better be stored; the sample need not have told.
 bool SectionDeflater::addDeflated(Bytes section, Place& place) {
+  /// What saves less than this had better be stored: making and reading codes takes some 3.5 ns a
+  /// byte, so that a disk which takes more than 40 MB/s from each core is the faster way.
+  constexpr double kNoiseBitsPerByte = 6.9;
+  /// Matches have to save a twentieth: finding them takes twice as long as literals do.
+  constexpr double kWorthMatches = 1.05;
   const Bytes sample = sampleOf(section);
   histogram_ = {};
   isal_update_histogram(readable(sample), static_cast<int>(sample.size()), &histogram_);
-  return !isNoise(histogram_, sample.size()) &&
-         isal_create_hufftables(&tables_, &histogram_) == 0 && addBlock(section, tables_, place);
+  literals_ = {};
+  countLiterals(sample, literals_);
+  const double withMatches = deflatedBits(histogram_);
+  const double without = literalBits(literals_, sample.size());
+  if (std::min(withMatches, without) > kNoiseBitsPerByte * static_cast<double>(sample.size())) {
+    return false;
+  }
+  if (without <= kWorthMatches * withMatches) return addLiterals(section, place);
+  return isal_create_hufftables(&tables_, &histogram_) == 0 && addBlock(section, tables_, place);
+}
+
+bool SectionDeflater::addLiterals(Bytes section, Place& place) {
+  if (isal_create_hufftables(&tables_, &literals_) != 0) return false;
+  const auto room = place.left.first(std::min(place.left.size(), section.size()));
+  const std::size_t written = writeLiterals(section, tables_, room);
+  place.left = place.left.subspan(written);
+  return written != 0;
 }
 
 void SectionDeflater::addStored(Bytes section, Place& place) {

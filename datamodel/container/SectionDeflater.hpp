@@ -6,7 +6,9 @@
 // for all of them suits none.
 //   - noise is stored as it stands: copying it is many times as fast, both ways;
 //   - a few runs of equal bytes share one table, which is made once;
-//   - everything else gets a table of its own, made from a sample.
+//   - everything else gets a table of its own, made from a sample, and is searched for matches
+//   where
+//     the sample has some worth finding.
 // Built with ISA-L only.
 
 #pragma once
@@ -38,12 +40,14 @@ class SectionDeflater {
 
   bool addRuns(std::span<const std::byte> runs, Place& place);
   bool addDeflated(std::span<const std::byte> section, Place& place);
+  bool addLiterals(std::span<const std::byte> section, Place& place);
   static void addStored(std::span<const std::byte> section, Place& place);
   bool addBlock(std::span<const std::byte> plain, isal_hufftables& tables, Place& place);
   std::span<const std::byte> sampleOf(std::span<const std::byte> section);
 
   isal_zstream stream_{};
   isal_huff_histogram histogram_{};
+  isal_huff_histogram literals_{};
   isal_hufftables tables_{};
   isal_hufftables runTables_{};
   bool hasRunTables_ = false;

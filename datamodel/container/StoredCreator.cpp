@@ -112,9 +112,8 @@ Outcome<GridPointsHandle> StoredCreator::createGridPoints(const CoordinateGrid& 
   const auto points = MemCore::makeStrong<GridPoints>();
   points->grid = grid;
   for (auto& column : points->columns) column.resize(rows->range.count);
-  const auto read =
-      readGridColumns(layout, rows->file->descriptor(), rows->range,
-                      {points->columns[0], points->columns[1], points->columns[2]});
+  const auto read = readGridColumns(layout, rows->file->descriptor(), rows->range,
+                                    {points->columns[0], points->columns[1], points->columns[2]});
   if (!read.ok()) return within(read.error());
   return GridPointsHandle(points);
 }

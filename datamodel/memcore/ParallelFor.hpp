@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A parallel loop whose steps may throw. An exception must not leave a parallel region, or the
+// Parallel loops whose steps may throw. An exception must not leave a parallel region, or the
 // program ends: it is kept, and raised again on the calling thread.
 
 #pragma once
@@ -18,6 +18,26 @@ void parallelFor(std::size_t count, const Step& step) {
   std::exception_ptr failure;
   std::mutex failureMutex;
 #pragma omp parallel for schedule(dynamic, 1) if (count > 1)
+  for (std::size_t i = 0; i < count; ++i) {
+    try {
+      step(i);
+    } catch (...) {
+      const std::lock_guard lock(failureMutex);
+      failure = std::current_exception();
+    }
+  }
+  if (failure) std::rethrow_exception(failure);
+}
+
+/// Runs step(i) for every i below `count` within a step of a parallel loop: threads that find no
+/// more steps of that loop take some of these, and the calling thread does the others, if need be
+/// all of them. Elsewhere the calling thread does them all. Raises what one of the steps has thrown
+/// once all are done. Requires: no step waits for what the calling thread holds.
+template <class Step>
+void shareSteps(std::size_t count, const Step& step) {
+  std::exception_ptr failure;
+  std::mutex failureMutex;
+#pragma omp taskloop grainsize(1) default(shared)
   for (std::size_t i = 0; i < count; ++i) {
     try {
       step(i);

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <string_view>
 
+#include "datamodel/memcore/ParallelFor.hpp"
+
 namespace Formats {
 
 using MemCore::Failure;
@@ -26,6 +28,27 @@ Failure unreadable(const LasFile& file, const PointRange& piece, std::string_vie
   if (cause.starts_with("points ")) return Failure{fmt::format("{}: {}", file.path(), cause)};
   return Failure{fmt::format("{}: points {} to {}: {}", file.path(), piece.firstPoint,
                              piece.firstPoint + piece.pointCount - 1, cause)};
+}
+
+/// Reads one piece after the other: those of a stream must come in their order.
+template <class Read>
+Outcome<void> eachInTurn(std::span<const PointRange> pieces, const Read& read) {
+  for (const PointRange& piece : pieces) {
+    if (auto done = read(piece); !done) return done;
+  }
+  return {};
+}
+
+/// Reads pieces together with threads that have nothing else to do. Errors: of the first piece that
+/// fails, by its place.
+template <class Read>
+Outcome<void> eachShared(std::span<const PointRange> pieces, const Read& read) {
+  std::vector<Outcome<void>> outcomes(pieces.size());
+  MemCore::shareSteps(pieces.size(), [&](std::size_t i) { outcomes[i] = read(pieces[i]); });
+  for (auto& outcome : outcomes) {
+    if (!outcome) return outcome;
+  }
+  return {};
 }
 
 /// Bytes of so many records.
@@ -74,11 +97,15 @@ Outcome<RecordsHandle> decodeRecords(const LasFile& file, const PointRange& rang
   if (pieces.size() == 1) return MemCore::makeStrong<FragmentRecords>(first);
   const auto all = ByteChunk::uninitialised(bytesOf(file, range.pointCount));
   std::copy(first->begin(), first->end(), all->begin());
-  for (const PointRange& piece : std::span(pieces).subspan(1)) {
+  const auto readPiece = [&](const PointRange& piece) {
     const auto place = all->span().subspan(bytesOf(file, piece.firstPoint - range.firstPoint),
                                            bytesOf(file, piece.pointCount));
-    if (const auto read = readRange(file, piece, place); !read) return read.failure();
-  }
+    return readRange(file, piece, place);
+  };
+  const auto rest = std::span(pieces).subspan(1);
+  const auto done = file.storage() == PointStorage::Sequential ? eachInTurn(rest, readPiece)
+                                                               : eachShared(rest, readPiece);
+  if (!done) return done.failure();
   return MemCore::makeStrong<FragmentRecords>(all);
 }
 

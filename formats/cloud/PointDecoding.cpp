@@ -3,8 +3,10 @@
 #include "formats/cloud/PointDecoding.hpp"
 
 #include <algorithm>
-#include <optional>
+#include <limits>
 #include <span>
+
+#include "datamodel/memcore/ParallelFor.hpp"
 
 namespace Formats {
 
@@ -21,7 +23,8 @@ using ByteChunk = MemCore::Chunk<std::byte>;
 /// Records per block: positions, records and columns of a block stay in the second-level cache.
 constexpr std::size_t kBlockRecords = 4 * Fiber::kBlockPoints;
 
-/// The columns of one fragment being filled from front to back.
+/// The columns of one fragment being filled, piece by piece in any order. Threads: several pieces
+/// at once.
 class ColumnFiller {
  public:
   ColumnFiller(const PointColumns& columns, PositionForm form, std::uint64_t pointCount)
@@ -37,15 +40,16 @@ class ColumnFiller {
     for (const PointColumns::Field& field : columns.fields) {
       fieldColumns_.push_back(makeColumn(field.conversion.to, count));
     }
-    converted_.resize(columns.fields.size());
   }
 
-  /// Appends whole records.
-  void add(std::span<const std::byte> records) {
+  /// Puts whole records in, as the points from `first` on.
+  void put(std::uint64_t first, std::span<const std::byte> records) const {
     const std::size_t recordBytes = columns_.file->recordBytes();
-    const std::size_t blockBytes = kBlockRecords * recordBytes;
-    for (std::size_t at = 0; at < records.size(); at += blockBytes) {
-      addBlock(records.subspan(at, std::min(blockBytes, records.size() - at)), recordBytes);
+    Scratch scratch(columns_.fields.size());
+    for (auto at = static_cast<std::size_t>(first); !records.empty(); at += kBlockRecords) {
+      const auto block = records.first(std::min(kBlockRecords * recordBytes, records.size()));
+      putBlock(at, block, scratch);
+      records = records.subspan(block.size());
     }
   }
 
@@ -56,66 +60,70 @@ class ColumnFiller {
   }
 
  private:
-  void addBlock(std::span<const std::byte> records, std::size_t recordBytes) {
+  /// What a piece needs while it is put in.
+  struct Scratch {
+    explicit Scratch(std::size_t fields) : stored(fields) {}
+    std::vector<ColumnOutput> outputs;
+    std::vector<std::vector<std::byte>> stored;  ///< per field: one block of values to convert
+  };
+
+  void putBlock(std::size_t first, std::span<const std::byte> records, Scratch& scratch) const {
+    const std::size_t recordBytes = columns_.file->recordBytes();
     const std::size_t count = records.size() / recordBytes;
     if (positions_) {
-      const auto points = positions_->span().subspan(done_, count);
+      const auto points = positions_->span().subspan(first, count);
       extractPositions(records, recordBytes, columns_.scaling, {&points.front().x, count * 3});
     }
-    outputs_.clear();
+    scratch.outputs.clear();
     for (std::size_t i = 0; i < columns_.fields.size(); ++i) {
-      outputs_.push_back({columns_.fields[i].field, storedPlace(i, count)});
+      const ValueConversion& conversion = columns_.fields[i].conversion;
+      const auto place = conversion.isIdentity()
+                             ? columnPlace(i, first, count)
+                             : storedPlace(scratch.stored[i], conversion, count);
+      scratch.outputs.push_back({columns_.fields[i].field, place});
     }
     for (std::size_t axis = 0; gridPoints_ && axis < gridPoints_->columns.size(); ++axis) {
-      const auto place = std::span(gridPoints_->columns[axis]).subspan(done_, count);
-      outputs_.push_back({&PointLayout::axis(axis), std::as_writable_bytes(place)});
+      const auto place = std::span(gridPoints_->columns[axis]).subspan(first, count);
+      scratch.outputs.push_back({&PointLayout::axis(axis), std::as_writable_bytes(place)});
     }
-    extractColumns(records, recordBytes, outputs_);
+    extractColumns(records, recordBytes, scratch.outputs);
     for (std::size_t i = 0; i < columns_.fields.size(); ++i) {
       const ValueConversion& conversion = columns_.fields[i].conversion;
       if (conversion.isIdentity()) continue;
-      convertElements(conversion, outputs_[i].column, columnPlace(i, count));
+      convertElements(conversion, scratch.outputs[i].column, columnPlace(i, first, count));
     }
-    done_ += count;
   }
 
-  /// Where the next values of a column go.
-  std::span<std::byte> columnPlace(std::size_t i, std::size_t count) {
+  std::span<std::byte> columnPlace(std::size_t i, std::size_t first, std::size_t count) const {
     const auto& elements = fieldColumns_[i]->elements();
     const std::size_t width = elements->elementSize();
-    return {elements->bytes() + done_ * width, count * width};
+    return {elements->bytes() + first * width, count * width};
   }
 
-  /// Where the stored values are put: the column itself, or a block to convert from.
-  std::span<std::byte> storedPlace(std::size_t i, std::size_t count) {
-    const ValueConversion& conversion = columns_.fields[i].conversion;
-    if (conversion.isIdentity()) return columnPlace(i, count);
+  /// A block to convert from.
+  static std::span<std::byte> storedPlace(std::vector<std::byte>& stored,
+                                          const ValueConversion& conversion, std::size_t count) {
     const std::size_t width = elementBytes(conversion.from);
-    converted_[i].resize(kBlockRecords * width);
-    return std::span(converted_[i]).first(count * width);
+    stored.resize(kBlockRecords * width);
+    return std::span(stored).first(count * width);
   }
 
   const PointColumns& columns_;
-  StrongPtr<Points> positions_;               ///< empty: as whole numbers
+  StrongPtr<Points> positions_;              ///< empty: as whole numbers
   StrongPtr<Fiber::GridPoints> gridPoints_;  ///< empty: as points
   std::vector<StrongPtr<Fiber::MemBase>> fieldColumns_;
-  std::vector<ColumnOutput> outputs_;
-  std::vector<std::vector<std::byte>> converted_;  ///< per field: one block of stored values
-  std::size_t done_ = 0;
 };
 
-/// Calls `use` with all records, piece by piece.
-template <class Use>
-Outcome<void> forEachPiece(RecordView& records, const Use& use) {
-  for (const PointRange& range : records.pieces()) {
-    const auto piece = records.read(range.firstPoint, range.pointCount);
-    if (!piece) return piece.failure();
-    use(*piece);
-  }
-  return {};
-}
-
 }  // namespace
+
+PointSurveyor::PointSurveyor(const PointColumns& columns, std::uint64_t firstPoint)
+    : columns_(columns), openPoints_(static_cast<std::size_t>(firstPoint % Fiber::kBlockPoints)) {
+  beginsWithinBlock_ = openPoints_ != 0;
+  if (!beginsWithinBlock_) return;
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  survey_.blocks.push_back(
+      {{kInfinity, kInfinity, kInfinity}, {-kInfinity, -kInfinity, -kInfinity}});
+}
 
 void PointSurveyor::add(std::span<const std::byte> records) {
   const std::size_t recordBytes = columns_.file->recordBytes();
@@ -126,6 +134,17 @@ void PointSurveyor::add(std::span<const std::byte> records) {
     openPoints_ = (openPoints_ + part.size() / recordBytes) % Fiber::kBlockPoints;
     records = records.subspan(part.size());
   }
+}
+
+void PointSurveyor::append(const PointSurveyor& next) {
+  auto blocks = std::span(next.survey_.blocks);
+  if (next.beginsWithinBlock_) {
+    addToBlock({{blocks[0].min.x, blocks[0].min.y, blocks[0].min.z},
+                {blocks[0].max.x, blocks[0].max.y, blocks[0].max.z}});
+    blocks = blocks.subspan(1);
+  }
+  survey_.blocks.insert(survey_.blocks.end(), blocks.begin(), blocks.end());
+  openPoints_ = next.openPoints_;
 }
 
 /// Adds points of one block: of a new one, unless the last one still waits for points.
@@ -156,9 +175,11 @@ PointSurvey PointSurveyor::finish() {
 
 Outcome<PointSurvey> surveyPoints(const PointColumns& columns, RecordView& records) {
   PointSurveyor surveyor(columns);
-  const auto done =
-      forEachPiece(records, [&](std::span<const std::byte> piece) { surveyor.add(piece); });
-  if (!done) return done.failure();
+  for (const PointRange& range : records.pieces()) {
+    const auto piece = records.read(range.firstPoint, range.pointCount);
+    if (!piece) return piece.failure();
+    surveyor.add(*piece);
+  }
   return surveyor.finish();
 }
 
@@ -193,16 +214,35 @@ Fiber::CoordinateGrid gridOf(const PointColumns& columns) {
 
 Outcome<DecodedHandle> decodePoints(const PointColumns& columns, RecordView& records,
                                     PositionForm form, PointSurveyor* surveyor) {
+  const std::vector<PointRange> pieces = records.pieces();
+  if (pieces.empty()) return ColumnFiller(columns, form, 0).finish();
   // The columns come after the first piece: a file that only claims to have so many points fails
   // before memory is taken for them.
-  std::optional<ColumnFiller> filler;
-  const auto done = forEachPiece(records, [&](std::span<const std::byte> piece) {
-    if (!filler) filler.emplace(columns, form, records.pointCount());
-    if (surveyor != nullptr) surveyor->add(piece);
-    filler->add(piece);
+  const auto front = records.read(0, pieces.front().pointCount);
+  if (!front) return front.failure();
+  ColumnFiller filler(columns, form, records.pointCount());
+  std::vector<PointSurveyor> surveyors;
+  for (const PointRange& piece : pieces) surveyors.emplace_back(columns, piece.firstPoint);
+  const auto take = [&](std::size_t i, std::span<const std::byte> piece) {
+    filler.put(pieces[i].firstPoint, piece);
+    if (surveyor != nullptr) surveyors[i].add(piece);
+  };
+  take(0, *front);
+  std::vector<Outcome<void>> outcomes(pieces.size());
+  MemCore::shareSteps(pieces.size() - 1, [&](std::size_t step) {
+    const std::size_t i = step + 1;
+    RecordView own = records.another();
+    const auto piece = own.read(pieces[i].firstPoint, pieces[i].pointCount);
+    if (piece) take(i, *piece);
+    if (!piece) outcomes[i] = piece.failure();
   });
-  if (!done) return done.failure();
-  return filler ? filler->finish() : ColumnFiller(columns, form, 0).finish();
+  for (const Outcome<void>& outcome : outcomes) {
+    if (!outcome) return outcome.failure();
+  }
+  for (std::size_t i = 0; surveyor != nullptr && i < surveyors.size(); ++i) {
+    surveyor->append(surveyors[i]);
+  }
+  return filler.finish();
 }
 
 }  // namespace Formats

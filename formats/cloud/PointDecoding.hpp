@@ -46,10 +46,13 @@ struct PointSurvey {
 /// Finds the boxes of points that come in pieces.
 class PointSurveyor {
  public:
-  explicit PointSurveyor(const PointColumns& columns) : columns_(columns) {}
+  /// `firstPoint`: where in the fragment the points begin.
+  explicit PointSurveyor(const PointColumns& columns, std::uint64_t firstPoint = 0);
 
   /// Adds whole records.
   void add(std::span<const std::byte> records);
+  /// Adds what another one found of the points that follow. Requires: it began there.
+  void append(const PointSurveyor& next);
   PointSurvey finish();
 
  private:
@@ -57,7 +60,8 @@ class PointSurveyor {
 
   const PointColumns& columns_;
   PointSurvey survey_;
-  std::size_t openPoints_ = 0;  ///< In the last block, as long as it is not full.
+  bool beginsWithinBlock_ = false;  ///< The first block has points before ours.
+  std::size_t openPoints_ = 0;      ///< In the last block, as long as it is not full.
 };
 
 /// Reads a fragment's records for their survey alone. Errors: those of the records.
@@ -73,7 +77,8 @@ Fiber::CoordinateGrid gridOf(const PointColumns& columns);
 /// What positions are wanted as.
 enum class PositionForm { Points, GridPoints };
 
-/// Makes all columns of a fragment, and shows the records to a surveyor if there is one.
+/// Makes all columns of a fragment, and shows the records to a surveyor if there is one. Threads
+/// that have nothing else to do may help.
 /// Errors: unreadable or damaged records, naming file and points. May throw std::bad_alloc.
 MemCore::Outcome<DecodedHandle> decodePoints(const PointColumns& columns, RecordView& records,
                                              PositionForm form, PointSurveyor* surveyor);

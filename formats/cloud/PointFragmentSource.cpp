@@ -109,9 +109,7 @@ StrongPtr<Fiber::PointPartReader> PointColumnCreator::partReader() {
   return makeStrong<RecordPartReader>(points_);
 }
 
-Outcome<StrongPtr<Fiber::MemBase>> PointColumnCreator::create() {
-  return points_->column(column_);
-}
+Outcome<StrongPtr<Fiber::MemBase>> PointColumnCreator::create() { return points_->column(column_); }
 
 Outcome<Fiber::GridPointsHandle> PointColumnCreator::createGridPoints(
     const Fiber::CoordinateGrid& grid) {

@@ -35,8 +35,8 @@ class PointFragmentSource final : public DecodedFragmentSource {
     positions_ = creator;
   }
 
-  /// The positions as whole numbers of the file's own grid; empty when they are in memory as points.
-  /// Whatever else of the fragment is asked for right after comes out of the same decoding.
+  /// The positions as whole numbers of the file's own grid; empty when they are in memory as
+  /// points. Whatever else of the fragment is asked for right after comes out of the same decoding.
   /// Errors: unreadable records. May throw std::bad_alloc.
   MemCore::Outcome<Fiber::GridPointsHandle> gridPoints();
   /// A column of the fragment. Errors: unreadable records. May throw std::bad_alloc.
@@ -58,8 +58,8 @@ class PointFragmentSource final : public DecodedFragmentSource {
   std::shared_ptr<const PointColumns> columns_;
   std::shared_ptr<RecordSource> records_;
   MemCore::WeakPtr<Fiber::CreativeArrayBase> positions_;
-  mutable std::mutex surveyMutex_;     ///< guards `survey_`
-  std::optional<PointSurvey> survey_;  ///< Invariant: unchanged once there
+  mutable std::mutex surveyMutex_;                         ///< guards `survey_`
+  std::optional<PointSurvey> survey_;                      ///< Invariant: unchanged once there
   std::atomic<PositionForm> form_ = PositionForm::Points;  ///< of the next decoding
 };
 

@@ -52,6 +52,11 @@ class RecordView {
   RecordView(std::shared_ptr<RecordSource> source, RecordsHandle inMemory)
       : source_(std::move(source)), inMemory_(std::move(inMemory)) {}
 
+  /// A view of the same records for another user.
+  RecordView another() const {
+    return inMemory_ ? RecordView(source_, inMemory_) : RecordView(source_, way_);
+  }
+
   std::uint64_t pointCount() const;
   std::size_t recordBytes() const;
   bool isInMemory() const { return bool(inMemory_); }

@@ -68,7 +68,7 @@ struct ColumnNeeds {
   bool samples = false;
   bool lengths = false;
   /// Positions that are stored as whole numbers of this very grid are loaded as such.
-  std::optional<Fiber::CoordinateGrid> grid;
+  std::optional<Fiber::CoordinateGrid> grid = std::nullopt;
 };
 
 /// How many of the first fragments to load together: at least one, and as many more as keep within

@@ -19,8 +19,8 @@ class InOrder {
   explicit InOrder(std::size_t count) : isComplete_(count) {}
 
   /// Notes that a step is complete, and calls `follow(k)` for every step k that is and that none
-  /// before it holds up, each once and one at a time. Errors: those of `follow`, which is not called
-  /// any more then. Requires: each step completes once. Threads: any.
+  /// before it holds up, each once and one at a time. Errors: those of `follow`, which is not
+  /// called any more then. Requires: each step completes once. Threads: any.
   template <class Follow>
   MemCore::Outcome<void> complete(std::size_t step, const Follow& follow) {
     const std::lock_guard lock(mutex_);

@@ -46,10 +46,13 @@ struct Stretch {
   std::size_t count = 0;
 };
 
+/// Records that are all about to be set.
+using RecordBytes = std::vector<std::byte, MemCore::UninitialisedAllocator<std::byte>>;
+
 /// The records of one chunk.
 struct Piece {
   std::vector<Stretch> stretches;
-  std::vector<std::byte> records;
+  RecordBytes records;
   std::size_t carriedPoints = 0;  ///< at the front, encoded before
   std::size_t points = 0;         ///< all of them
   bool isComplete = false;        ///< encoded as a chunk
@@ -323,7 +326,7 @@ class Exporter {
   std::unique_ptr<LasWriter> writer_;
   std::unique_ptr<PacketPlan> packets_;
   std::optional<Ordered> ordered_;
-  std::vector<std::byte> carried_;  ///< records of the last, unfinished chunk
+  RecordBytes carried_;  ///< records of the last, unfinished chunk
   PointFileResult result_;
   std::size_t begunFragments_ = 0;  ///< at the front of the job's, loaded or being loaded
   std::size_t doneFragments_ = 0;   ///< of those, encoded

@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>
 
+#include <cstring>
+
 #include "formats/cloud/CloudFields.hpp"
 #include "formats/export/ColumnFit.hpp"
 #include "formats/las/RecordColumns.hpp"
@@ -20,6 +22,12 @@ std::optional<PointField> standardField(std::uint8_t format, const char* name) {
   if (!layout) return std::nullopt;
   const PointField* field = layout->find(name);
   return field == nullptr ? std::nullopt : std::optional(*field);
+}
+
+/// Whether all bytes are zero. Columns that nobody uses are common, and seen to be so in no time.
+bool isZero(std::span<const std::byte> bytes) {
+  return bytes.empty() || (bytes.front() == std::byte{0} &&
+                           std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0);
 }
 
 std::span<const std::byte> bytesOf(const Fiber::MemBase& column) {
@@ -72,7 +80,7 @@ Outcome<void> RecordEncoder::encode(const FragmentColumns& fragment, std::size_t
   if (!waveOffsets.empty() && waveOffset_) {
     inputs.push_back({&*waveOffset_, std::as_bytes(waveOffsets)});
   }
-  insertColumns(records, recordBytes_, inputs);
+  fillRecords(records, recordBytes_, inputs);
   markMargin(fragment, first, records);
   return {};
 }
@@ -118,8 +126,10 @@ Outcome<RecordEncoder::Prepared> RecordEncoder::prepareField(std::size_t number,
   if (!column) return prepared;
   const ExportField& field = source_.fields[mapping.field];
   prepared.chosen.emplace_back(bytesOf(*column), fragment, first, count);
-  const ColumnView view{prepared.chosen.front().bytes(), field.type, field.components, mapping.component,
-                        mapping.factor};
+  const ColumnView view{prepared.chosen.front().bytes(), field.type, field.components,
+                        mapping.component, mapping.factor};
+  // Records are zero where nothing is put in.
+  if (isZero(view.values)) return prepared;
   if (fitsAsItStands(view, mapping.target)) {
     prepared.inputs.push_back({&mapping.target, view.values});
     return prepared;

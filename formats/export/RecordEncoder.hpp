@@ -28,7 +28,7 @@ class RecordEncoder {
   const std::vector<std::size_t>& neededFields() const { return needed_; }
 
   /// Requires: positions that were loaded as whole numbers are on the encoder's grid.
-  /// Fills records, which are zero, with the chosen points from `first` on; as many as there is
+  /// Sets records to the chosen points from `first` on; as many as there is
   /// room for. `waveOffsets`, where not empty, stand in for the points' own. Points in the margin
   /// are marked as overlap, or as withheld in formats without such a flag.
   /// Errors: a value that its field cannot hold (unless lossy), naming field, fragment and value.

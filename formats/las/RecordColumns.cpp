@@ -112,6 +112,29 @@ void forEachBlock(std::size_t records, Body body) {
   }
 }
 
+/// Puts the elements from `first` on of all columns into a block of records.
+void insertBlock(std::span<std::byte> block, std::size_t recordBytes, std::size_t first,
+                 std::span<const ColumnInput> inputs) {
+  const std::size_t count = block.size() / recordBytes;
+  SharedByte shared;
+  for (const ColumnInput& input : inputs) {
+    const PointField& field = *input.field;
+    const std::size_t width = widthOf(field);
+    assert(input.column.size() >= (first + count) * width);
+    // Before another field is written: it may lie over the same byte.
+    if (field.bitCount == 0 || !shared.isOf(field)) shared.store(block, recordBytes);
+    if (field.bitCount != 0) {
+      shared.load(field.byteOffset, block, recordBytes);
+      shared.insert(field, input.column.subspan(first, count));
+    } else {
+      copyStrided({block.data() + field.byteOffset, recordBytes,
+                   input.column.data() + first * width, width},
+                  width, count);
+    }
+  }
+  shared.store(block, recordBytes);
+}
+
 }  // namespace
 
 void extractColumns(std::span<const std::byte> records, std::size_t recordBytes,
@@ -138,24 +161,17 @@ void extractColumns(std::span<const std::byte> records, std::size_t recordBytes,
 void insertColumns(std::span<std::byte> records, std::size_t recordBytes,
                    std::span<const ColumnInput> inputs) {
   forEachBlock(records.size() / recordBytes, [&](std::size_t first, std::size_t count) {
+    insertBlock(records.subspan(first * recordBytes, count * recordBytes), recordBytes, first,
+                inputs);
+  });
+}
+
+void fillRecords(std::span<std::byte> records, std::size_t recordBytes,
+                 std::span<const ColumnInput> inputs) {
+  forEachBlock(records.size() / recordBytes, [&](std::size_t first, std::size_t count) {
     const auto block = records.subspan(first * recordBytes, count * recordBytes);
-    SharedByte shared;
-    for (const ColumnInput& input : inputs) {
-      const PointField& field = *input.field;
-      const std::size_t width = widthOf(field);
-      assert(input.column.size() >= (first + count) * width);
-      // Before another field is written: it may lie over the same byte.
-      if (field.bitCount == 0 || !shared.isOf(field)) shared.store(block, recordBytes);
-      if (field.bitCount != 0) {
-        shared.load(field.byteOffset, block, recordBytes);
-        shared.insert(field, input.column.subspan(first, count));
-      } else {
-        copyStrided({block.data() + field.byteOffset, recordBytes,
-                     input.column.data() + first * width, width},
-                    width, count);
-      }
-    }
-    shared.store(block, recordBytes);
+    std::fill(block.begin(), block.end(), std::byte{0});
+    insertBlock(block, recordBytes, first, inputs);
   });
 }
 

@@ -38,6 +38,11 @@ void extractColumns(std::span<const std::byte> records, std::size_t recordBytes,
 void insertColumns(std::span<std::byte> records, std::size_t recordBytes,
                    std::span<const ColumnInput> inputs);
 
+/// Sets records to columns, and all bytes and bits of no column to zero. Requires: as
+/// extractColumns.
+void fillRecords(std::span<std::byte> records, std::size_t recordBytes,
+                 std::span<const ColumnInput> inputs);
+
 /// How raw coordinates become positions, per axis: raw * scale + offset.
 struct CoordinateScaling {
   std::array<double, 3> scale{1, 1, 1};
