@@ -56,8 +56,15 @@ Measure running(const Scene& scene, std::vector<std::string> arguments, int thre
   return [&scene, arguments] { return measureProgram(scene.program, arguments, scene.out); };
 }
 
+/// Empties what an earlier run has written: freeing its pages would be counted with the next one.
+void emptyFile(const std::string& path) {
+  std::error_code none;
+  fs::resize_file(path, 0, none);
+}
+
 Measure importing(const Scene& scene, int threads) {
   return [&scene, run = running(scene, {"import", scene.laz, "-o", scene.bundle}, threads)] {
+    emptyFile(scene.bundle);
     auto measured = run();
     if (!measured.ok()) return measured;
     const auto points = pointsOfBundle(scene.bundle);
@@ -69,6 +76,7 @@ Measure importing(const Scene& scene, int threads) {
 
 Measure exporting(const Scene& scene, const std::string& path, int threads) {
   return [path, run = running(scene, {"export", scene.bundle, "-o", path}, threads)] {
+    emptyFile(path);
     auto measured = run();
     if (!measured.ok()) return measured;
     const auto points = pointsOf(path);

@@ -32,18 +32,23 @@ PointTotals totalsOf(std::span<const std::byte> records, std::uint8_t pointForma
                      std::size_t recordBytes) {
   PointTotals totals;
   totals.pointCount = records.size() / recordBytes;
-  // Place 0 takes what has no return number.
-  std::array<std::uint64_t, 16> byNumber{};
+  // Place 0 takes what has no return number. Two counters for each: most points have the same, and
+  // neighbours need not wait for each other.
+  constexpr std::size_t kNumbers = 16;
+  std::array<std::array<std::uint64_t, kNumbers>, 2> byNumber{};
   RawBox box;
   const unsigned mask = pointFormat >= kFirstNewFormat ? kNewReturnMask : kOldReturnMask;
+  std::size_t point = 0;
   for (std::size_t at = 0; at < records.size(); at += recordBytes) {
     const std::byte* record = records.data() + at;
     box.add(record);
-    ++byNumber[static_cast<unsigned>(record[kReturnByte]) & mask];
+    ++byNumber[point++ % byNumber.size()][static_cast<unsigned>(record[kReturnByte]) & mask];
   }
   totals.minimum = box.minimum();
   totals.maximum = box.maximum();
-  std::copy(byNumber.begin() + 1, byNumber.end(), totals.byReturn.begin());
+  for (std::size_t number = 1; number < kNumbers; ++number) {
+    totals.byReturn[number - 1] = byNumber[0][number] + byNumber[1][number];
+  }
   return totals;
 }
 
