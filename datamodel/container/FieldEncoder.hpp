@@ -31,7 +31,7 @@ struct FieldPiece {
   std::uint64_t rows = 0;
   std::uint64_t width = 0;           ///< numbers per row
   MemCore::StrongPtr<MemBase> data;  ///< empty for points on a grid
-  GridPointsHandle points;           ///< on a grid
+  GridPointsHandle points;           ///< empty unless on a grid
 };
 
 /// Rows and columns of a chunk, and which one it is.

@@ -34,7 +34,7 @@ class BitWriter {
   std::size_t room() const { return out_.size() - at_; }
   std::size_t written() const { return at_; }
 
-  /// Requires: at most 7 bits wait, `length` is at most 57, and there is room for kOverhang bytes.
+  /// Requires: `length` is at most 56, and there is room for kOverhang bytes.
   void put(std::uint64_t bits, unsigned length) {
     waiting_ |= bits << count_;
     count_ += length;
@@ -89,8 +89,8 @@ void putEnd(const Code& endOfBlock, BitWriter& writer) {
 
 std::size_t writeLiterals(Bytes plain, const isal_hufftables& tables, std::span<std::byte> out) {
   constexpr std::size_t kTogether = 3;  // codes of up to 15 bits each
-  constexpr std::size_t kBlock = 256 * kTogether;
-  constexpr std::size_t kMostBlockBytes = 2 * kBlock;
+  constexpr std::size_t kBlock = 64 * kTogether;
+  constexpr std::size_t kMostBytesOfCode = 2;
   constexpr std::size_t kMostEndBytes = 16 + BitWriter::kOverhang;
   if (out.size() < tables.deflate_hdr_count + kMostEndBytes) return 0;
   const auto codes = literalCodes(tables);
@@ -100,8 +100,8 @@ std::size_t writeLiterals(Bytes plain, const isal_hufftables& tables, std::span<
   BitWriter writer(out);
   putHeader(tables, writer);
   while (!plain.empty()) {
-    if (writer.room() < kMostBlockBytes + kMostEndBytes) return 0;
     const Bytes block = plain.first(std::min(kBlock, plain.size()));
+    if (writer.room() < kMostBytesOfCode * block.size() + kMostEndBytes) return 0;
     const std::size_t inThrees = block.size() / kTogether * kTogether;
     for (std::size_t i = 0; i < inThrees; i += kTogether) {
       const Code& a = codeOf(block[i]);

@@ -13,12 +13,13 @@
 
 namespace Fiber::Container {
 
-/// Writes a block of literals that ends at a whole byte, and that others may follow. Returns its
-/// length; 0 when `out` has no room for it. Requires: tables with codes for all that `plain` holds.
+/// Writes a block of literals that ends at a whole byte, and that others must follow. Returns its
+/// length; 0 when `out` may not have room for it, of which some is written then. Requires: tables
+/// with codes for all that `plain` holds.
 std::size_t writeLiterals(std::span<const std::byte> plain, const isal_hufftables& tables,
                           std::span<std::byte> out);
 
-/// Adds the bytes to a histogram as literals.
+/// Adds the bytes to a histogram as literals, and one end of block.
 void countLiterals(std::span<const std::byte> plain, isal_huff_histogram& histogram);
 
 }  // namespace Fiber::Container

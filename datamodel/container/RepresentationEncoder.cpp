@@ -12,7 +12,6 @@
 
 namespace Fiber::Container {
 
-using MemCore::Attributes;
 using MemCore::Failure;
 using MemCore::Outcome;
 using MemCore::StrongPtr;
@@ -40,20 +39,6 @@ std::uint64_t bytesOfRow(const PlannedRepresentation& plan, const PlannedRow& ro
     bytes += row.parts[f].size.elementCount() * plan.fields[f].stored.type->elementBytes();
   }
   return bytes;
-}
-
-/// A coordinate grid named in a table of properties, as scale and offset.
-std::optional<CoordinateGrid> gridIn(const Attributes& table) {
-  const auto scale = MemCore::chunkCast<double>(table.getAttribute("GridScale"));
-  const auto offset = MemCore::chunkCast<double>(table.getAttribute("GridOffset"));
-  CoordinateGrid grid;
-  if (!scale || !offset || scale->size() != grid.size() || offset->size() != grid.size()) {
-    return std::nullopt;
-  }
-  for (std::size_t axis = 0; axis < grid.size(); ++axis) {
-    grid[axis] = {(*scale)[axis], (*offset)[axis]};
-  }
-  return grid;
 }
 
 /// Makes the creator remember box and range while its data are at hand.
@@ -174,7 +159,8 @@ bool RepresentationEncoder::takesGridPoints() const {
          encoders_[*positions_]->encoding() == Encoding::kGridColumns;
 }
 
-/// What the source has on the grid that it names; empty when doubles have to be asked for.
+/// What the source has on the grid that it names; empty when doubles have to be asked for. Where
+/// several numbers stand for one double, the source's own are kept.
 GridPointsHandle RepresentationEncoder::gridPointsOf(const PlannedPart& part) const {
   if (!part.creator || part.rows == 0) return nullptr;
   const auto grid = namedGrid(part);

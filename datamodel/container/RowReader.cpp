@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "datamodel/container/FileDescriptor.hpp"
@@ -34,7 +35,7 @@ class ChunkWalk {
 
   /// Calls `place(part, plain bytes of the chunk)` for every chunk that the range touches.
   /// A chunk that is wanted whole and lies in the output as in the file may be decoded in place:
-  /// `target(part)` gives its bytes there, or none.
+  /// `target(part)` gives its bytes there, or none. The walk may read those bytes again later on.
   template <class Target, class Place>
   Outcome<void> run(Target target, Place place) {
     const std::uint64_t end = range_.start + range_.count;
@@ -56,6 +57,13 @@ class ChunkWalk {
   }
 
  private:
+  /// The chunk before. Where all points have the same value, the next one is the same.
+  struct Before {
+    std::vector<std::byte> stored;
+    std::uint32_t skippedFilters = 0;
+    std::span<const std::byte> plain;  ///< unchanged since; empty at first
+  };
+
   ChunkPart partOf(std::uint64_t row, std::uint64_t column) const {
     const std::uint64_t first = std::max(row, range_.start);
     const std::uint64_t last = std::min(row + layout_.chunkRows, range_.start + range_.count);
@@ -72,18 +80,31 @@ class ChunkWalk {
     const std::uint64_t number =
         row / layout_.chunkRows * layout_.chunksPerRow() + column / layout_.chunkColumns;
     const ChunkPlace& place = layout_.chunks[static_cast<std::size_t>(number)];
+    std::swap(stored_, before_.stored);
     stored_.resize(place.storedBytes);
     if (auto got = readAt(descriptor_, place.address, stored_, "chunk"); !got.ok()) return got;
-    auto decoded = decoder_.decode({stored_, place.skippedFilters}, scalarBytes(layout_.kind),
-                                   layout_.filter, plain);
-    if (decoded.ok()) return decoded;
-    return Failure{fmt::format("{} (row {}, column {})", decoded.error(), row, column)};
+    const bool isSame = stored_ == before_.stored &&
+                        place.skippedFilters == before_.skippedFilters &&
+                        plain.size() == before_.plain.size();
+    if (isSame) {
+      std::memmove(plain.data(), before_.plain.data(), plain.size());
+    } else {
+      auto decoded = decoder_.decode({stored_, place.skippedFilters}, scalarBytes(layout_.kind),
+                                     layout_.filter, plain);
+      if (!decoded.ok()) {
+        return Failure{fmt::format("{} (row {}, column {})", decoded.error(), row, column)};
+      }
+    }
+    before_.skippedFilters = place.skippedFilters;
+    before_.plain = plain;
+    return {};
   }
 
   const DatasetLayout& layout_;
   int descriptor_;
   RowRange range_;
   ChunkDecoder decoder_;
+  Before before_;
   std::vector<std::byte> stored_;
   std::vector<std::byte> plain_;
 };

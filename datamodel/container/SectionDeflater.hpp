@@ -6,9 +6,8 @@
 // for all of them suits none.
 //   - noise is stored as it stands: copying it is many times as fast, both ways;
 //   - a few runs of equal bytes share one table, which is made once;
-//   - everything else gets a table of its own, made from a sample, and is searched for matches
-//   where
-//     the sample has some worth finding.
+//   - everything else gets a table of its own, made from a sample; it is searched for matches only
+//     if the sample has some that are worth it.
 // Built with ISA-L only.
 
 #pragma once

@@ -100,22 +100,22 @@ Outcome<StrongPtr<MemBase>> StoredCreator::create() {
   return array;
 }
 
-Outcome<GridPointsHandle> StoredCreator::createGridPoints(const CoordinateGrid& grid) {
+GridPointsHandle StoredCreator::createGridPoints(const CoordinateGrid& grid) {
   const auto rows = openRows();
-  if (!rows.ok()) return rows.failure();
+  if (!rows.ok()) return nullptr;
   const DatasetLayout& layout = *rows->layout;
   const CoordinateGrid* own = gridOf(layout, place_);
   const bool isOnGrid = own != nullptr && layout.kind == ScalarKind::Int32 &&
                         facts().type->scalar() == ScalarKind::Float64 &&
                         rows->range.columns == grid.size();
-  if (!isOnGrid || !isSameGrid(*own, grid)) return GridPointsHandle();
+  if (!isOnGrid || !isSameGrid(*own, grid)) return nullptr;
   const auto points = MemCore::makeStrong<GridPoints>();
   points->grid = grid;
   for (auto& column : points->columns) column.resize(rows->range.count);
   const auto read = readGridColumns(layout, rows->file->descriptor(), rows->range,
                                     {points->columns[0], points->columns[1], points->columns[2]});
-  if (!read.ok()) return within(read.error());
-  return GridPointsHandle(points);
+  if (!read.ok()) return nullptr;
+  return points;
 }
 
 }  // namespace Fiber::Container

@@ -46,7 +46,7 @@ class StoredCreator final : public CreativeArrayBase {
 
  protected:
   MemCore::Outcome<MemCore::StrongPtr<MemBase>> create() override;
-  MemCore::Outcome<GridPointsHandle> createGridPoints(const CoordinateGrid& grid) override;
+  GridPointsHandle createGridPoints(const CoordinateGrid& grid) override;
 
  private:
   struct OpenRows;

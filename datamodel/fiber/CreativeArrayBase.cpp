@@ -52,14 +52,12 @@ StrongPtr<MemBase> CreativeArrayBase::makeData() {
 }
 
 GridPointsHandle CreativeArrayBase::gridPoints(const CoordinateGrid& grid) {
+  if (dataIfPresent()) return nullptr;
   try {
-    auto made = createGridPoints(grid);
-    if (made.ok()) return std::move(made).value();
-    rememberFailure(made.error());
+    return createGridPoints(grid);
   } catch (const std::bad_alloc&) {
-    rememberFailure("point data: not enough memory to hold them");
+    return nullptr;
   }
-  return nullptr;
 }
 
 StrongPtr<MemBase> CreativeArrayBase::dataIfPresent() const {

@@ -50,9 +50,10 @@ class FIBER_API CreativeArrayBase : public MemCore::Intercube,
   MemCore::StrongPtr<MemBase> data();
   /// The data when they are in memory already; otherwise empty.
   MemCore::StrongPtr<MemBase> dataIfPresent() const;
-  /// Of positions: whole numbers of this very grid that stand for exactly data(), where the source
-  /// has such, for whoever has no use for the doubles; empty where data() are to be asked, also
-  /// because the numbers cannot be had (failure() then tells why). Made anew by every call.
+  /// Of positions: whole numbers of this very grid that stand for exactly what data() would be, for
+  /// whoever has no use for doubles. Empty where data() is to be asked instead: the source has no
+  /// such numbers, the data are in memory already (and may have been changed), or the numbers
+  /// cannot be had, of which data() tells the cause. May be made anew by every call.
   GridPointsHandle gridPoints(const CoordinateGrid& grid);
   /// The text of the first failed attempt to make the data; empty when none failed. It stays even
   /// when a later attempt succeeds: whoever got the empty handle must be able to tell.
@@ -98,9 +99,7 @@ class FIBER_API CreativeArrayBase : public MemCore::Intercube,
   virtual MemCore::Outcome<MemCore::StrongPtr<MemBase>> create() = 0;
   /// Makes what gridPoints() hands out, or nothing. Called by any number of threads at once; must
   /// not throw but std::bad_alloc.
-  virtual MemCore::Outcome<GridPointsHandle> createGridPoints(const CoordinateGrid& /*grid*/) {
-    return GridPointsHandle();
-  }
+  virtual GridPointsHandle createGridPoints(const CoordinateGrid& /*grid*/) { return nullptr; }
   /// Called whenever present data are handed out: tells the cache. Creators whose cached unit is
   /// larger than this one array override it.
   virtual void noteUse(const MemBase& data) { data.markAsUsed(); }

@@ -9,6 +9,19 @@ namespace Fiber {
 
 using Eagle::PhysicalSpace;
 
+std::optional<CoordinateGrid> gridIn(const MemCore::Attributes& table) {
+  const auto scale = MemCore::chunkCast<double>(table.getAttribute("GridScale"));
+  const auto offset = MemCore::chunkCast<double>(table.getAttribute("GridOffset"));
+  CoordinateGrid grid;
+  if (!scale || !offset || scale->size() != grid.size() || offset->size() != grid.size()) {
+    return std::nullopt;
+  }
+  for (std::size_t axis = 0; axis < grid.size(); ++axis) {
+    grid[axis] = {(*scale)[axis], (*offset)[axis]};
+  }
+  return grid;
+}
+
 void decodeFromGrid(std::span<const std::int32_t> column, const AxisGrid& grid, std::size_t axis,
                     std::span<double> xyz) {
   assert(axis < 3 && xyz.size() == 3 * column.size());

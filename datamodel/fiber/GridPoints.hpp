@@ -10,11 +10,13 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <vector>
 
 #include "datamodel/eagle/PhysicalSpace.hpp"
 #include "datamodel/fiber/MemBase.hpp"
+#include "datamodel/memcore/Attributes.hpp"
 #include "datamodel/memcore/Chunk.hpp"
 #include "datamodel/memcore/StrongPtr.hpp"
 
@@ -43,6 +45,10 @@ inline bool isSameGrid(const CoordinateGrid& a, const CoordinateGrid& b) {
   }
   return true;
 }
+
+/// The grid that a table of properties names as "GridScale" and "GridOffset", 3 doubles each; empty
+/// when it names none.
+FIBER_API std::optional<CoordinateGrid> gridIn(const MemCore::Attributes& table);
 
 /// Points as integers on their grid, one column per axis. Invariant: columns of the same length.
 struct GridPoints {

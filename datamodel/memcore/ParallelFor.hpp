@@ -32,13 +32,16 @@ void parallelFor(std::size_t count, const Step& step) {
 /// Runs step(i) for every i below `count` within a step of a parallel loop: threads that find no
 /// more steps of that loop take some of these, and the calling thread does the others, if need be
 /// all of them. Elsewhere the calling thread does them all. Raises what one of the steps has thrown
-/// once all are done. Requires: no step waits for what the calling thread holds.
+/// once all are done. Requires: no step takes a lock that the calling thread holds; it is held on
+/// while other threads do the steps.
 template <class Step>
 void shareSteps(std::size_t count, const Step& step) {
   std::exception_ptr failure;
   std::mutex failureMutex;
-#pragma omp taskloop grainsize(1) default(shared)
+  // Tasks of their own rather than a loop of tasks: of many steps libgomp would share none then.
+#pragma omp taskgroup
   for (std::size_t i = 0; i < count; ++i) {
+#pragma omp task default(shared) firstprivate(i)
     try {
       step(i);
     } catch (...) {

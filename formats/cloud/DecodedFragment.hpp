@@ -25,11 +25,13 @@ class DecodedFragment final : public MemCore::Cacheable {
                            Fiber::GridPointsHandle gridPoints = nullptr)
       : columns_(std::move(columns)), gridPoints_(std::move(gridPoints)) {}
 
+  /// Empty for positions that are there as whole numbers.
   const MemCore::StrongPtr<Fiber::MemBase>& column(std::size_t index) const {
     return columns_[index];
   }
+  /// All of them, for another form of the fragment.
   const std::vector<MemCore::StrongPtr<Fiber::MemBase>>& columns() const { return columns_; }
-  /// Positions as whole numbers, where the fragment was decoded so: their column is empty then.
+  /// Positions as whole numbers; empty: they were decoded as points, or the fragment has none.
   const Fiber::GridPointsHandle& gridPoints() const { return gridPoints_; }
   /// Sum of the columns.
   std::uint64_t byteCount() const override;

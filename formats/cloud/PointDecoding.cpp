@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <optional>
 #include <span>
 
 #include "datamodel/memcore/ParallelFor.hpp"
@@ -221,11 +222,10 @@ Outcome<DecodedHandle> decodePoints(const PointColumns& columns, RecordView& rec
   const auto front = records.read(0, pieces.front().pointCount);
   if (!front) return front.failure();
   ColumnFiller filler(columns, form, records.pointCount());
-  std::vector<PointSurveyor> surveyors;
-  for (const PointRange& piece : pieces) surveyors.emplace_back(columns, piece.firstPoint);
+  std::vector<std::optional<PointSurveyor>> surveyors(pieces.size());
   const auto take = [&](std::size_t i, std::span<const std::byte> piece) {
     filler.put(pieces[i].firstPoint, piece);
-    if (surveyor != nullptr) surveyors[i].add(piece);
+    if (surveyor != nullptr) surveyors[i].emplace(columns, pieces[i].firstPoint).add(piece);
   };
   take(0, *front);
   std::vector<Outcome<void>> outcomes(pieces.size());
@@ -239,8 +239,8 @@ Outcome<DecodedHandle> decodePoints(const PointColumns& columns, RecordView& rec
   for (const Outcome<void>& outcome : outcomes) {
     if (!outcome) return outcome.failure();
   }
-  for (std::size_t i = 0; surveyor != nullptr && i < surveyors.size(); ++i) {
-    surveyor->append(surveyors[i]);
+  for (const auto& found : surveyors) {
+    if (found) surveyor->append(*found);
   }
   return filler.finish();
 }

@@ -52,11 +52,11 @@ Outcome<const PointSurvey*> PointFragmentSource::survey() {
 }
 
 Outcome<DecodedHandle> PointFragmentSource::decode() {
+  const PositionForm form = form_.exchange(PositionForm::Points);
   Outcome<RecordView> records = records_->open(Keep::No);
   if (!records) return records.failure();
   PointSurveyor surveyor(*columns_);
   const bool isSurveyed = knownSurvey() != nullptr;
-  const PositionForm form = form_.exchange(PositionForm::Points);
   Outcome<DecodedHandle> made =
       decodePoints(*columns_, *records, form, isSurveyed ? nullptr : &surveyor);
   if (!made) return made;
@@ -111,10 +111,11 @@ StrongPtr<Fiber::PointPartReader> PointColumnCreator::partReader() {
 
 Outcome<StrongPtr<Fiber::MemBase>> PointColumnCreator::create() { return points_->column(column_); }
 
-Outcome<Fiber::GridPointsHandle> PointColumnCreator::createGridPoints(
-    const Fiber::CoordinateGrid& grid) {
+Fiber::GridPointsHandle PointColumnCreator::createGridPoints(const Fiber::CoordinateGrid& grid) {
   const bool isOwn = column_ == kPositionColumn && isSameGrid(grid, gridOf(points_->columns()));
-  return isOwn ? points_->gridPoints() : Fiber::GridPointsHandle();
+  if (!isOwn) return nullptr;
+  const auto made = points_->gridPoints();
+  return made ? *made : nullptr;
 }
 
 bool PointColumnCreator::copyPart(const Fiber::PointPart& part, std::span<std::byte> out) {

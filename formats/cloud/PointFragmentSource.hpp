@@ -39,7 +39,9 @@ class PointFragmentSource final : public DecodedFragmentSource {
   /// points. Whatever else of the fragment is asked for right after comes out of the same decoding.
   /// Errors: unreadable records. May throw std::bad_alloc.
   MemCore::Outcome<Fiber::GridPointsHandle> gridPoints();
-  /// A column of the fragment. Errors: unreadable records. May throw std::bad_alloc.
+  /// A column of the fragment by its place, see PointDecoding.hpp. Positions that are in memory as
+  /// whole numbers become points, for later callers, too. Errors: unreadable records. May throw
+  /// std::bad_alloc.
   MemCore::Outcome<MemCore::StrongPtr<Fiber::MemBase>> column(std::size_t number);
   /// Where the points lie: known, or found now; it lives as long as the source.
   /// Errors: unreadable records.
@@ -75,8 +77,7 @@ class PointColumnCreator final : public ColumnCreator {
 
  protected:
   MemCore::Outcome<MemCore::StrongPtr<Fiber::MemBase>> create() override;
-  MemCore::Outcome<Fiber::GridPointsHandle> createGridPoints(
-      const Fiber::CoordinateGrid& grid) override;
+  Fiber::GridPointsHandle createGridPoints(const Fiber::CoordinateGrid& grid) override;
 
  private:
   MemCore::StrongPtr<PointFragmentSource> points_;

@@ -34,8 +34,8 @@ using PositionArray = Fiber::MemArray<1, Eagle::PhysicalSpace::point>;
 /// Invariant: all columns hold a value for each of the fragment's points.
 struct FragmentColumns {
   const ExportFragment* fragment = nullptr;
-  MemCore::StrongPtr<PositionArray> positions;
-  Fiber::GridPointsHandle gridPoints;  ///< in place of `positions`, see ColumnNeeds
+  MemCore::StrongPtr<PositionArray> positions;  ///< empty: as whole numbers, see ColumnNeeds
+  Fiber::GridPointsHandle gridPoints;           ///< empty: as points
   /// By number of the field in ExportSource; empty where the field is not needed or the fragment
   /// has none, which stands for zeros.
   std::vector<MemCore::StrongPtr<Fiber::MemBase>> fields;
@@ -43,8 +43,8 @@ struct FragmentColumns {
   MemCore::StrongPtr<Fiber::MemBase> lengths;
   PointChoice choice;
 
-  /// The positions as points, made now from whole numbers where these were loaded.
-  /// May throw std::bad_alloc.
+  /// The positions as points; made by every call where they are there as whole numbers.
+  /// Requires: they were loaded. May throw std::bad_alloc.
   MemCore::StrongPtr<PositionArray> points() const {
     return positions ? positions : Fiber::pointsOf(*gridPoints);
   }

@@ -14,21 +14,23 @@
 
 namespace Formats {
 
+/// See above. Threads: any.
 class InOrder {
  public:
   explicit InOrder(std::size_t count) : isComplete_(count) {}
 
   /// Notes that a step is complete, and calls `follow(k)` for every step k that is and that none
   /// before it holds up, each once and one at a time. Errors: those of `follow`, which is not
-  /// called any more then. Requires: each step completes once. Threads: any.
+  /// called any more then; nor after it has thrown. Requires: each step completes once.
   template <class Follow>
   MemCore::Outcome<void> complete(std::size_t step, const Follow& follow) {
     const std::lock_guard lock(mutex_);
     isComplete_[step] = true;
     while (!hasFailed_ && next_ < isComplete_.size() && isComplete_[next_]) {
+      hasFailed_ = true;  // should it throw
       auto done = follow(next_++);
-      hasFailed_ = !done.ok();
-      if (hasFailed_) return done;
+      if (!done.ok()) return done;
+      hasFailed_ = false;
     }
     return {};
   }

@@ -27,11 +27,11 @@ class RecordEncoder {
   /// The fields to load.
   const std::vector<std::size_t>& neededFields() const { return needed_; }
 
-  /// Requires: positions that were loaded as whole numbers are on the encoder's grid.
-  /// Sets records to the chosen points from `first` on; as many as there is
-  /// room for. `waveOffsets`, where not empty, stand in for the points' own. Points in the margin
-  /// are marked as overlap, or as withheld in formats without such a flag.
-  /// Errors: a value that its field cannot hold (unless lossy), naming field, fragment and value.
+  /// Sets records to the chosen points from `first` on; as many as there is room for.
+  /// `waveOffsets`, where not empty, stand in for the points' own. Points in the margin are marked
+  /// as overlap, or as withheld in formats without such a flag. Requires: positions that were
+  /// loaded as whole numbers are those of the encoder's grid. Errors: a value that its field cannot
+  /// hold (unless lossy), naming field, fragment and value.
   MemCore::Outcome<void> encode(const FragmentColumns& fragment, std::size_t first,
                                 std::span<const std::uint64_t> waveOffsets,
                                 std::span<std::byte> records) const;

@@ -33,12 +33,7 @@ CoordinateGrid gridOf(const std::array<double, 3>& scale, const std::array<doubl
 
 /// What the reader of the grid left as a hint.
 std::optional<CoordinateGrid> hintOf(const ExportSource& source) {
-  const auto& properties = source.positions->properties();
-  const auto scale = MemCore::chunkCast<double>(properties.getAttribute("GridScale"));
-  const auto offset = MemCore::chunkCast<double>(properties.getAttribute("GridOffset"));
-  if (!scale || !offset || scale->size() != 3 || offset->size() != 3) return std::nullopt;
-  return gridOf({(*scale)[0], (*scale)[1], (*scale)[2]},
-                {(*offset)[0], (*offset)[1], (*offset)[2]});
+  return Fiber::gridIn(source.positions->properties());
 }
 
 bool filesAgree(const ExportSource& source) {

@@ -59,7 +59,7 @@ class PointLayout {
   std::uint8_t pointFormat() const { return pointFormat_; }
   std::uint16_t recordBytes() const { return recordBytes_; }
 
-  /// X, Y or Z (0, 1, 2) alone, as a raw Int32 field.
+  /// X, Y or Z alone, as a raw Int32 field. Requires: axis is 0, 1 or 2.
   static const PointField& axis(std::size_t axis);
   /// X, Y, Z as one Int32 field "Position" of three components, raw (not scaled).
   const PointField& position() const { return position_; }

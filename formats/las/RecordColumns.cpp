@@ -31,7 +31,6 @@ unsigned maskOf(const PointField& field) { return (1U << field.bitCount) - 1U; }
 template <std::size_t Width>
 void copyFixed(std::byte* to, std::size_t toStep, const std::byte* from, std::size_t fromStep,
                std::size_t count) {
-#pragma GCC unroll 8
   for (std::size_t at = 0; at < count; ++at) {
     std::memcpy(to + at * toStep, from + at * fromStep, Width);
   }

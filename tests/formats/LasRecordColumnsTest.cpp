@@ -89,6 +89,23 @@ TEST_P(RecordColumnsOfFormat, InsertUndoesExtract) {
   EXPECT_TRUE(rebuilt == records);
 }
 
+TEST_P(RecordColumnsOfFormat, FillSetsAllElseToZero) {
+  constexpr std::size_t kCount = 1500;
+  AllColumns all(static_cast<std::uint8_t>(GetParam()), kCount);
+  const std::size_t recordBytes = all.layout.recordBytes();
+  const std::vector<std::byte> records = randomBytes(kCount * recordBytes, testSeed());
+  extractColumns(records, recordBytes, all.outputs());
+  for (const std::size_t left : {std::size_t{0}, all.fields.size() / 2, all.fields.size()}) {
+    const auto inputs = all.inputs();
+    const auto some = std::span(inputs).first(left);
+    std::vector<std::byte> expected(records.size());
+    insertColumns(expected, recordBytes, some);
+    std::vector<std::byte> filled = records;
+    fillRecords(filled, recordBytes, some);
+    EXPECT_TRUE(filled == expected) << left;
+  }
+}
+
 TEST(RecordColumns, InsertLeavesOtherBitsAlone) {
   const auto layout = PointLayout::make(6, 30, {});
   std::vector<std::byte> record(30, std::byte{0xFF});

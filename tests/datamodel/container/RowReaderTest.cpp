@@ -127,6 +127,11 @@ TEST(RowReader, CoordinatesNeedColumnsOfIntegers) {
   EXPECT_FALSE(readGridRows(dataset.layout, dataset.opened.descriptor.get(), {0, 3, 3},
                             CoordinateGrid{}, xyz)
                    .ok());
+  std::array<std::vector<std::int32_t>, 3> columns;
+  for (auto& column : columns) column.resize(3);
+  EXPECT_FALSE(readGridColumns(dataset.layout, dataset.opened.descriptor.get(), {0, 3, 3},
+                               {columns[0], columns[1], columns[2]})
+                   .ok());
 }
 
 }  // namespace

@@ -91,6 +91,51 @@ TEST(ZlibStream, OrdinaryZlibReadsSectionsOfAllKinds) {
   }
 }
 
+/// Half of the bytes are of one kind, a quarter of the next, and so on; none tells the next one.
+Bytes skewedBytes(std::size_t size, unsigned kinds, std::uint64_t seed) {
+  std::mt19937_64 random(seed);
+  Bytes bytes(size);
+  for (std::byte& b : bytes) {
+    unsigned kind = 0;
+    while (kind + 1 < kinds && random() % 2 == 0) ++kind;
+    b = static_cast<std::byte>(kind * 37);
+  }
+  return bytes;
+}
+
+// Codes for each byte alone are taken then, which come close to what the frequencies allow.
+TEST(ZlibStream, BytesThatDoNotRepeatEachOtherTakeWhatTheirFrequenciesSay) {
+  constexpr std::size_t kSection = 62500;
+  constexpr double kBitsPerByte = 2.0;  // one half takes one bit, a quarter two, ...
+  ZlibCompressor compressor;
+  for (const std::size_t length : {std::size_t{4096}, kSection, kSection + 1, kSection + 2}) {
+    const Bytes plain = skewedBytes(4 * length, 20, length);
+    const auto stream = compressor.compress(plain, length);
+    ASSERT_TRUE(stream.ok()) << stream.error();
+    EXPECT_TRUE(ordinaryZlibReads(*stream, plain)) << length;
+    // Codes take some room themselves.
+    const double codes = 4 * 200.0;
+    EXPECT_LT(static_cast<double>(stream->size()),
+              1.03 * kBitsPerByte / 8 * static_cast<double>(plain.size()) + codes);
+  }
+}
+
+/// Few kinds of bytes wherever a sample is likely to look, all kinds elsewhere: codes made from the
+/// sample are long for those, up to 15 bits.
+TEST(ZlibStream, BytesThatASampleHasNotSeenCostNoMoreThanThemselves) {
+  constexpr std::size_t kSection = 65536;
+  Bytes plain = sampleBytes(4 * kSection, 256, 11);
+  const Bytes likely = skewedBytes(2048, 20, 12);
+  for (std::size_t at = 0; at < plain.size(); at += 16384) {
+    std::copy(likely.begin(), likely.end(), plain.begin() + static_cast<std::ptrdiff_t>(at));
+  }
+  ZlibCompressor compressor;
+  const auto stream = compressor.compress(plain, kSection);
+  ASSERT_TRUE(stream.ok()) << stream.error();
+  EXPECT_LT(stream->size(), plain.size() + plain.size() / 1000);
+  EXPECT_TRUE(ordinaryZlibReads(*stream, plain));
+}
+
 TEST(ZlibStream, NoiseBesideAConstantCostsNoMoreThanTheNoise) {
   constexpr std::size_t kSection = 65536;
   Bytes plain = sampleBytes(kSection, 256, 1);

@@ -4,6 +4,8 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+
 #include "tests/formats/cloud/CloudTestFiles.hpp"
 
 namespace Formats {
@@ -28,13 +30,14 @@ struct Decoded {
 };
 
 /// Decodes a range as the fragment of a file, and surveys it on the way.
-MemCore::Outcome<Decoded> decodeRange(const PointColumns& columns, const PointRange& range) {
+MemCore::Outcome<Decoded> decodeRange(const PointColumns& columns, const PointRange& range,
+                                      PositionForm form = PositionForm::Points) {
   const auto shared = std::make_shared<FileRecords>();
   shared->file = columns.file;
   auto records = std::make_shared<RecordSource>(shared, range, 0)->open(Keep::No);
   if (!records) return records.failure();
   PointSurveyor surveyor(columns);
-  const auto fragment = decodePoints(columns, *records, &surveyor);
+  const auto fragment = decodePoints(columns, *records, form, &surveyor);
   if (!fragment) return fragment.failure();
   return Decoded{*fragment, surveyor.finish()};
 }
@@ -64,6 +67,76 @@ TEST(PointDecoding, RangeInTheMiddleEqualsThePlainReader) {
     const auto& elements = *decoded->fragment->column(kFirstFieldColumn + i)->elements();
     const std::vector<std::byte> bytes(elements.bytes(), elements.bytes() + elements.byteCount());
     EXPECT_EQ(bytes, plainColumn(records, file->recordBytes(), field)) << field.name;
+  }
+}
+
+TEST(PointDecoding, WholeNumbersAreThoseOfTheRecords) {
+  const TempDir folder;
+  const auto file = openSurvey(folder, 40000);
+  const PointRange range{1023, 38000};
+  const PointColumns columns = allColumns(file);
+  const auto points = decodeRange(columns, range);
+  const auto numbers = decodeRange(columns, range, PositionForm::GridPoints);
+  ASSERT_TRUE(points.ok() && numbers.ok());
+  EXPECT_FALSE(bool(points->fragment->gridPoints()));
+  EXPECT_FALSE(bool(numbers->fragment->column(kPositionColumn)));
+  const Fiber::GridPoints& found = *numbers->fragment->gridPoints();
+  EXPECT_TRUE(isSameGrid(found.grid, gridOf(columns)));
+  const auto all = readAllRecords(*file);
+  const auto records = std::span(all).subspan(range.firstPoint * file->recordBytes(),
+                                              range.pointCount * file->recordBytes());
+  for (std::size_t axis = 0; axis < 3; ++axis) {
+    const auto expected = plainColumn(records, file->recordBytes(), PointLayout::axis(axis));
+    EXPECT_TRUE(std::ranges::equal(std::as_bytes(std::span(found.columns[axis])), expected));
+  }
+  // All else is the same.
+  EXPECT_EQ(numbers->survey.blocks.size(), points->survey.blocks.size());
+  for (std::size_t i = 0; i < columns.fields.size(); ++i) {
+    const auto& one = *points->fragment->column(kFirstFieldColumn + i)->elements();
+    const auto& other = *numbers->fragment->column(kFirstFieldColumn + i)->elements();
+    EXPECT_TRUE(std::equal(one.bytes(), one.bytes() + one.byteCount(), other.bytes()));
+  }
+  // Three integers instead of three doubles.
+  EXPECT_EQ(points->fragment->byteCount() - numbers->fragment->byteCount(), 12 * range.pointCount);
+}
+
+/// The boxes of blocks, point by point.
+std::vector<Fiber::PointBox> plainBlocks(std::span<const Eagle::PhysicalSpace::point> points) {
+  std::vector<Fiber::PointBox> blocks;
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    if (i % Fiber::kBlockPoints == 0) blocks.push_back({points[i], points[i]});
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+      blocks.back().min[axis] = std::min(blocks.back().min[axis], points[i][axis]);
+      blocks.back().max[axis] = std::max(blocks.back().max[axis], points[i][axis]);
+    }
+  }
+  return blocks;
+}
+
+// Pieces of a file begin and end within blocks.
+TEST(PointDecoding, SurveysOfPiecesMakeOne) {
+  const TempDir folder;
+  const auto file = openSurvey(folder, 5000);
+  const PointColumns columns = allColumns(file);
+  const auto records = readAllRecords(*file);
+  const std::size_t recordBytes = file->recordBytes();
+  const auto expected = plainBlocks(plainPositions(records, file->header()));
+  for (const std::size_t step : {1U, 100U, 511U, 512U, 513U, 1300U, 5000U}) {
+    PointSurveyor whole(columns);
+    for (std::size_t first = 0; first < 5000; first += step) {
+      PointSurveyor piece(columns, first);
+      const std::size_t count = std::min<std::size_t>(step, 5000 - first);
+      piece.add(std::span(records).subspan(first * recordBytes, count * recordBytes));
+      whole.append(piece);
+    }
+    const PointSurvey survey = whole.finish();
+    ASSERT_EQ(survey.blocks.size(), expected.size()) << step;
+    for (std::size_t b = 0; b < expected.size(); ++b) {
+      for (std::size_t axis = 0; axis < 3; ++axis) {
+        ASSERT_EQ(survey.blocks[b].min[axis], expected[b].min[axis]) << step << " " << b;
+        ASSERT_EQ(survey.blocks[b].max[axis], expected[b].max[axis]) << step << " " << b;
+      }
+    }
   }
 }
 

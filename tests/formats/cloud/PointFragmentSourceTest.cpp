@@ -74,6 +74,96 @@ std::size_t wrongAnswers(const ExpectedGrid& expected, std::uint64_t seed, std::
 
 }  // namespace
 
+/// A made-up compressed file of three chunks as one fragment.
+class PointFragmentSourceOfChunks : public testing::Test {
+ protected:
+  static constexpr std::size_t kPoints = 120000;
+
+  std::string writeCompressed(std::size_t points) const {
+    LasWriterOptions options = lasOptions(3);
+    options.header.isCompressed = true;
+    return writeLas(folder_ / "survey.laz", options, surveyRecords(3, 0, points, 1));
+  }
+  TestGrid grid() const {
+    auto opened = LasFile::open(writeCompressed(kPoints));
+    EXPECT_TRUE(opened.ok()) << opened.error();
+    return gridOver(*opened, 250000);
+  }
+  static Fiber::CoordinateGrid gridOfFile(const TestGrid& made) {
+    const LasHeader& header = made.file->header();
+    Fiber::CoordinateGrid grid;
+    for (std::size_t a = 0; a < 3; ++a) grid[a] = {header.scale[a], header.offset[a]};
+    return grid;
+  }
+  static CreatorHandle creatorOf(const TestGrid& made, const std::string& field) {
+    return made.field(field)->getCreator(made.field(field)->getFragmentIDs().front());
+  }
+
+  CacheBudget budget_{kAmple};
+  LidarLib::TestSupport::TempDir folder_;
+};
+
+TEST_F(PointFragmentSourceOfChunks, WholeNumbersAndFieldsComeOutOfOneDecoding) {
+  const TestGrid made = grid();
+  const ExpectedGrid expected = expect(made, 250000);
+  const std::uint64_t before = made.file->decodedChunks();
+  const CreatorHandle positions = creatorOf(made, "Positions");
+  const auto numbers = positions->gridPoints(gridOfFile(made));
+  ASSERT_TRUE(bool(numbers));
+  ASSERT_EQ(numbers->count(), kPoints);
+  for (const ExpectedGrid::Column& column : expected.columns) EXPECT_TRUE(holds(column));
+  EXPECT_EQ(made.file->decodedChunks(), before + 3);
+  const auto points =
+      MemCore::handleCast<Fiber::MemArray<1, Eagle::PhysicalSpace::point>>(positions->data());
+  EXPECT_TRUE(std::ranges::equal(Fiber::pointsOf(*numbers)->span(), points->span()));
+}
+
+TEST_F(PointFragmentSourceOfChunks, PointsTakeThePlaceOfWholeNumbersInTheCache) {
+  const TestGrid made = grid();
+  const CreatorHandle positions = creatorOf(made, "Positions");
+  ASSERT_TRUE(bool(positions->gridPoints(gridOfFile(made))));
+  const auto bytesOfNumbers = MemCore::Cache::MemCache()->statistics().bytes;
+  ASSERT_TRUE(bool(positions->data()));
+  EXPECT_EQ(MemCore::Cache::MemCache()->statistics().bytes, bytesOfNumbers + 12 * kPoints);
+  const Fiber::MemBase* made1 = positions->data().get();
+  EXPECT_EQ(positions->data().get(), made1);
+  // Points are in memory: there is nothing to gain from whole numbers any more.
+  EXPECT_FALSE(bool(positions->gridPoints(gridOfFile(made))));
+  EXPECT_EQ(made.file->decodedChunks(), 3U);
+}
+
+TEST_F(PointFragmentSourceOfChunks, WholeNumbersAreThoseOfTheFilesGridAndOfPositionsAlone) {
+  const TestGrid made = grid();
+  Fiber::CoordinateGrid other = gridOfFile(made);
+  other[1].scale *= 2;
+  EXPECT_FALSE(bool(creatorOf(made, "Positions")->gridPoints(other)));
+  EXPECT_FALSE(bool(creatorOf(made, "Intensity")->gridPoints(gridOfFile(made))));
+  EXPECT_EQ(made.file->decodedChunks(), 0U);
+}
+
+// Threads share the pieces of a fragment: the first damaged one is told all the same.
+TEST_F(PointFragmentSourceOfChunks, FirstDamagedChunkOfAFragmentIsNamed) {
+  writeCompressed(8 * std::size_t{50000});
+  auto bytes = readFile(folder_ / "survey.laz");
+  const auto runs = (*LasFile::open(folder_ / "survey.laz"))->runs();
+  for (const std::size_t chunk : {6U, 3U, 4U}) {
+    const auto at = bytes.begin() + static_cast<std::ptrdiff_t>(runs[chunk].fileOffset);
+    std::fill(at, at + static_cast<std::ptrdiff_t>(runs[chunk].fileBytes), std::byte{0xFF});
+  }
+  writeFile(folder_ / "damaged.laz", bytes);
+  for (int round = 0; round < 5; ++round) {
+    const TestGrid made = gridOver(*LasFile::open(folder_ / "damaged.laz"), 1000000);
+    const CreatorHandle positions = creatorOf(made, "Positions");
+#pragma omp parallel
+    {
+#pragma omp single nowait
+      EXPECT_FALSE(bool(positions->data()));
+    }
+    EXPECT_THAT(positions->failure(),
+                testing::StartsWith(folder_ / "damaged.laz" + ": points 150000 to 199999: "));
+  }
+}
+
 class PointFragmentSourceData : public LasData {
  protected:
   TestGrid grid(const std::string& name, std::uint64_t fragmentPoints) const {

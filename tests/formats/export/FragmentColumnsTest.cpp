@@ -34,7 +34,8 @@ std::string failureOf(const ExportSource& source, const ColumnNeeds& needs) {
 template <class T>
 std::vector<T> elements(const FragmentColumns& fragment, const Fiber::MemBase& column,
                         std::size_t first, std::size_t count) {
-  const ChosenElements chosen(column, fragment, first, count);
+  const std::span<const std::byte> all(column.elements()->bytes(), column.elements()->byteCount());
+  const ChosenElements chosen(all, fragment, first, count);
   std::vector<T> values(chosen.bytes().size() / sizeof(T));
   std::copy(chosen.bytes().begin(), chosen.bytes().end(),
             reinterpret_cast<std::byte*>(values.data()));

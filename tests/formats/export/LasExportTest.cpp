@@ -6,6 +6,10 @@
 #include <gmock/gmock.h>
 #include <omp.h>
 
+#include <algorithm>
+#include <map>
+#include <numeric>
+
 #include "tests/formats/export/ExportTestGrids.hpp"
 
 namespace Formats {
@@ -101,6 +105,37 @@ TEST_F(LasExportOfManyChunks, KeepsEveryPointInItsPlace) {
     ASSERT_EQ(numbers.size(), total_);
     for (std::size_t i = 0; i < total_; ++i) ASSERT_EQ(numbers[i], i % 251) << i;
     for (const int threads : {2, 3}) EXPECT_TRUE(bytesOfExport(path, threads) == expected);
+  }
+}
+
+// What is left over of a chunk when the last fragments give no points; there may be nothing left.
+TEST_F(LasExportOfManyChunks, EndsWithTheLastChosenPoint) {
+  const ExportSource source = sourceOf(cloud_);
+  for (const std::size_t kept : {0U, 1U, 50000U, 100000U, 100001U, 180001U, 480001U, 480003U}) {
+    std::map<std::string, std::size_t> taken;
+    std::size_t left = kept;
+    for (const ExportFragment& fragment : source.fragments) {
+      taken[fragment.id->name()] = std::min<std::size_t>(left, fragment.pointCount);
+      left -= taken[fragment.id->name()];
+    }
+    ExportWishes wishes;
+    wishes.choose = [&](const FragmentColumns& fragment) {
+      PointChoice choice;
+      choice.takesAll = false;
+      choice.rows.resize(taken.at(fragment.fragment->id->name()));
+      std::iota(choice.rows.begin(), choice.rows.end(), 0U);
+      return choice;
+    };
+    for (const int threads : {1, 2}) {
+      omp_set_num_threads(threads);
+      for (const char* name : {"a.las", "a.laz"}) {
+        const auto file = exported(folder_ / name, source, wishes);
+        ASSERT_TRUE(file);
+        const auto numbers = fieldValues<std::uint8_t>(*file, "UserData");
+        ASSERT_EQ(numbers.size(), kept);
+        for (std::size_t i = 0; i < kept; ++i) ASSERT_EQ(numbers[i], i % 251) << i;
+      }
+    }
   }
 }
 

@@ -136,6 +136,30 @@ TEST(LasRoundTrip, CompressedFilesOfAllFormatsComeBackByteByByte) {
   }
 }
 
+// With such a scale most neighbouring numbers stand for the same double.
+TEST(LasRoundTrip, NumbersThatDoublesDoNotTellApartComeBack) {
+  const TempDir folder;
+  LasWriterOptions options = lasOptions(6);
+  options.header.scale = {1e-13, 1e-13, 1e-13};
+  options.header.offset = {5e5, -4e6, 10};
+  std::vector<std::byte> records(3000 * options.header.recordBytes);
+  std::mt19937 random(7);
+  for (std::size_t at = 0; at < records.size(); at += options.header.recordBytes) {
+    for (std::size_t b = 0; b < 12; ++b) records[at + b] = static_cast<std::byte>(random());
+    records[at + 14] = std::byte{0x11};
+  }
+  const std::string path = writeLas(folder / "fine.las", options, records);
+  const TestCloud cloud = readCloud({path}, {"points", 0, 700, false});
+  const auto stored = savedAndLoaded(*cloud.bundle, folder / "bundle.f5");
+  ASSERT_TRUE(bool(stored));
+  const auto grid = (*stored)[0.0]->findGrid("points");
+  for (const ExportSource& source : {sourceOf(*cloud.grid), sourceOf(*grid)}) {
+    const auto file = exported(folder / "back.las", source);
+    ASSERT_TRUE(file);
+    EXPECT_TRUE(readAllRecords(*file) == records);
+  }
+}
+
 TEST(LasRoundTrip, FilesOfSeveralChunksComeBackByteByByte) {
   const std::uint64_t seed = LidarLib::TestSupport::testSeed();
   std::mt19937_64 random(seed);

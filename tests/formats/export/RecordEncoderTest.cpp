@@ -18,6 +18,18 @@ using testing::IsEmpty;
 
 constexpr CoordinateGrid kWhole{};
 
+/// Positions as whole numbers of kWhole in place of doubles.
+void takeWholeNumbers(FragmentColumns& fragment) {
+  const auto numbers = MemCore::makeStrong<Fiber::GridPoints>();
+  for (const auto& point : fragment.positions->span()) {
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+      numbers->columns[axis].push_back(static_cast<std::int32_t>(point[axis]));
+    }
+  }
+  fragment.gridPoints = numbers;
+  fragment.positions = nullptr;
+}
+
 /// An encoder over the first fragment of a grid.
 class Encoding {
  public:
@@ -41,7 +53,14 @@ class Encoding {
     records_.assign(count * target_.writer.header.recordBytes, std::byte{0});
     return encoder_->encode(fragments_.front(), first, waveOffsets, records_);
   }
+  /// The first points into records that are full of some byte.
+  MemCore::Outcome<void> encodeOver(std::byte former, std::size_t count) {
+    records_.assign(count * target_.writer.header.recordBytes, former);
+    return encoder_->encode(fragments_.front(), 0, {}, records_);
+  }
   const RecordEncoder& encoder() const { return *encoder_; }
+  FragmentColumns& fragment() { return fragments_.front(); }
+  const std::vector<std::byte>& records() const { return records_; }
 
   /// The values of a field of the records; bit fields shifted down.
   std::vector<int> valuesOf(const std::string& name) const {
@@ -108,6 +127,34 @@ TEST(RecordEncoder, OnlyChosenPointsGo) {
   ASSERT_TRUE(encoding.encode(0, 2).ok());
   EXPECT_EQ(encoding.x(1), 3);
   EXPECT_THAT(encoding.valuesOf("Intensity"), ElementsAre(7, 10));
+}
+
+TEST(RecordEncoder, WholeNumbersGiveTheRecordsThatPointsGive) {
+  for (const PointChooser& choose : {everyPoint(), onlyRows({0, 2, 3, 5})}) {
+    CloudBuilder cloud;
+    cloud.fragment({{1, -2, 3}, {4, 5, -6}, {7, 8, 9}, {0, 0, 0}, {-1, 2, 2147483647}, {6, 6, 6}});
+    cloud.field<std::uint16_t>("Intensity", {7, 8, 9, 10, 11, 12});
+    Encoding encoding(cloud, 0, false, choose);
+    ASSERT_TRUE(encoding.encode(1, 3).ok());
+    const auto expected = encoding.records();
+    takeWholeNumbers(encoding.fragment());
+    ASSERT_TRUE(encoding.encode(1, 3).ok());
+    EXPECT_EQ(encoding.records(), expected);
+    const auto points = encoding.fragment().points();
+    EXPECT_EQ((*points)[1], (Point{4, 5, -6}));
+  }
+}
+
+TEST(RecordEncoder, RecordsNeedNotBeEmpty) {
+  CloudBuilder cloud;
+  cloud.fragment(rowOf(3)).field<std::uint8_t>("UserData", {0, 0, 0});
+  cloud.field<std::uint8_t>("Synthetic", {0, 1, 0}).field<float>("Mine", {0.0F, -0.0F, 0.0F});
+  Encoding encoding(cloud, 6);
+  ASSERT_TRUE(encoding.encode(0, 3).ok());
+  const auto expected = encoding.records();
+  ASSERT_TRUE(encoding.encodeOver(std::byte{0xA5}, 3).ok());
+  EXPECT_EQ(encoding.records(), expected);
+  EXPECT_THAT(encoding.valuesOf("Synthetic"), ElementsAre(0, 1, 0));
 }
 
 TEST(RecordEncoder, MarginIsMarkedAsOverlapWhereThereIsSuchAFlag) {
