@@ -164,7 +164,7 @@ bool RepresentationEncoder::takesGridPoints() const {
 GridPointsHandle RepresentationEncoder::gridPointsOf(const PlannedPart& part) const {
   if (!part.creator || part.rows == 0) return nullptr;
   const auto grid = namedGrid(part);
-  const GridPointsHandle points = grid ? part.creator->gridPoints(*grid) : nullptr;
+  GridPointsHandle points = grid ? part.creator->gridPoints(*grid) : nullptr;
   if (!points || points->count() != part.rows) return nullptr;
   rememberFacts(plan_.fields[*positions_].stored, *part.creator);
   return points;

@@ -75,7 +75,8 @@ double deflatedBits(const isal_huff_histogram& histogram) {
   double bits = codeBits(histogram.lit_len_histogram) + codeBits(histogram.dist_histogram);
   // From the fifth code of distances on every second one has another bit beside the code.
   for (std::size_t code = 4; code < std::size(histogram.dist_histogram); ++code) {
-    bits += static_cast<double>(histogram.dist_histogram[code] * (code / 2 - 1));
+    const std::uint64_t further = code / 2 - 1;
+    bits += static_cast<double>(histogram.dist_histogram[code] * further);
   }
   return bits;
 }

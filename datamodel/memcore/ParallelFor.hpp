@@ -5,6 +5,10 @@
 
 #pragma once
 
+#include <omp.h>
+
+#include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <exception>
 #include <mutex>
@@ -38,16 +42,27 @@ template <class Step>
 void shareSteps(std::size_t count, const Step& step) {
   std::exception_ptr failure;
   std::mutex failureMutex;
-  // Tasks of their own rather than a loop of tasks: of many steps libgomp would share none then.
-#pragma omp taskgroup
-  for (std::size_t i = 0; i < count; ++i) {
-#pragma omp task default(shared) firstprivate(i)
-    try {
-      step(i);
-    } catch (...) {
-      const std::lock_guard lock(failureMutex);
-      failure = std::current_exception();
+  std::atomic<std::size_t> next = 0;
+  const auto takeSteps = [&] {
+    for (std::size_t i = next++; i < count; i = next++) {
+      try {
+        step(i);
+      } catch (...) {
+        const std::lock_guard lock(failureMutex);
+        failure = std::current_exception();
+      }
     }
+  };
+  // One task for each thread that may come to help, not for each step: of many tasks libgomp would
+  // offer none to others.
+  const auto threads = static_cast<std::size_t>(omp_get_num_threads());
+#pragma omp taskgroup
+  {
+    for (std::size_t helper = 1; helper < std::min(count, threads); ++helper) {
+#pragma omp task default(shared)
+      takeSteps();
+    }
+    takeSteps();
   }
   if (failure) std::rethrow_exception(failure);
 }

@@ -61,11 +61,11 @@ Bytes allKinds(std::size_t size, std::uint64_t seed) {
 
 TEST(HuffmanBlock, LiteralsOfAnyNumberComeBack) {
   const std::uint64_t seed = LidarLib::TestSupport::testSeed();
-  const isal_hufftables long_ = tablesWithLongCodes();
+  const isal_hufftables longCodes = tablesWithLongCodes();
   for (const std::size_t size : {0U, 1U, 2U, 3U, 4U, 191U, 192U, 193U, 194U, 1000U, 62500U}) {
     const Bytes plain = allKinds(size, seed + size);
     const isal_hufftables own = tablesOf(plain);
-    for (const isal_hufftables* tables : {&long_, &own}) {
+    for (const isal_hufftables* tables : {&longCodes, &own}) {
       Bytes out(2 * size + 1000);
       const std::size_t written = writeLiterals(plain, *tables, out);
       ASSERT_NE(written, 0U) << size;
@@ -81,10 +81,10 @@ TEST(HuffmanBlock, SomeCodesAreAsLongAsTheyCanBe) {
 
 // Whatever room there is: nothing is written beyond it, and what is said to be written is whole.
 TEST(HuffmanBlock, NothingIsWrittenBeyondTheRoom) {
-  const isal_hufftables long_ = tablesWithLongCodes();
+  const isal_hufftables longCodes = tablesWithLongCodes();
   const Bytes plain = allKinds(700, 3);
   const isal_hufftables own = tablesOf(plain);
-  for (const isal_hufftables* tables : {&long_, &own}) {
+  for (const isal_hufftables* tables : {&longCodes, &own}) {
     bool fits = false;
     for (std::size_t room = 0; room < 2000; ++room) {
       constexpr std::byte kGuard{0xA7};
