@@ -53,8 +53,8 @@ void shareSteps(std::size_t count, const Step& step) {
       }
     }
   };
-  // One task for each thread that may come to help, not for each step: of many tasks libgomp would
-  // offer none to others.
+  // One task for each thread that may come to help, not for each step: those would cost more, and
+  // of too many at once the runtime offers none to other threads.
   const auto threads = static_cast<std::size_t>(omp_get_num_threads());
 #pragma omp taskgroup
   {

@@ -90,6 +90,14 @@ struct TwinClouds {
   }
 };
 
+/// Fails the test unless both clouds are saved as the same bytes.
+void expectSameFile(const TwinClouds& clouds) {
+  const TempDir folder;
+  saveTo(folder / "a.f5", clouds.plain.bundle());
+  saveTo(folder / "b.f5", clouds.whole.bundle());
+  EXPECT_TRUE(contentsOf(folder / "a.f5") == contentsOf(folder / "b.f5"));
+}
+
 TEST(WholeNumberStorage, WholeNumbersOfASourceGiveTheFileThatItsPointsGive) {
   const TempDir folder;
   for (const std::size_t nth : {0U, 2U, 3U}) {
@@ -115,19 +123,14 @@ TEST(WholeNumberStorage, WholeNumbersAreNotTakenForOtherGridsOrKinds) {
   for (AxisGrid& axis : finer) axis.scale = 0.001;
   setHint(clouds.whole, finer);
   setHint(clouds.plain, finer);
-  saveTo(folder / "a.f5", clouds.plain.bundle());
-  saveTo(folder / "b.f5", clouds.whole.bundle());
-  EXPECT_TRUE(contentsOf(folder / "a.f5") == contentsOf(folder / "b.f5"));
+  expectSameFile(clouds);
   EXPECT_GT(clouds.creators[0]->timesAsked(), 0);
 }
 
 TEST(WholeNumberStorage, WholeNumbersOfAWrongLengthAreLeftAlone) {
-  const TempDir folder;
   const TwinClouds clouds(0);
   clouds.creators[2]->cut();
-  saveTo(folder / "a.f5", clouds.plain.bundle());
-  saveTo(folder / "b.f5", clouds.whole.bundle());
-  EXPECT_TRUE(contentsOf(folder / "a.f5") == contentsOf(folder / "b.f5"));
+  expectSameFile(clouds);
   EXPECT_EQ(clouds.creators[2]->timesMade(), 1);
 }
 
