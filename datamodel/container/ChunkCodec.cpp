@@ -55,7 +55,8 @@ Outcome<std::span<const std::byte>> checked(std::span<const std::byte> stored) {
 }  // namespace
 
 Outcome<EncodedChunk> ChunkEncoder::encode(std::span<const std::byte> plain,
-                                           std::size_t elementSize, ChunkFilter filter) {
+                                           std::size_t elementSize, ChunkFilter filter,
+                                           StreamCodes codes) {
   std::span<const std::byte> current = plain;
   std::size_t sectionBytes = plain.size() + 1;
   if (filter.shuffle) {
@@ -66,7 +67,7 @@ Outcome<EncodedChunk> ChunkEncoder::encode(std::span<const std::byte> plain,
   }
   EncodedChunk chunk;
   if (filter.deflate) {
-    const auto stream = compressor_.compress(current, sectionBytes);
+    const auto stream = compressor_.compress(current, sectionBytes, codes);
     if (!stream.ok()) return stream.failure();
     current = *stream;
   }

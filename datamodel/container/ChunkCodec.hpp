@@ -36,7 +36,7 @@ class ChunkEncoder {
  public:
   /// The stored form of `plain`. Requires: elementSize > 0. Errors: as ZlibCompressor::compress.
   MemCore::Outcome<EncodedChunk> encode(std::span<const std::byte> plain, std::size_t elementSize,
-                                        ChunkFilter filter);
+                                        ChunkFilter filter, StreamCodes codes = StreamCodes::kOwn);
 
  private:
   ZlibCompressor compressor_;

@@ -128,10 +128,11 @@ Outcome<void> FieldEncoder::settleFilter(ChunkEncoder& encoder) {
   return {};
 }
 
-Outcome<EncodedChunk> FieldEncoder::encode(const ChunkRange& chunk, ChunkEncoder& encoder) const {
+Outcome<EncodedChunk> FieldEncoder::encode(const ChunkRange& chunk, ChunkEncoder& encoder,
+                                           StreamCodes codes) const {
   const auto whole = wholeChunk(chunk);
-  if (!whole.empty()) return encoder.encode(whole, numberBytes_, filter_);
-  return encoder.encode(plainChunk(chunk), numberBytes_, filter_);
+  if (!whole.empty()) return encoder.encode(whole, numberBytes_, filter_, codes);
+  return encoder.encode(plainChunk(chunk), numberBytes_, filter_, codes);
 }
 
 /// A chunk that lies in memory as it will in the file: no copy is needed.

@@ -51,6 +51,10 @@ class FieldEncoder {
   ScalarKind storedKind() const;
   std::uint64_t chunkRows() const { return chunkRows_; }
   std::uint64_t chunkColumns() const { return chunkColumns_; }
+  /// Chunks side by side; 0 for a field without columns.
+  std::uint64_t chunksAcross() const {
+    return (field_.columns + chunkColumns_ - 1) / chunkColumns_;
+  }
   /// Final after settleFilter.
   ChunkFilter filter() const { return filter_; }
 
@@ -63,7 +67,8 @@ class FieldEncoder {
   MemCore::Outcome<void> settleFilter(ChunkEncoder& encoder);
   /// Encodes one complete chunk. Threads: several chunks of a field at once, each thread with its
   /// own encoder.
-  MemCore::Outcome<EncodedChunk> encode(const ChunkRange& chunk, ChunkEncoder& encoder) const;
+  MemCore::Outcome<EncodedChunk> encode(const ChunkRange& chunk, ChunkEncoder& encoder,
+                                        StreamCodes codes = StreamCodes::kOwn) const;
   /// Lets go of pieces whose rows are all encoded.
   void dropEncoded();
 

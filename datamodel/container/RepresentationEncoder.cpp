@@ -264,32 +264,51 @@ Outcome<void> RepresentationEncoder::settleFilters() {
   return {};
 }
 
-/// Lists the chunks that a group completes.
-void RepresentationEncoder::takeComplete(const Group& group, EncodedBatch& encoded) {
+/// Lists the chunks that a group completes. Series end with it: how many groups make up a batch
+/// depends on the machine.
+void RepresentationEncoder::takeComplete(const Group& group, Batch& batch, EncodedBatch& encoded) {
+  /// Long enough that codes are seldom made, short enough to give every thread some.
+  constexpr std::size_t kMostInSeries = 4;
   for (std::size_t f = 0; f < encoders_.size(); ++f) {
     if (!encoders_[f] || encoders_[f]->encoding() == Encoding::kPiece) continue;
+    const std::size_t first = encoded.chunks.size();
     for (const ChunkRange& range : encoders_[f]->takeComplete(endOf(f, group))) {
       encoded.chunks.push_back({f, range, {}, 0});
     }
+    const auto across = static_cast<std::size_t>(encoders_[f]->chunksAcross());
+    for (std::size_t at = first; at < encoded.chunks.size(); at += kMostInSeries * across) {
+      const std::size_t down = (encoded.chunks.size() - at) / across;
+      for (std::size_t column = 0; column < across; ++column) {
+        batch.series.push_back({at + column, across, std::min(down, kMostInSeries)});
+      }
+    }
   }
+}
+
+Outcome<void> RepresentationEncoder::encodeSeries(const ChunkSeries& series,
+                                                  EncodedBatch& encoded) {
+  ChunkEncoder& encoder = threadEncoder(omp_get_thread_num());
+  StreamCodes codes = StreamCodes::kOwn;
+  for (std::size_t i = 0; i < series.count; ++i) {
+    BatchChunk& target = encoded.chunks[series.first + i * series.step];
+    auto chunk = encoders_[target.field]->encode(target.range, encoder, codes);
+    if (!chunk.ok()) return chunk.failure();
+    target.chunk = std::move(chunk).value();
+    target.checksum = crc32(target.chunk.bytes);
+    codes = StreamCodes::kLikeBefore;
+  }
+  return {};
 }
 
 Outcome<void> RepresentationEncoder::encodeChunks(const Batch& batch, EncodedBatch& encoded,
                                                   const std::function<void()>& alongside) {
   const std::size_t before = alongside ? 1 : 0;
-  const auto encodeOne = [&](std::size_t step) -> Outcome<void> {
-    if (step < before) {
-      alongside();
-      return {};
-    }
-    BatchChunk& target = encoded.chunks[step - before];
-    auto chunk = encoders_[target.field]->encode(target.range, threadEncoder(omp_get_thread_num()));
-    if (!chunk.ok()) return chunk.failure();
-    target.chunk = std::move(chunk).value();
-    target.checksum = crc32(target.chunk.bytes);
+  const auto encodeStep = [&](std::size_t step) -> Outcome<void> {
+    if (step >= before) return encodeSeries(batch.series[step - before], encoded);
+    alongside();
     return {};
   };
-  auto done = parallelTexts(before + encoded.chunks.size(), batch.bytes, encodeOne);
+  auto done = parallelTexts(before + batch.series.size(), batch.bytes, encodeStep);
   for (auto& encoder : encoders_) {
     if (encoder) encoder->dropEncoded();
   }
@@ -309,7 +328,7 @@ Outcome<EncodedBatch> RepresentationEncoder::next(const std::function<void()>& a
     if (isFirst) {
       if (auto settled = settleFilters(); !settled.ok()) return settled.failure();
     }
-    takeComplete(group, encoded);
+    takeComplete(group, batch, encoded);
   }
   if (auto done = encodeChunks(batch, encoded, alongside); !done.ok()) return done.failure();
   return encoded;

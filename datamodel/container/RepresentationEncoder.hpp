@@ -43,7 +43,7 @@ struct EncodedBatch {
 /// How much is encoded at once, in bytes of arrays.
 struct BatchSizes {
   /// Fragments are taken in groups of this size. The order of chunks in the file follows from it,
-  /// so it must not depend on the machine.
+  /// and which of them share codes, so it must not depend on the machine.
   std::uint64_t group = std::uint64_t{32} << 20U;
   /// Groups are taken until there is this much for every thread.
   std::uint64_t perThread = std::uint64_t{32} << 20U;
@@ -88,12 +88,20 @@ class RepresentationEncoder {
     std::size_t nextRow = 0;   ///< the fragment that follows, as a place in ownRows_
     std::uint64_t endRow = 0;  ///< row behind theirs
   };
+  /// Chunks of a batch that lie below each other, each of which may take the codes of the one
+  /// before.
+  struct ChunkSeries {
+    std::size_t first = 0;
+    std::size_t step = 0;
+    std::size_t count = 0;
+  };
   /// The arrays of the fragments of one batch.
   struct Batch {
     std::vector<std::size_t> rows;                                 ///< places in the plan
     std::vector<std::vector<MemCore::StrongPtr<MemBase>>> arrays;  ///< [fragment][field]
     std::vector<GridPointsHandle> points;  ///< [fragment]; in place of the array of positions
     std::vector<Group> groups;
+    std::vector<ChunkSeries> series;
     std::uint64_t bytes = 0;  ///< of all arrays
   };
 
@@ -111,7 +119,8 @@ class RepresentationEncoder {
   MemCore::Outcome<void> refuseGrid(Batch& batch);
   void addPieces(Batch& batch, std::size_t i, EncodedBatch& encoded);
   MemCore::Outcome<void> settleFilters();
-  void takeComplete(const Group& group, EncodedBatch& encoded);
+  void takeComplete(const Group& group, Batch& batch, EncodedBatch& encoded);
+  MemCore::Outcome<void> encodeSeries(const ChunkSeries& series, EncodedBatch& encoded);
   MemCore::Outcome<void> encodeChunks(const Batch& batch, EncodedBatch& encoded,
                                       const std::function<void()>& alongside);
   std::uint64_t endOf(std::size_t field, const Group& group) const;

@@ -108,10 +108,11 @@ Bytes SectionDeflater::sampleOf(Bytes section) {
   return sample_;
 }
 
-/// False when the block would take more room than the bytes do: `place` is as it was then.
+/// Returns the length of the block; 0 when `out` or the room of the bytes themselves is too small.
 /// ISA-L's levels 1 and 2 choose now and then other matches when their state lies at another
 /// address, so that equal input would not give equal bytes. Level 0 is free of that.
-bool SectionDeflater::addBlock(Bytes plain, isal_hufftables& tables, Place& place) {
+std::size_t SectionDeflater::writeBlock(Bytes plain, isal_hufftables& tables,
+                                        std::span<std::byte> out) {
   isal_deflate_stateless_init(&stream_);
   // Fields that the initialisation leaves alone.
   stream_.hist_bits = 0;
@@ -122,11 +123,10 @@ bool SectionDeflater::addBlock(Bytes plain, isal_hufftables& tables, Place& plac
   stream_.flush = FULL_FLUSH;
   stream_.next_in = readable(plain);
   stream_.avail_in = static_cast<std::uint32_t>(plain.size());
-  stream_.next_out = reinterpret_cast<std::uint8_t*>(place.left.data());
-  stream_.avail_out = static_cast<std::uint32_t>(std::min(place.left.size(), plain.size()));
-  if (isal_deflate_stateless(&stream_) != COMP_OK || stream_.avail_in != 0) return false;
-  place.left = place.left.subspan(stream_.total_out);
-  return true;
+  stream_.next_out = reinterpret_cast<std::uint8_t*>(out.data());
+  stream_.avail_out = static_cast<std::uint32_t>(std::min(out.size(), plain.size()));
+  const bool isWhole = isal_deflate_stateless(&stream_) == COMP_OK && stream_.avail_in == 0;
+  return isWhole ? stream_.total_out : 0;
 }
 
 /// Fields that say the same of all points are common; making a table for each would take longer
@@ -139,11 +139,39 @@ bool SectionDeflater::addRuns(Bytes runs, Place& place) {
     if (isal_create_hufftables(&runTables_, &histogram_) != 0) return false;
     hasRunTables_ = true;
   }
-  return addBlock(runs, runTables_, place);
+  const std::size_t written = writeBlock(runs, runTables_, place.left);
+  place.left = place.left.subspan(written);
+  return written != 0;
 }
 
-/// False when the bytes had better be stored; the sample need not have told.
-bool SectionDeflater::addDeflated(Bytes section, Place& place) {
+/// False when the bytes had better be stored; a new code is not used then, either.
+bool SectionDeflater::addDeflated(Bytes section, Code& code, Place& place) {
+  /// Beyond this the bytes have changed, and a code of their own pays.
+  constexpr double kStillSuits = 1.2;
+  if (addCoded(section, code, kStillSuits * code.bytesPerByte, place)) return true;
+  const std::size_t before = place.left.size();
+  if (!makeCode(section, code) || !addCoded(section, code, 1.0, place)) {
+    code.kind = Code::Kind::kNone;
+    return false;
+  }
+  const std::size_t written = before - place.left.size();
+  code.bytesPerByte = static_cast<double>(written) / static_cast<double>(section.size());
+  return true;
+}
+
+/// False when there is no code, or more bytes than that would come out of each.
+bool SectionDeflater::addCoded(Bytes section, Code& code, double mostPerByte, Place& place) {
+  const auto most = static_cast<std::size_t>(mostPerByte * static_cast<double>(section.size()));
+  const auto room = place.left.first(std::min({place.left.size(), section.size(), most}));
+  std::size_t written = 0;
+  if (code.kind == Code::Kind::kLiterals) written = writeLiterals(section, code.tables, room);
+  if (code.kind == Code::Kind::kMatches) written = writeBlock(section, code.tables, room);
+  place.left = place.left.subspan(written);
+  return written != 0;
+}
+
+/// False when the bytes are nearly noise.
+bool SectionDeflater::makeCode(Bytes section, Code& code) {
   /// What saves less than this had better be stored: making and reading codes takes some 3.5 ns a
   /// byte, so that a disk which takes more than 40 MB/s from each core is the faster way.
   constexpr double kNoiseBitsPerByte = 6.9;
@@ -159,16 +187,9 @@ bool SectionDeflater::addDeflated(Bytes section, Place& place) {
   if (std::min(withMatches, without) > kNoiseBitsPerByte * static_cast<double>(sample.size())) {
     return false;
   }
-  if (without <= kWorthMatches * withMatches) return addLiterals(section, place);
-  return isal_create_hufftables(&tables_, &histogram_) == 0 && addBlock(section, tables_, place);
-}
-
-bool SectionDeflater::addLiterals(Bytes section, Place& place) {
-  if (isal_create_hufftables(&tables_, &literals_) != 0) return false;
-  const auto room = place.left.first(std::min(place.left.size(), section.size()));
-  const std::size_t written = writeLiterals(section, tables_, room);
-  place.left = place.left.subspan(written);
-  return written != 0;
+  const bool wantsMatches = without > kWorthMatches * withMatches;
+  code.kind = wantsMatches ? Code::Kind::kMatches : Code::Kind::kLiterals;
+  return isal_create_hufftables(&code.tables, wantsMatches ? &histogram_ : &literals_) == 0;
 }
 
 void SectionDeflater::addStored(Bytes section, Place& place) {
@@ -183,11 +204,13 @@ void SectionDeflater::addStored(Bytes section, Place& place) {
   }
 }
 
-std::size_t SectionDeflater::deflate(Bytes plain, std::size_t sectionBytes,
+std::size_t SectionDeflater::deflate(Bytes plain, std::size_t sectionBytes, StreamCodes codes,
                                      std::span<std::byte> out) {
   constexpr std::size_t kMaxBytes = std::numeric_limits<std::uint32_t>::max();
   if (plain.size() > kMaxBytes || out.size() > kMaxBytes) return 0;
-  if (sectionBytes < kSmallestSection) sectionBytes = plain.size();
+  if (sectionBytes < kSmallestSection) sectionBytes = std::max<std::size_t>(plain.size(), 1);
+  if (codes == StreamCodes::kOwn) codes_.clear();
+  codes_.resize((plain.size() + sectionBytes - 1) / sectionBytes);
   Place place{out};
   place.put({0x78, 0x01});
   for (std::size_t begin = 0; begin < plain.size();) {
@@ -200,7 +223,8 @@ std::size_t SectionDeflater::deflate(Bytes plain, std::size_t sectionBytes,
     const bool isRuns = end > begin;
     if (!isRuns) end += sectionAt(end).size();
     const Bytes section = plain.subspan(begin, end - begin);
-    const bool isAdded = isRuns ? addRuns(section, place) : addDeflated(section, place);
+    Code& code = codes_[begin / sectionBytes];
+    const bool isAdded = isRuns ? addRuns(section, place) : addDeflated(section, code, place);
     if (!isAdded) addStored(section, place);
     begin = end;
   }

@@ -32,9 +32,9 @@ std::size_t streamBound(std::size_t plainBytes, std::size_t sectionBytes) {
 struct ZlibCompressor::Backend {
   SectionDeflater deflater;
 
-  std::size_t run(std::span<const std::byte> plain, std::size_t sectionBytes,
+  std::size_t run(std::span<const std::byte> plain, std::size_t sectionBytes, StreamCodes codes,
                   std::span<std::byte> out) {
-    return deflater.deflate(plain, sectionBytes, out);
+    return deflater.deflate(plain, sectionBytes, codes, out);
   }
 };
 
@@ -47,9 +47,9 @@ struct ZlibCompressor::Backend {
   std::unique_ptr<libdeflate_compressor, Free> compressor{libdeflate_alloc_compressor(1)};
 
   /// The number of bytes written to `out`, 0 on failure. The library finds by itself where the kind
-  /// of bytes changes.
+  /// of bytes changes, and makes its own codes.
   std::size_t run(std::span<const std::byte> plain, std::size_t /*sectionBytes*/,
-                  std::span<std::byte> out) {
+                  StreamCodes /*codes*/, std::span<std::byte> out) {
     if (!compressor) return 0;
     return libdeflate_zlib_compress(compressor.get(), plain.data(), plain.size(), out.data(),
                                     out.size());
@@ -64,10 +64,11 @@ ZlibCompressor::ZlibCompressor(ZlibCompressor&&) noexcept = default;
 ZlibCompressor& ZlibCompressor::operator=(ZlibCompressor&&) noexcept = default;
 
 Outcome<std::span<const std::byte>> ZlibCompressor::compress(std::span<const std::byte> plain,
-                                                             std::size_t sectionBytes) {
+                                                             std::size_t sectionBytes,
+                                                             StreamCodes codes) {
   const std::size_t bound = streamBound(plain.size(), sectionBytes);
   if (stream_.size() < bound) stream_.resize(bound);
-  const std::size_t written = backend_->run(plain, sectionBytes, stream_);
+  const std::size_t written = backend_->run(plain, sectionBytes, codes, stream_);
   if (written == 0) {
     return Failure{fmt::format("deflate: no stream came out of {} bytes", plain.size())};
   }

@@ -16,6 +16,13 @@
 
 namespace Fiber::Container {
 
+/// Where the codes of a stream come from.
+enum class StreamCodes {
+  kOwn,         ///< made for it: equal input gives equal bytes, whatever came before
+  kLikeBefore,  ///< those of the stream before, where they suit, which saves making them: equal
+                ///< series of streams give equal bytes
+};
+
 /// Compresses whole buffers. Threads: one object per thread, it reuses its work space.
 class ZlibCompressor {
  public:
@@ -29,7 +36,8 @@ class ZlibCompressor {
   /// Requires: sectionBytes > 0.
   /// Errors: the compressor could not be set up or gave no stream (out of memory).
   MemCore::Outcome<std::span<const std::byte>> compress(std::span<const std::byte> plain,
-                                                        std::size_t sectionBytes);
+                                                        std::size_t sectionBytes,
+                                                        StreamCodes codes = StreamCodes::kOwn);
   /// The same where all bytes are of one kind.
   MemCore::Outcome<std::span<const std::byte>> compress(std::span<const std::byte> plain) {
     return compress(plain, plain.size() + 1);

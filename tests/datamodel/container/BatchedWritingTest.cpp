@@ -3,12 +3,15 @@
 // Writing a bundle in batches: chunks of one go into the file while the next is encoded.
 
 #include <gmock/gmock.h>
+#include <omp.h>
 
 #include <filesystem>
 
 #include "datamodel/container/AtomicFile.hpp"
 #include "datamodel/container/BundleWriter.hpp"
 #include "tests/datamodel/container/BundleSteps.hpp"
+#include "tests/datamodel/container/FileTexts.hpp"
+#include "tests/datamodel/container/GridSteps.hpp"
 #include "tests/support/CloudBuilder.hpp"
 #include "tests/support/FileSizeLimit.hpp"
 #include "tests/support/TempDir.hpp"
@@ -49,6 +52,32 @@ std::string failureOfWriting(const CloudBuilder& cloud, const std::string& file,
   const auto written =
       writeBundle(*plan, {output->descriptor(), StorageKind::Grid, kFragmentByFragment}, progress);
   return written.ok() ? std::string() : written.error();
+}
+
+// Chunks below each other share codes, but only within a group: how many groups are encoded at once
+// depends on the number of threads.
+TEST(BatchedWriting, FilesAreTheSameForAnyNumberOfThreads) {
+  constexpr std::size_t kPoints = 100000;  // two chunks of each column
+  constexpr BatchSizes kFiveFragments{std::uint64_t{10} << 20U, std::uint64_t{10} << 20U};
+  CloudBuilder cloud;
+  for (std::size_t f = 0; f < 12; ++f) {
+    std::vector<unsigned short> intensity(kPoints);
+    for (std::size_t i = 0; i < kPoints; ++i) {
+      intensity[i] = static_cast<unsigned short>((i * i * 31 >> 5U) % (60 + 9 * f));
+    }
+    cloud.fragment(gridPoints(kPoints, 0.01, 100, f)).field("Intensity", intensity);
+  }
+  const TempDir folder;
+  const int formerThreads = omp_get_max_threads();
+  for (const int threads : {1, 2, 5}) {
+    omp_set_num_threads(threads);
+    const std::string file = folder / std::to_string(threads);
+    EXPECT_EQ(writeInBatches(cloud.bundle(), file, StorageKind::Grid, kFiveFragments), 1);
+  }
+  omp_set_num_threads(formerThreads);
+  EXPECT_TRUE(contentsOf(folder / "1") == contentsOf(folder / "2"));
+  EXPECT_TRUE(contentsOf(folder / "1") == contentsOf(folder / "5"));
+  expectRoundTrip(cloud.bundle(), folder / "5");
 }
 
 TEST(BatchedWriting, TellsWhatIsDoneAfterEachBatch) {

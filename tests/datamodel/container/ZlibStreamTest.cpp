@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <random>
 
 #include "tests/support/Seed.hpp"
@@ -73,21 +74,48 @@ Bytes sectionBytes(std::size_t size, std::mt19937_64& random) {
   return runs;
 }
 
+/// Some sections of a length, the last of which may be shorter.
+Bytes manySections(std::size_t length, std::mt19937_64& random) {
+  Bytes plain;
+  for (std::uint64_t sections = 1 + random() % 8; sections > 0; --sections) {
+    const Bytes section = sectionBytes(length, random);
+    plain.insert(plain.end(), section.begin(), section.end());
+  }
+  plain.resize(plain.size() - random() % length);
+  return plain;
+}
+
 TEST(ZlibStream, OrdinaryZlibReadsSectionsOfAllKinds) {
   const std::uint64_t seed = LidarLib::TestSupport::testSeed();
   std::mt19937_64 random(seed);
   ZlibCompressor compressor;
   for (int round = 0; round < 200; ++round) {
     const std::size_t length = 1 + random() % 70000;
-    Bytes plain;
-    for (std::uint64_t sections = 1 + random() % 8; sections > 0; --sections) {
-      const Bytes section = sectionBytes(length, random);
-      plain.insert(plain.end(), section.begin(), section.end());
-    }
-    plain.resize(plain.size() - random() % length);  // the last one may be shorter
+    const Bytes plain = manySections(length, random);
     const auto stream = compressor.compress(plain, length);
     ASSERT_TRUE(stream.ok()) << stream.error();
     ASSERT_TRUE(ordinaryZlibReads(*stream, plain)) << "seed " << seed << ", round " << round;
+  }
+}
+
+TEST(ZlibStream, StreamsWithCodesOfTheOneBeforeAreOrdinaryAndAlwaysTheSame) {
+  const std::uint64_t seed = LidarLib::TestSupport::testSeed();
+  std::mt19937_64 random(seed);
+  ZlibCompressor used;
+  for (int round = 0; round < 50; ++round) {
+    ZlibCompressor fresh;
+    std::size_t length = 1 + random() % 70000;
+    StreamCodes codes = StreamCodes::kOwn;
+    for (int stream = 0; stream < 4; ++stream) {
+      const Bytes plain = manySections(length, random);
+      const auto one = used.compress(plain, length, codes);
+      const auto other = fresh.compress(plain, length, codes);
+      ASSERT_TRUE(one.ok() && other.ok());
+      ASSERT_TRUE(ordinaryZlibReads(*one, plain)) << "seed " << seed << ", round " << round;
+      ASSERT_TRUE(std::ranges::equal(*one, *other)) << "seed " << seed << ", round " << round;
+      codes = StreamCodes::kLikeBefore;
+      if (random() % 4 == 0) length = 1 + random() % 70000;
+    }
   }
 }
 
