@@ -14,10 +14,9 @@ namespace Formats {
 
 namespace {
 
-/// Records per block: with the longest usual records (67 bytes) and their columns about two thirds
-/// of a 32 KiB ... 48 KiB first-level cache would be 500; the second level hides the rest up to
-/// 1000.
-constexpr std::size_t kBlockRecords = 1024;
+/// Records per block: every field goes over them, so they and a block of the columns are to stay in
+/// the first-level cache; with the longest usual records (67 bytes) that is half of 32 KiB.
+constexpr std::size_t kBlockRecords = 128;
 
 /// Width of a field's components in bytes.
 std::size_t widthOf(const PointField& field) {
